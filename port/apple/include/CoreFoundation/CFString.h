@@ -1,0 +1,10 @@
+#ifndef YORVAN_COREFOUNDATION_CFSTRING_H_
+#define YORVAN_COREFOUNDATION_CFSTRING_H_
+
+#include <CoreFoundation/CFBase.h>
+
+// A string that lives for ever; one object for equal texts.
+#define CFSTR(text) __CFStringMakeConstantString("" text "")
+YORVAN_APPLE_EXPORT CFStringRef __CFStringMakeConstantString(const char* text);
+
+#endif  // YORVAN_COREFOUNDATION_CFSTRING_H_

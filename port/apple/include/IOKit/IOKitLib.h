@@ -1,0 +1,58 @@
+#ifndef YORVAN_IOKIT_IOKITLIB_H_
+#define YORVAN_IOKIT_IOKITLIB_H_
+
+#include <CoreFoundation/CFBase.h>
+#include <CoreFoundation/CFDictionary.h>
+#include <CoreFoundation/CFRunLoop.h>
+
+typedef int kern_return_t;
+typedef kern_return_t IOReturn;
+typedef UInt32 IOOptionBits;
+typedef unsigned int mach_port_t;
+typedef mach_port_t io_object_t;
+typedef io_object_t io_iterator_t;
+typedef io_object_t io_registry_entry_t;
+typedef io_object_t io_service_t;
+typedef char io_name_t[128];
+typedef struct IONotificationPort* IONotificationPortRef;
+typedef void (*IOServiceMatchingCallback)(void* refcon, io_iterator_t iterator);
+
+#define KERN_SUCCESS 0
+#define kIOReturnSuccess KERN_SUCCESS
+#define kIOReturnError ((IOReturn)0xe00002bc)
+#define kIOReturnNoResources ((IOReturn)0xe00002be)
+#define kIOReturnNoDevice ((IOReturn)0xe00002c0)
+#define kIOReturnBadArgument ((IOReturn)0xe00002c2)
+#define kIOReturnUnsupported ((IOReturn)0xe00002c7)
+#define IO_OBJECT_NULL ((io_object_t)0)
+
+#define kIOFirstMatchNotification "IOServiceFirstMatch"
+#define kIOTerminatedNotification "IOServiceTerminate"
+
+YORVAN_APPLE_EXPORT const mach_port_t kIOMasterPortDefault;  // 0
+
+// Null if the bus cannot be watched.
+YORVAN_APPLE_EXPORT IONotificationPortRef IONotificationPortCreate(mach_port_t mainPort);
+YORVAN_APPLE_EXPORT void IONotificationPortDestroy(IONotificationPortRef notify);
+// The source belongs to the port and ends with it.
+YORVAN_APPLE_EXPORT CFRunLoopSourceRef IONotificationPortGetRunLoopSource(IONotificationPortRef notify);
+
+YORVAN_APPLE_EXPORT CFMutableDictionaryRef IOServiceMatching(const char* name);
+
+// Consumes one reference to `matching`, always. Leaves *notification alone on an error. The notification is
+// armed when its iterator has been read to the end, not before.
+YORVAN_APPLE_EXPORT kern_return_t IOServiceAddMatchingNotification(IONotificationPortRef notifyPort,
+                                                                   const io_name_t notificationType,
+                                                                   CFDictionaryRef matching,
+                                                                   IOServiceMatchingCallback callback, void* refCon,
+                                                                   io_iterator_t* notification);
+
+// The next object, which the caller releases; 0 at the end, and for what is no iterator.
+YORVAN_APPLE_EXPORT io_object_t IOIteratorNext(io_iterator_t iterator);
+YORVAN_APPLE_EXPORT kern_return_t IOObjectRelease(io_object_t object);
+
+// Null if there is no such property. The caller releases it.
+YORVAN_APPLE_EXPORT CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key,
+                                                              CFAllocatorRef allocator, IOOptionBits options);
+
+#endif  // YORVAN_IOKIT_IOKITLIB_H_

@@ -1,0 +1,89 @@
+#include <YorvanCore/YLog.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+
+namespace {
+
+std::mutex _sinkMutex;              // held while the sink runs, so lines do not mix and a sink ends with its replacement
+YLog::Sink _sink = nullptr;         // under _sinkMutex
+void* _sinkUser = nullptr;          // under _sinkMutex
+std::atomic<int> _threshold{0};     // no lock: an out-of-date value shows or hides one line
+thread_local bool _insideSink = false;
+
+// Appends what a terminal or a reader of lines cannot be harmed by.
+void appendVisible(std::string& out, const char* line, std::size_t size) {
+  for (std::size_t i = 0; i < size; ++i) {
+    const auto c = static_cast<unsigned char>(line[i]);
+    if ((c < 0x20 && c != '\t') || c == 0x7F) {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\x%02X", c);
+      out += escaped;
+    } else {
+      out += static_cast<char>(c);
+    }
+  }
+}
+
+void writeToStandardError(const char* line, std::size_t size) {
+  std::string text;
+  text.reserve(size + 1);
+  appendVisible(text, line, size);
+  text += '\n';
+  std::fwrite(text.data(), 1, text.size(), stderr);  // one call is one line, whoever else writes
+}
+
+void hand(EYORVAN_LOG_LEVEL level, const char* line, std::size_t size) {
+  if (_insideSink) {
+    writeToStandardError(line, size);
+    return;
+  }
+  const std::lock_guard<std::mutex> lock(_sinkMutex);
+  if (_sink == nullptr) {
+    writeToStandardError(line, size);
+    return;
+  }
+  _insideSink = true;
+  _sink(level, line, size, _sinkUser);
+  _insideSink = false;
+}
+
+}  // namespace
+
+void YLog::output(EYORVAN_LOG_LEVEL level, const char* format, ...) noexcept {
+  if (level < _threshold.load(std::memory_order_relaxed)) return;
+  char buffer[512];  // longer lines go through the heap
+  va_list arguments;
+  va_start(arguments, format);
+  va_list again;
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(buffer, sizeof buffer, format, arguments);
+  va_end(arguments);
+  const std::size_t size = length < 0 ? 0 : static_cast<std::size_t>(length);
+  if (length >= 0 && size < sizeof buffer) {
+    hand(level, buffer, size);
+  } else if (length >= 0) {
+    const std::unique_ptr<char[]> whole(new (std::nothrow) char[size + 1]);
+    if (whole != nullptr) {
+      std::vsnprintf(whole.get(), size + 1, format, again);
+      hand(level, whole.get(), size);
+    } else {
+      hand(level, buffer, sizeof buffer - 1);
+    }
+  }
+  va_end(again);
+}
+
+void YLog::setSink(Sink sink, void* user) noexcept {
+  if (_insideSink) return;
+  const std::lock_guard<std::mutex> lock(_sinkMutex);
+  _sink = sink;
+  _sinkUser = user;
+}
+
+void YLog::setThreshold(EYORVAN_LOG_LEVEL level) noexcept { _threshold.store(level, std::memory_order_relaxed); }

@@ -1,0 +1,14 @@
+// The levels of the log that the library uses, by number: the names of the levels are the core library's.
+#ifndef YUSB_COMMON_LOG_H_
+#define YUSB_COMMON_LOG_H_
+
+#include <YorvanCore/YLog.h>
+
+namespace yusb {
+
+constexpr auto log_information = static_cast<EYORVAN_LOG_LEVEL>(1);
+constexpr auto log_error = static_cast<EYORVAN_LOG_LEVEL>(4);
+
+}  // namespace yusb
+
+#endif  // YUSB_COMMON_LOG_H_

@@ -1,0 +1,39 @@
+// The process-wide state and its locks.
+//
+// Lock order, everywhere: _global_context_mutex, then _global_device_mutex, then one context's mutex.
+// Nothing takes an earlier one while it holds a later one, or one of them twice.
+#ifndef YUSB_COMMON_STATE_H_
+#define YUSB_COMMON_STATE_H_
+
+#include <set>
+#include <vector>
+
+#include <yusb.h>
+
+#include "common/mutex.h"
+
+namespace yusb {
+
+using context_set = std::set<_yusb_context*>;      // walked in ascending order of address
+using device_list = std::vector<YUsbInfoDevice>;   // in order of arrival; the same device may stand in it twice
+
+// The pointers themselves change only in state_create and state_destroy, which overlap with nothing.
+// Each is null before the first, after the second, and where its allocation failed.
+extern Mutex* _global_context_mutex;
+extern context_set* _global_context_array PT_GUARDED_BY(_global_context_mutex);
+extern Mutex* _global_device_mutex ACQUIRED_AFTER(_global_context_mutex);
+extern device_list* _global_device_array PT_GUARDED_BY(_global_device_mutex);
+
+inline bool has_contexts() { return _global_context_array != nullptr && _global_context_mutex != nullptr; }
+inline bool has_devices() { return _global_device_array != nullptr && _global_device_mutex != nullptr; }
+
+// Creates the pair of contexts and the pair of devices, each unless half of it is there already.
+void state_create() noexcept;
+
+// Destroys every context, lowest address first, then everything else, without any event, and leaves the
+// pointers null. Takes no lock.
+void state_destroy() noexcept;
+
+}  // namespace yusb
+
+#endif  // YUSB_COMMON_STATE_H_

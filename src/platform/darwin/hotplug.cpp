@@ -1,0 +1,242 @@
+// The IOKit backend: the monitor thread, the handlers that turn notifications into changes of the device
+// list, and the reading of a device.
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <thread>
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <IOKit/IOCFPlugIn.h>
+#include <IOKit/IOKitLib.h>
+#include <IOKit/usb/IOUSBLib.h>
+#include <YorvanCore/Yorvan.h>
+
+#include "common/log.h"
+#include "common/reentry.h"
+#include "platform/darwin/context.h"
+#include "platform/platform.h"
+
+namespace {
+
+using yusb::client_code;
+using yusb::log_error;
+
+// ---- Reading a device ----
+
+constexpr UInt8 kDeviceToHostStandardDevice = 0x80;  // bmRequestType, USB 2.0 section 9.3
+constexpr UInt8 kGetDescriptor = 6;                  // bRequest, USB 2.0 table 9-4
+constexpr UInt16 kStringDescriptor = 0x0300;         // wValue's high byte, USB 2.0 table 9-5
+constexpr UInt16 kEnglishUnitedStates = 0x0409;      // wIndex, a USB language ID
+constexpr UInt32 kStringHeader = 2;                  // bLength and bDescriptorType
+
+YString darwin_device_request_string_descriptor(IOUSBDeviceStruct500** device, UInt8 index) {
+  if (index == 0) return {};
+  UInt8 reply[255] = {};
+  IOUSBDevRequest request = {};
+  request.bmRequestType = kDeviceToHostStandardDevice;
+  request.bRequest = kGetDescriptor;
+  request.wValue = static_cast<UInt16>(kStringDescriptor | index);
+  request.wIndex = kEnglishUnitedStates;
+  request.wLength = sizeof reply;
+  request.pData = reply;
+  if ((*device)->DeviceRequest(device, &request) != 0) return {};
+
+  // The low byte of each UTF-16LE unit, up to the first that is 0.
+  const UInt32 end = request.wLenDone < sizeof reply ? request.wLenDone : UInt32{sizeof reply};
+  char text[sizeof reply / 2];
+  std::size_t length = 0;
+  for (UInt32 at = kStringHeader; at < end && reply[at] != 0; at += 2) text[length++] = static_cast<char>(reply[at]);
+  return {text, length};
+}
+
+void darwin_device_from_IOUSBDeviceInterface(IOUSBDeviceStruct500** device, YUsbInfoDevice& record) {
+  UInt16 vendor = 0;
+  UInt16 product = 0;
+  UInt16 release = 0;
+  UInt32 location = 0;
+  UInt8 manufacturerIndex = 0;
+  UInt8 productIndex = 0;
+  UInt8 serialNumberIndex = 0;
+  // A query that fails leaves its 0.
+  (*device)->GetDeviceVendor(device, &vendor);
+  (*device)->GetDeviceProduct(device, &product);
+  (*device)->GetDeviceReleaseNumber(device, &release);
+  (*device)->GetLocationID(device, &location);
+  (*device)->USBGetManufacturerStringIndex(device, &manufacturerIndex);
+  (*device)->USBGetProductStringIndex(device, &productIndex);
+  (*device)->USBGetSerialNumberStringIndex(device, &serialNumberIndex);
+
+  const YString manufacturerText = darwin_device_request_string_descriptor(device, manufacturerIndex);
+  const YString productText = darwin_device_request_string_descriptor(device, productIndex);
+  const YString serialNumberText = darwin_device_request_string_descriptor(device, serialNumberIndex);
+
+  record.setVendorID(vendor);
+  record.setProductID(product);
+  record.setRevisedID(release);
+  record.setFactory(manufacturerText);
+  record.setSerialNumber(serialNumberText);
+  record.setLocation(YString::format("0x%X", location));
+  record.setInstancePath(YString::format("0x%X", location));
+  record.setDescribe(productText);
+}
+
+// ---- The handlers: each reads its iterator to the end, which arms the notification again ----
+
+void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) {
+  IOCFPlugInInterface** plugin = nullptr;
+  IOUSBDeviceStruct500** device = nullptr;
+  SInt32 score = 0;
+  while (const io_service_t service = IOIteratorNext(iterator)) {
+    const kern_return_t status = IOCreatePlugInInterfaceForService(service, kIOUSBDeviceUserClientTypeID,
+                                                                   kIOCFPlugInInterfaceID, &plugin, &score);
+    if (status != 0 || plugin == nullptr) {
+      const client_code sink;
+      YLog::output(log_error, "[ %s : %d ] Unable to create a plug-in (%08x)", "darwin_handle_device_append", 119,
+                   static_cast<unsigned>(status));
+      IOObjectRelease(service);
+      continue;
+    }
+    const HRESULT answer = (*plugin)->QueryInterface(plugin, CFUUIDGetUUIDBytes(kIOUSBDeviceInterfaceID500),
+                                                     reinterpret_cast<LPVOID*>(&device));
+    (*plugin)->Release(plugin);
+    plugin = nullptr;  // a success that hands back nothing must not find the previous device's
+    if (answer != 0 || device == nullptr) {
+      const client_code sink;
+      YLog::output(log_error, "[ %s : %d ] Couldn't create a device interface (%08x)", "darwin_handle_device_append",
+                   128, static_cast<unsigned>(answer));
+      IOObjectRelease(service);
+      continue;
+    }
+    YUsbInfoDevice record;
+    darwin_device_from_IOUSBDeviceInterface(device, record);
+    if (record.vendorID() != 0 && record.productID() != 0) yusb::common_device_append(record);
+    (*device)->Release(device);
+    device = nullptr;
+    IOObjectRelease(service);
+  }
+}
+
+void darwin_handle_device_remove(void* /*context*/, io_iterator_t iterator) {
+  char text[64] = {};
+  while (const io_service_t service = IOIteratorNext(iterator)) {
+    SInt32 location = 0;
+    const CFTypeRef property =
+        IORegistryEntryCreateCFProperty(service, CFSTR(kUSBDevicePropertyLocationID), kCFAllocatorDefault, 0);
+    if (property != nullptr) {
+      CFNumberGetValue(static_cast<CFNumberRef>(property), kCFNumberSInt32Type, &location);
+      CFRelease(property);
+    }
+    IOObjectRelease(service);
+    if (location == 0) continue;
+    std::snprintf(text, sizeof text, "0x%X", static_cast<UInt32>(location));
+    yusb::common_device_remove_from_location(text);
+  }
+}
+
+// ---- The monitor thread ----
+
+void report_failure(const char* what, kern_return_t status, int line = __builtin_LINE()) {
+  const client_code sink;
+  YLog::output(log_error, "[ %s : %d ] Unable to %s (%08x)", "darwin_create_device_notify_thread", line, what,
+               static_cast<unsigned>(status));
+}
+
+// Registers one handler and drains its iterator. Null if it could not be registered.
+io_iterator_t watch(IONotificationPortRef port, const char* type, CFDictionaryRef matching,
+                    IOServiceMatchingCallback handler, _yusb_platform_context* context) {
+  io_iterator_t iterator = IO_OBJECT_NULL;
+  const kern_return_t status = IOServiceAddMatchingNotification(port, type, matching, handler, context, &iterator);
+  if (status != KERN_SUCCESS) {
+    report_failure("register for USB notifications", status);
+    return IO_OBJECT_NULL;
+  }
+  handler(context, iterator);
+  return iterator;
+}
+
+void darwin_create_device_notify_thread(_yusb_platform_context* context) {
+  const IONotificationPortRef port = IONotificationPortCreate(kIOMasterPortDefault);
+  if (port == nullptr) {
+    report_failure("create a notification port", 0);
+    return;
+  }
+  const CFRunLoopSourceRef source = IONotificationPortGetRunLoopSource(port);
+  const CFMutableDictionaryRef arrivals = IOServiceMatching(kIOUSBDeviceClassName);
+  const CFMutableDictionaryRef removals = IOServiceMatching(kIOUSBDeviceClassName);
+  context->running = true;
+  const CFRunLoopRef runLoop = CFRunLoopGetCurrent();
+  CFRetain(runLoop);
+  context->runLoop = runLoop;
+  CFRunLoopAddSource(runLoop, source, kCFRunLoopDefaultMode);
+
+  const io_iterator_t arrived =
+      watch(port, kIOFirstMatchNotification, arrivals, darwin_handle_device_append, context);
+  const io_iterator_t removed =
+      watch(port, kIOTerminatedNotification, removals, darwin_handle_device_remove, context);
+  CFRunLoopRun();
+
+  if (const CFRunLoopRef kept = context->runLoop.exchange(nullptr)) CFRelease(kept);
+  if (arrived != IO_OBJECT_NULL) IOObjectRelease(arrived);
+  if (removed != IO_OBJECT_NULL) IOObjectRelease(removed);
+  IONotificationPortDestroy(port);
+  context->running = false;
+}
+
+// Says that the thread is gone, as the last thing it does in this library. This happens when a
+// thread_local is destroyed, not at the end of the thread's function, because a loader keeps a library mapped while such a
+// destructor is due: a host may unload the library as soon as the stop has returned.
+struct monitor_exit {
+  _yusb_platform_context* context = nullptr;
+  ~monitor_exit() {
+    if (context != nullptr) context->monitor = yusb_monitor::none;
+  }
+};
+thread_local monitor_exit _monitor_exit;
+
+void darwin_thread_system_monitor(_yusb_platform_context* context) {
+  _monitor_exit.context = context;
+  if (context->monitor == yusb_monitor::wanted) darwin_create_device_notify_thread(context);
+}
+
+}  // namespace
+
+namespace yusb {
+
+_yusb_platform_context* platform_context_create() noexcept { return new (std::nothrow) _yusb_platform_context(); }
+
+void platform_context_destroy(_yusb_platform_context* context) noexcept { delete context; }
+
+bool platform_hotplug_start(_yusb_platform_context* context) noexcept {
+  if (context == nullptr || context->runLoop != nullptr) return false;
+  yusb_monitor none = yusb_monitor::none;
+  if (!context->monitor.compare_exchange_strong(none, yusb_monitor::wanted)) return false;
+  try {
+    std::thread(darwin_thread_system_monitor, context).detach();
+  } catch (const std::exception& error) {
+    context->monitor = yusb_monitor::none;
+    YLog::output(log_error, "[ %s : %d ] Unable to create the monitor thread (%s)", __func__, __LINE__, error.what());
+    return false;
+  }
+  return true;
+}
+
+bool platform_hotplug_stop(_yusb_platform_context* context) noexcept {
+  if (context == nullptr || refused()) return true;
+  context->stopRequested = true;
+  yusb_monitor wanted = yusb_monitor::wanted;
+  context->monitor.compare_exchange_strong(wanted, yusb_monitor::unwanted);
+
+  // A stop of a loop that does not run yet is lost, so it is repeated until the thread is gone.
+  CFRunLoopRef runLoop = nullptr;
+  while (context->monitor != yusb_monitor::none) {
+    if (runLoop == nullptr) runLoop = context->runLoop.exchange(nullptr);
+    if (runLoop != nullptr) CFRunLoopStop(runLoop);
+    Yorvan::msleep(1);
+  }
+  if (runLoop != nullptr) CFRelease(runLoop);
+  return true;
+}
+
+bool platform_reset_apple() noexcept { return false; }
+
+}  // namespace yusb
