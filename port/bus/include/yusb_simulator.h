@@ -89,19 +89,21 @@ class YUSB_BUS_EXPORT simulator {
   // bus_settle.
   bool settle(std::chrono::milliseconds limit = std::chrono::seconds(30));
 
-  // The requests that reached a device, attached or not, in order.
+  // The requests that have reached an attached device, in order.
   std::vector<simulated_request> requests(int id) const;
 
   // What the library was given and has not given back, a line a kind ("service: 2"). Empty after a release.
   static std::vector<std::string> leaks();
 
   // Calls `hook` at the start of each call that the library makes to the system, with the call's name
-  // ("CFRunLoopRun"), on the thread that makes it: to delay it, or to act at that very moment. An empty hook ends it.
-  void before_calls(std::function<void(const char* call)> hook);
+  // ("CFRunLoopRun"), on the thread that makes it: to delay it, to act at that very moment, or, by
+  // returning false, to make it fail if it is one that can (IONotificationPortCreate, IOServiceMatching,
+  // IOServiceAddMatchingNotification). An empty hook ends it.
+  void before_calls(std::function<bool(const char* call)> hook);
 
  private:
   struct implementation;
-  std::unique_ptr<implementation> _implementation;
+  std::shared_ptr<implementation> _implementation;
 };
 
 }  // namespace yusb

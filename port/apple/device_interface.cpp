@@ -1,0 +1,124 @@
+// The plug-in of a device and its device interface, each with references of its own.
+#include <IOKit/IOCFPlugIn.h>
+#include <IOKit/usb/IOUSBLib.h>
+
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "apple/service.h"
+
+using namespace yusb::port;
+
+namespace {
+
+// What an interface pointer points to: first the table of functions, then what is ours.
+template <typename Table>
+struct interface_object {
+  interface_object(const Table& functions, kind which, std::shared_ptr<device> of)
+      : table(&functions), attached(std::move(of)), census(which) {}
+
+  const Table* const table;  // first, so that a pointer to the object is a pointer to the pointer to the table
+  std::atomic<ULONG> references{1};
+  const std::shared_ptr<device> attached;
+  counted census;
+
+  static interface_object& of(void* self) { return *static_cast<interface_object*>(self); }
+
+  static ULONG add_reference(void* self) { return ++of(self).references; }
+
+  static ULONG release(void* self) {
+    const ULONG left = --of(self).references;
+    if (left == 0) delete &of(self);
+    return left;
+  }
+};
+
+using plugin_object = interface_object<IOCFPlugInInterface>;
+using device_object = interface_object<IOUSBDeviceInterface500>;
+
+bool equal(const CFUUIDBytes& a, const CFUUIDBytes& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+
+template <typename T>
+IOReturn query(void* self, number which, T* value) {
+  std::uint32_t wide = *value;
+  const status result = device_object::of(self).attached->get(which, &wide);
+  if (result == status_ok) *value = static_cast<T>(wide);
+  return result;
+}
+
+template <typename T, number which>
+IOReturn get(void* self, T* value) {
+  return query(self, which, value);
+}
+
+IOReturn device_request(void* self, IOUSBDevRequest* request) {
+  if (request == nullptr) return kIOReturnBadArgument;
+  control_request transfer = {request->bmRequestType, request->bRequest, request->wValue, request->wIndex,
+                              request->wLength,       request->pData,    0};
+  const status result = device_object::of(self).attached->control(transfer);
+  request->wLenDone = transfer.transferred;
+  return result;
+}
+
+HRESULT no_interface(void* /*self*/, REFIID /*iid*/, LPVOID* /*ppv*/) { return E_NOINTERFACE; }
+
+const IOUSBDeviceInterface500& device_table() {
+  static const IOUSBDeviceInterface500 table = [] {
+    IOUSBDeviceInterface500 t = {};
+    t.QueryInterface = no_interface;
+    t.AddRef = device_object::add_reference;
+    t.Release = device_object::release;
+    t.GetDeviceVendor = get<UInt16, number::vendor>;
+    t.GetDeviceProduct = get<UInt16, number::product>;
+    t.GetDeviceReleaseNumber = get<UInt16, number::release>;
+    t.GetLocationID = get<UInt32, number::location>;
+    t.DeviceRequest = device_request;
+    t.USBGetManufacturerStringIndex = get<UInt8, number::manufacturer_index>;
+    t.USBGetProductStringIndex = get<UInt8, number::product_index>;
+    t.USBGetSerialNumberStringIndex = get<UInt8, number::serial_number_index>;
+    return t;
+  }();
+  return table;
+}
+
+HRESULT query_plugin(void* self, REFIID iid, LPVOID* ppv) {
+  if (!equal(iid, CFUUIDGetUUIDBytes(kIOUSBDeviceInterfaceID500))) return E_NOINTERFACE;
+  const plugin_object& plugin = plugin_object::of(self);
+  const grant granted = plugin.attached->device_interface();
+  if (granted.status != status_ok) return granted.status;
+  if (granted.given) *ppv = new device_object(device_table(), kind::device_interface, plugin.attached);
+  return S_OK;
+}
+
+const IOCFPlugInInterface& plugin_table() {
+  static const IOCFPlugInInterface table = [] {
+    IOCFPlugInInterface t = {};
+    t.QueryInterface = query_plugin;
+    t.AddRef = plugin_object::add_reference;
+    t.Release = plugin_object::release;
+    return t;
+  }();
+  return table;
+}
+
+}  // namespace
+
+kern_return_t IOCreatePlugInInterfaceForService(io_service_t handle, CFUUIDRef pluginType, CFUUIDRef interfaceType,
+                                                IOCFPlugInInterface*** theInterface, SInt32* theScore) {
+  const auto found = find<service>(handle);
+  if (found == nullptr) return kIOReturnBadArgument;
+  if (!equal(CFUUIDGetUUIDBytes(pluginType), CFUUIDGetUUIDBytes(kIOUSBDeviceUserClientTypeID)) ||
+      !equal(CFUUIDGetUUIDBytes(interfaceType), CFUUIDGetUUIDBytes(kIOCFPlugInInterfaceID))) {
+    return kIOReturnUnsupported;
+  }
+  const grant granted = found->attached->plugin();
+  if (granted.status != status_ok) return granted.status;
+  if (granted.given) {
+    auto* const made = new plugin_object(plugin_table(), kind::plugin, found->attached);
+    *theInterface = reinterpret_cast<IOCFPlugInInterface**>(made);
+  }
+  *theScore = 0;
+  return KERN_SUCCESS;
+}

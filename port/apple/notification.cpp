@@ -1,0 +1,147 @@
+// Notification ports, matching notifications, iterators and services.
+#include <cstring>
+#include <deque>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "apple/core_foundation.h"
+#include "apple/service.h"
+#include "bus/bus.h"
+
+using namespace yusb::port;
+
+struct __CFDictionary : object {
+  explicit __CFDictionary(const char* name) : class_name(name) {}
+  const std::string class_name;
+  counted census{kind::matching_dictionary};
+};
+
+namespace {
+
+// One registration. Used on its port's thread. It ends when its handle is released.
+struct notification : io_object {
+  notification(bool arrivals, IOServiceMatchingCallback handler, void* reference)
+      : wants_arrivals(arrivals), callback(handler), refcon(reference) {}
+  const bool wants_arrivals;
+  const IOServiceMatchingCallback callback;
+  void* const refcon;
+  io_iterator_t handle = IO_OBJECT_NULL;
+  bool armed = false;
+  std::deque<std::shared_ptr<device>> pending;
+  counted census{kind::iterator};
+};
+
+struct port_source : __CFRunLoopSource {
+  explicit port_source(std::unique_ptr<session> watched) : watch(std::move(watched)) {}
+
+  const std::unique_ptr<session> watch;
+  std::vector<std::weak_ptr<notification>> notifications;
+  std::optional<change> held;  // a departure read while the devices already attached were, before anyone could hear of it
+
+  std::array<int, 2> descriptors() const override { return watch->descriptors(); }
+  void idle() override { watch->idle(); }
+
+  std::optional<change> take() { return held.has_value() ? std::exchange(held, std::nullopt) : watch->next(); }
+
+  // One change a call: handlers hear of changes in the order in which they happened.
+  bool perform() override {
+    const std::optional<change> next = take();
+    if (!next.has_value()) return false;
+    const auto registered = notifications;  // a handler may register more
+    for (const auto& weak : registered) {
+      const auto wanted = weak.lock();
+      if (wanted == nullptr || wanted->wants_arrivals != next->arrived) continue;
+      wanted->pending.push_back(next->device);
+      if (std::exchange(wanted->armed, false)) wanted->callback(wanted->refcon, wanted->handle);
+    }
+    return true;
+  }
+
+  // What matches at the time of a registration for arrivals.
+  std::deque<std::shared_ptr<device>> attached() {
+    std::deque<std::shared_ptr<device>> found;
+    while (std::optional<change> next = take()) {
+      if (!next->arrived) {
+        held = std::move(next);
+        break;
+      }
+      found.push_back(std::move(next->device));
+    }
+    return found;
+  }
+};
+
+}  // namespace
+
+struct IONotificationPort {
+  port_source* source;
+  counted census{kind::notification_port};
+};
+
+const mach_port_t kIOMasterPortDefault = 0;
+
+IONotificationPortRef IONotificationPortCreate(mach_port_t /*mainPort*/) {
+  if (!calling("IONotificationPortCreate")) return nullptr;
+  std::unique_ptr<session> watch = current_bus().open();
+  if (watch == nullptr) return nullptr;
+  return new IONotificationPort{new port_source(std::move(watch))};
+}
+
+void IONotificationPortDestroy(IONotificationPortRef notify) {
+  if (notify == nullptr) misuse("IONotificationPortDestroy() called with null");
+  invalidate(notify->source);
+  CFRelease(notify->source);
+  delete notify;
+}
+
+CFRunLoopSourceRef IONotificationPortGetRunLoopSource(IONotificationPortRef notify) {
+  if (notify == nullptr) misuse("IONotificationPortGetRunLoopSource() called with null");
+  return notify->source;
+}
+
+CFMutableDictionaryRef IOServiceMatching(const char* name) {
+  return calling("IOServiceMatching") ? new __CFDictionary(name) : nullptr;
+}
+
+kern_return_t IOServiceAddMatchingNotification(IONotificationPortRef notifyPort, const io_name_t notificationType,
+                                               CFDictionaryRef matching, IOServiceMatchingCallback callback,
+                                               void* refCon, io_iterator_t* iterator) {
+  const bool permitted = calling("IOServiceAddMatchingNotification");
+  if (notifyPort == nullptr) misuse("IOServiceAddMatchingNotification() called with a null port");
+  if (matching == nullptr) return kIOReturnBadArgument;
+  const bool matches = matching->class_name == "IOUSBDevice";
+  CFRelease(matching);
+  if (!permitted) return kIOReturnError;
+
+  const bool arrivals = std::strcmp(notificationType, kIOFirstMatchNotification) == 0;
+  if (!arrivals && std::strcmp(notificationType, kIOTerminatedNotification) != 0) return kIOReturnUnsupported;
+  const auto made = std::make_shared<notification>(arrivals, callback, refCon);
+  if (matches) {
+    if (arrivals) made->pending = notifyPort->source->attached();
+    notifyPort->source->notifications.push_back(made);
+  }
+  made->handle = make_handle(made);
+  *iterator = made->handle;
+  return KERN_SUCCESS;
+}
+
+io_object_t IOIteratorNext(io_iterator_t iterator) {
+  const auto found = find<notification>(iterator);
+  if (found == nullptr) return IO_OBJECT_NULL;
+  if (found->pending.empty()) {
+    found->armed = true;
+    return IO_OBJECT_NULL;
+  }
+  const auto next = std::make_shared<service>(std::move(found->pending.front()));
+  found->pending.pop_front();
+  return make_handle(next);
+}
+
+CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key, CFAllocatorRef /*allocator*/,
+                                          IOOptionBits /*options*/) {
+  const auto found = find<service>(entry);
+  if (found == nullptr || key != CFSTR("locationID")) return nullptr;
+  const std::optional<std::uint32_t> location = found->attached->registry_location();
+  return location.has_value() ? new __CFNumber(static_cast<std::int32_t>(*location)) : nullptr;
+}

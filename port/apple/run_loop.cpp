@@ -1,0 +1,102 @@
+// The run loop: one poll on a few descriptors, so that it never wakes while nothing happens.
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <mutex>
+#include <vector>
+
+#include "apple/core_foundation.h"
+
+struct __CFRunLoop : yusb::port::object {
+  __CFRunLoop() : wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (wake < 0) yusb::port::misuse("no descriptor is left for a run loop");
+  }
+  ~__CFRunLoop() override { close(wake); }
+
+  const int wake;  // readable when a stop wants the loop's attention
+  std::mutex mutex;
+  bool running = false;                      // under mutex
+  bool stopped = false;                      // under mutex
+  std::vector<CFRunLoopSourceRef> sources;   // the loop's own thread only
+  yusb::port::counted census{yusb::port::kind::run_loop};
+
+  bool enter() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (sources.empty()) return false;
+    running = true;
+    stopped = false;
+    return true;
+  }
+  bool is_stopped() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return stopped;
+  }
+  void leave() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    running = false;
+  }
+};
+
+namespace {
+
+struct thread_loop {
+  CFRunLoopRef loop = new __CFRunLoop();
+  ~thread_loop() { CFRelease(loop); }
+};
+
+// Does all there is to do; false if a stop came first.
+bool perform_all(CFRunLoopRef loop) {
+  for (const CFRunLoopSourceRef source : loop->sources) {
+    do {
+      if (loop->is_stopped()) return false;
+    } while (source->perform());
+  }
+  return !loop->is_stopped();
+}
+
+void wait(CFRunLoopRef loop) {
+  std::vector<pollfd> waited = {{loop->wake, POLLIN, 0}};
+  for (const CFRunLoopSourceRef source : loop->sources) {
+    source->idle();
+    for (const int descriptor : source->descriptors()) waited.push_back({descriptor, POLLIN, 0});
+  }
+  poll(waited.data(), waited.size(), -1);  // an interruption is one more look
+  eventfd_t count;
+  if ((waited.front().revents & POLLIN) != 0) eventfd_read(loop->wake, &count);
+}
+
+}  // namespace
+
+void yusb::port::invalidate(CFRunLoopSourceRef source) {
+  auto& sources = CFRunLoopGetCurrent()->sources;
+  sources.erase(std::remove(sources.begin(), sources.end(), source), sources.end());
+}
+
+CFRunLoopRef CFRunLoopGetCurrent(void) {
+  thread_local thread_loop current;
+  return current.loop;
+}
+
+void CFRunLoopAddSource(CFRunLoopRef rl, CFRunLoopSourceRef source, CFStringRef /*mode*/) {
+  yusb::port::calling("CFRunLoopAddSource");
+  if (source == nullptr) yusb::port::misuse("CFRunLoopAddSource() called with a null source");
+  rl->sources.push_back(source);
+}
+
+void CFRunLoopRun(void) {
+  yusb::port::calling("CFRunLoopRun");
+  const CFRunLoopRef loop = CFRunLoopGetCurrent();
+  if (!loop->enter()) return;
+  while (perform_all(loop)) wait(loop);
+  loop->leave();
+}
+
+void CFRunLoopStop(CFRunLoopRef rl) {
+  yusb::port::calling("CFRunLoopStop");
+  const std::lock_guard<std::mutex> lock(rl->mutex);
+  if (!rl->running) return;
+  rl->stopped = true;
+  eventfd_write(rl->wake, 1);
+}

@@ -1,0 +1,21 @@
+// A service: one device as an iterator hands it out.
+#ifndef YORVAN_PORT_APPLE_SERVICE_H_
+#define YORVAN_PORT_APPLE_SERVICE_H_
+
+#include <memory>
+#include <utility>
+
+#include "apple/object.h"
+#include "bus/bus.h"
+
+namespace yusb::port {
+
+struct service : io_object {
+  explicit service(std::shared_ptr<device> which) : attached(std::move(which)) {}
+  const std::shared_ptr<device> attached;
+  counted census{kind::service};
+};
+
+}  // namespace yusb::port
+
+#endif  // YORVAN_PORT_APPLE_SERVICE_H_

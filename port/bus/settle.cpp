@@ -1,0 +1,29 @@
+#include "bus/settle.h"
+
+#include <condition_variable>
+#include <mutex>
+
+#include <yusb_bus.h>
+
+namespace {
+
+std::mutex _mutex;
+std::condition_variable _changed;
+bool _idle = false;  // under _mutex
+
+void set_idle(bool idle) {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  _idle = idle;
+  if (idle) _changed.notify_all();
+}
+
+}  // namespace
+
+void yusb::port::mark_busy() { set_idle(false); }
+
+void yusb::port::mark_idle() { set_idle(true); }
+
+bool yusb::bus_settle(std::chrono::milliseconds limit) {
+  std::unique_lock<std::mutex> lock(_mutex);
+  return _changed.wait_for(lock, limit, [] { return _idle; });
+}
