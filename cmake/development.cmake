@@ -1,0 +1,23 @@
+# Flags for work on the project itself. Whoever builds it as a part of something else has flags of their own.
+option(YORVANUSB_WARNINGS_AS_ERRORS "Treat warnings as errors" ON)
+option(YORVANUSB_COVERAGE "Count which lines run (gcc)" OFF)
+set(YORVANUSB_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # The beta half checks the order of the locks.
+  add_compile_options(-Wthread-safety -Wthread-safety-beta)
+endif()
+if(YORVANUSB_WARNINGS_AS_ERRORS)
+  add_compile_options(-Werror)
+endif()
+
+if(YORVANUSB_SANITIZE)
+  add_compile_options(-fsanitize=${YORVANUSB_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  # The linker would take the runtime's symbols for undefined ones.
+  add_link_options(-fsanitize=${YORVANUSB_SANITIZE} LINKER:-z,undefs)
+endif()
+if(YORVANUSB_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()

@@ -1,0 +1,20 @@
+#!/bin/sh
+# check_exports.sh LIBRARY LIST: fails unless LIBRARY exports exactly the symbols in LIST.
+set -eu
+library=$1
+list=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+grep -v '^#' "$list" | LC_ALL=C sort >"$work/listed"
+if [ "$(uname -s)" = Darwin ]; then
+  nm -gUj "$library" | sed 's/^_//'
+else
+  nm -D --defined-only "$library" | sed 's/.* //'
+fi | LC_ALL=C sort -u >"$work/exported"
+
+if [ ! -s "$work/exported" ] || ! diff -u "$work/listed" "$work/exported" >"$work/diff"; then
+  echo "$library does not export what $list says (- listed, + exported):"
+  sed -n '/^[-+][^-+]/p' "$work/diff"
+  exit 1
+fi
