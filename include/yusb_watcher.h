@@ -1,0 +1,299 @@
+// Devices as they come and go, exactly: every arrival once, every removal once, in turn. Header-only; link
+// what <yusb.h> needs, and threads.
+//
+// On a thread of your own, where you may call everything (yusb::watch_queue):
+//
+//   yusb::watch_queue queue(yusb::device_is_android);
+//   while (const auto event = queue.next(std::chrono::minutes(1))) {  // until nothing comes for a minute
+//     switch (event->kind) {
+//       case yusb::watch_kind::arrival: phones.add(event->device); break;
+//       case yusb::watch_kind::removal: phones.drop(event->device); break;
+//       case yusb::watch_kind::resync: phones.replace_all(event->devices); break;  // we were too slow
+//     }
+//   }
+//
+// At the very moment, under the library's locks (yusb::watcher):
+//
+//   yusb::watcher watcher([](const YUsbInfoDevice& device, _yusb_device_event event) {
+//     std::printf("%c %s\n", event == YUSB_DEVICE_EVENT_APPEND ? '+' : '-', device.location().data());
+//   });
+//
+// What is exact. A watcher tells first of an arrival for each device listed when it is constructed, then of
+// every change, in the order in which the list changed. For each location arrivals and removals alternate, an
+// arrival first, whatever other threads do: nothing is missed and nothing told twice. A removal carries the
+// very record that its arrival carried. Attached devices that the library has not listed yet (it does so
+// shortly after yusb::global_initialize) arrive later, as any other.
+//
+// A device is what is listed at a location. Where a location is listed more than once, as for a moment when
+// one device quickly takes another's place, its device is the one listed first; when that leaves the list its
+// removal is told, and then the arrival of the next one. Never told of are records without numbers
+// (YUsbInfoDevice::empty) or without a location, and removals that took nothing out of the list. A host that
+// calls yusb::common_device_remove with a record whose location and instance path are of two different listed
+// devices cannot be followed: the one with both, or else the first with either, is held to be gone.
+//
+// Life. Construct a watcher after yusb::global_initialize; stop or destroy it before yusb::global_release:
+// afterwards that is undefined. Any number may live at once. They are moved, not copied; a move disturbs no
+// event. One object is used on one thread at a time, but for what watch_queue allows.
+//
+// Threads. Construct, stop and destroy on any thread, but not in what runs under the library's locks: a
+// handler of live events, a watcher's callback or filter, the log's sink. There a constructor throws; an end
+// cannot be had: the watcher falls silent, without the removals of watch_end::removals, and its memory is
+// lost. All of them wait for handlers that are running: hold no lock that one of those takes.
+//
+// Exceptions. Constructors throw std::runtime_error where the library is not initialised or refuses, as
+// above, and std::bad_alloc. Callbacks and filters must not throw. Lack of memory in an event ends the
+// process.
+#ifndef YUSB_WATCHER_H_
+#define YUSB_WATCHER_H_
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include <yusb.h>
+#include <yusb_filter.h>
+
+namespace yusb {
+
+// How a watcher ends: without a word, or with a removal for each device that it told of and that is still
+// there.
+enum class watch_end { silent, removals };
+
+using watch_callback = std::function<void(const YUsbInfoDevice&, _yusb_device_event)>;
+
+namespace detail {
+
+// What a watcher registers. All but `_hears` is used under the library's locks, or on the thread that starts
+// or ends it, when no event can come.
+class subscription final : public yusb_device_event_interface {
+ public:
+  subscription(watch_callback callback, device_filter filter, watch_end end)
+      : _callback(std::move(callback)), _filter(std::move(filter)), _end(end) {}
+
+  void start() {
+    if (!context_create(&_context)) throw std::runtime_error("yusb::watcher: not under the library's locks");
+    if (_context == nullptr) throw std::bad_alloc();
+    // A registration replays the list without a lock. Out of the set no other event can come meanwhile, so
+    // that replay is ignored; entering the set replays the list under the locks that every change takes.
+    if (!common_object_remove(_context) || !context_notify_object_append(_context, this)) {
+      context_release(_context);
+      throw std::runtime_error("yusb::watcher: the library is not initialised");
+    }
+    _hears = true;
+    common_object_append(_context);
+  }
+
+  // False if the library refuses, and still refers to this object.
+  bool finish() noexcept {
+    _hears = false;  // leaving the set replays removals, but only `_listed` knows which arrivals were told
+    if (!context_release(_context)) return false;
+    for (const entry& listed : _listed) {
+      if (listed.told && _end == watch_end::removals) _callback(listed.device, YUSB_DEVICE_EVENT_REMOVE);
+    }
+    return true;
+  }
+
+  void on_device_event(const YUsbInfoDevice& device, _yusb_device_event event) override {
+    // A removal by key that found nothing brings a blank record.
+    const bool blank = device.empty() && device.location().size() == 0 && device.instancePath().size() == 0;
+    if (!_hears || blank) return;
+    event == YUSB_DEVICE_EVENT_APPEND ? append(device) : remove(device);
+  }
+
+ private:
+  struct entry {
+    YUsbInfoDevice device;
+    bool told;  // of its arrival, and not of its removal
+  };
+  using iterator = std::vector<entry>::iterator;
+
+  template <typename Condition>
+  iterator find(Condition condition) {
+    return std::find_if(_listed.begin(), _listed.end(), condition);
+  }
+
+  // The first record at a location that is told of.
+  iterator device_at(const YString& place) {
+    if (place.size() == 0) return _listed.end();
+    return find([&](const entry& at) { return at.device.exist() && at.device.location() == place; });
+  }
+
+  void tell_arrival(entry& arrived) {
+    arrived.told = !_filter || _filter(arrived.device);
+    if (arrived.told) _callback(arrived.device, YUSB_DEVICE_EVENT_APPEND);
+  }
+
+  void append(const YUsbInfoDevice& device) {
+    _listed.push_back({device, false});
+    const iterator last = _listed.end() - 1;
+    if (device_at(last->device.location()) == last) tell_arrival(*last);
+  }
+
+  void remove(const YUsbInfoDevice& device) {
+    // A removal by key brings the record that it took out, and both keys fit that. One by record brings the
+    // caller's, and took out the first record that either key fits.
+    const auto location = [&](const entry& at) { return at.device.location() == device.location(); };
+    const auto path = [&](const entry& at) { return at.device.instancePath() == device.instancePath(); };
+    iterator removed = find([&](const entry& at) { return location(at) && path(at); });
+    if (removed == _listed.end()) removed = find([&](const entry& at) { return location(at) || path(at); });
+    if (removed == _listed.end()) return;
+    const bool first = device_at(removed->device.location()) == removed;
+    const entry gone = *removed;
+    _listed.erase(removed);
+    if (gone.told) _callback(gone.device, YUSB_DEVICE_EVENT_REMOVE);
+    const iterator next = first ? device_at(gone.device.location()) : _listed.end();
+    if (next != _listed.end()) tell_arrival(*next);
+  }
+
+  const watch_callback _callback;
+  const device_filter _filter;
+  const watch_end _end;
+  _yusb_context* _context = nullptr;
+  std::vector<entry> _listed;       // the library's list
+  std::atomic<bool> _hears{false};  // cleared without a lock
+};
+
+struct finish_subscription {
+  void operator()(subscription* ended) const noexcept {
+    if (ended->finish()) delete ended;
+  }
+};
+
+}  // namespace detail
+
+// Calls back for every device that comes or goes, at that moment.
+//
+// The calls come inside the constructor, on its thread, for what is listed already; then on the thread that
+// changes the list, which is the library's monitor thread; and inside the destructor, on its thread, for the
+// removals of watch_end::removals. Never two at once. The rules are those of a handler under the library's
+// locks (yusb_device_event_interface): copy the record to keep it, do not block, do not throw, call no
+// function of the library that takes a lock (it is refused). The filter is asked there too, once a device,
+// when it arrives; an empty filter keeps every device. What callback and filter refer to must outlive the
+// watcher.
+class watcher {
+ public:
+  // Watches nothing.
+  watcher() = default;
+
+  // Throws std::invalid_argument if the callback is empty, and what the top of this file says.
+  explicit watcher(watch_callback callback, device_filter filter = {}, watch_end end = watch_end::silent) {
+    if (!callback) throw std::invalid_argument("yusb::watcher: the callback is empty");
+    auto made = std::make_unique<detail::subscription>(std::move(callback), std::move(filter), end);
+    made->start();
+    _subscription.reset(made.release());
+  }
+
+  // What the destructor does: no call reaches the callback after it. Does nothing where nothing is watched.
+  void stop() noexcept { _subscription.reset(); }
+
+ private:
+  std::unique_ptr<detail::subscription, detail::finish_subscription> _subscription;
+};
+
+enum class watch_kind {
+  arrival,  // `device` came
+  removal,  // `device` went
+  resync,   // events were dropped; `devices` is what is there now
+};
+
+struct watch_event {
+  watch_kind kind;
+  YUsbInfoDevice device;                // of an arrival or removal, else empty
+  std::vector<YUsbInfoDevice> devices;  // of a resync, in order of arrival, else none
+};
+
+// Keeps events until the client takes them, on a thread of its own and under no lock of the library. A client
+// that is slow, or sleeps, delays neither the library nor another client.
+//
+// The queue is bounded. When an event finds it full, everything in it is dropped, and the client takes next a
+// resync with a snapshot of the moment when it takes it; the events that follow are the changes since then.
+// On a resync a client replaces its picture of what is attached by event.devices, and the picture equals the
+// list: what only the picture had is gone, what only event.devices has is new (YUsbInfoDevice::operator==
+// compares locations), what both have may have gone and come unseen. If more is attached at the start than
+// the queue holds, the first event is a resync.
+class watch_queue {
+ public:
+  // Starts watching; what is listed already is queued when this returns. `capacity` is in events, of about
+  // 100 bytes each besides the texts; with 0 all comes as resyncs. The filter is asked as a watcher's is.
+  // Throws what the top of this file says.
+  explicit watch_queue(device_filter filter = {}, std::size_t capacity = 1024,
+                       watch_end end = watch_end::silent)
+      : _state(std::make_shared<state>(capacity)),
+        _watcher([state = _state](const auto& device, auto event) { state->put(device, event); },
+                 std::move(filter), end) {}
+
+  // Takes the next event; waits for one as long as `limit`, at most a year; 0 or less does not wait. Empty
+  // when the time has passed without an event, or when the queue is closed and empty. Several threads may
+  // call it at once: each event goes to one of them. Throws std::bad_alloc, and then the event stays.
+  std::optional<watch_event> next(std::chrono::milliseconds limit) {
+    limit = std::clamp<std::chrono::milliseconds>(limit, limit.zero(), std::chrono::hours(24 * 365));
+    std::unique_lock<std::mutex> lock(_state->mutex);
+    _state->changed.wait_for(lock, limit, [this] { return _state->ready(); });
+    if (_state->dropped) {
+      watch_event event{watch_kind::resync, {}, _state->picture};
+      _state->dropped = false;
+      return event;
+    }
+    if (_state->events.empty()) return std::nullopt;
+    watch_event event = std::move(_state->events.front());
+    _state->events.pop_front();
+    return event;
+  }
+
+  // Stops watching, as the destructor of a watcher does, and wakes the threads that wait in next. What is
+  // queued, at its end the removals of watch_end::removals, can still be taken. Call it on one thread while
+  // others are in next, and destroy the queue when they have left it. A second call does nothing.
+  void close() noexcept {
+    _watcher.stop();
+    const std::lock_guard<std::mutex> lock(_state->mutex);
+    _state->closed = true;
+    _state->changed.notify_all();
+  }
+
+  // True after close. From any thread.
+  bool closed() const noexcept { return _state->closed; }
+
+ private:
+  struct state {
+    explicit state(std::size_t limit) : capacity(limit) {}
+
+    bool ready() const { return dropped || closed || !events.empty(); }
+
+    void put(const YUsbInfoDevice& device, _yusb_device_event event) {
+      const bool arrival = event == YUSB_DEVICE_EVENT_APPEND;
+      const std::lock_guard<std::mutex> lock(mutex);
+      if (arrival) picture.push_back(device);
+      if (!arrival) picture.erase(std::find(picture.begin(), picture.end(), device));
+      dropped = dropped || events.size() >= capacity;
+      if (dropped) events.clear();
+      if (!dropped) events.push_back({arrival ? watch_kind::arrival : watch_kind::removal, device, {}});
+      changed.notify_one();
+    }
+
+    const std::size_t capacity;
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<watch_event> events;
+    std::vector<YUsbInfoDevice> picture;  // what a client would know that had taken every event
+    bool dropped = false;                 // and no resync taken since
+    std::atomic<bool> closed{false};
+  };
+
+  std::shared_ptr<state> _state;
+  watcher _watcher;
+};
+
+}  // namespace yusb
+
+#endif  // YUSB_WATCHER_H_
