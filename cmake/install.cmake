@@ -1,0 +1,72 @@
+# What goes into an installed prefix, which may be moved afterwards. Its four components are the four Debian packages.
+include(CMakePackageConfigHelpers)
+
+set(components_of_library ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_COMPONENT development)
+set(cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake)
+set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH pcfiledir_to_prefix /prefix/${pkgconfig_dir} /prefix)
+
+# yorvan_package(PACKAGE VERSION): the CMake package of the targets exported as ${PACKAGE}Targets.
+function(yorvan_package package version)
+  install(EXPORT ${package}Targets NAMESPACE ${package}::
+    DESTINATION ${cmake_dir}/${package} COMPONENT development)
+  configure_package_config_file(cmake/${package}Config.cmake.in ${package}Config.cmake
+    INSTALL_DESTINATION ${cmake_dir}/${package} NO_SET_AND_CHECK_MACRO)
+  write_basic_package_version_file(${package}ConfigVersion.cmake
+    VERSION ${version} COMPATIBILITY SameMajorVersion)
+  install(FILES ${PROJECT_BINARY_DIR}/${package}Config.cmake ${PROJECT_BINARY_DIR}/${package}ConfigVersion.cmake
+    DESTINATION ${cmake_dir}/${package} COMPONENT development)
+endfunction()
+
+function(yorvan_pkgconfig module)
+  configure_file(cmake/${module}.pc.in ${module}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${module}.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
+endfunction()
+
+# ---- The core library ----
+
+if(YORVANUSB_OWN_CORE)
+  install(TARGETS YorvanCore EXPORT YorvanCoreTargets ${components_of_library} COMPONENT core
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(DIRECTORY port/core/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+  yorvan_package(YorvanCore ${YORVANCORE_VERSION})
+  yorvan_pkgconfig(YorvanCore)
+  set(core_requires "Requires: YorvanCore")
+else()
+  # Whoever uses the library finds the same core library with the same module.
+  install(FILES cmake/FindYorvanCore.cmake DESTINATION ${cmake_dir}/YorvanUsb COMPONENT development)
+  get_target_property(core_includes YorvanCore::YorvanCore INTERFACE_INCLUDE_DIRECTORIES)
+  list(TRANSFORM core_includes PREPEND "-I")
+  list(JOIN core_includes " " core_cflags)
+  get_target_property(core_library YorvanCore::YorvanCore LOCATION)
+endif()
+
+# ---- The library ----
+
+install(TARGETS YorvanUsb EXPORT YorvanUsbTargets ${components_of_library} COMPONENT runtime
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h")
+yorvan_package(YorvanUsb ${PROJECT_VERSION})
+yorvan_pkgconfig(YorvanUsb)
+
+# ---- The simulated bus ----
+
+if(TARGET YorvanUsbBus)
+  install(TARGETS YorvanUsbBus EXPORT YorvanUsbTargets ${components_of_library} COMPONENT runtime
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(DIRECTORY port/bus/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+  yorvan_pkgconfig(YorvanUsbSimulator)
+endif()
+
+# ---- The program ----
+
+if(TARGET yusb)
+  file(RELATIVE_PATH bin_to_lib /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${CMAKE_INSTALL_LIBDIR})
+  if(APPLE)
+    set_target_properties(yusb PROPERTIES INSTALL_RPATH "@loader_path/${bin_to_lib}")
+  else()
+    set_target_properties(yusb PROPERTIES INSTALL_RPATH "\$ORIGIN/${bin_to_lib}")
+  endif()
+  install(TARGETS yusb RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+endif()
