@@ -19,8 +19,8 @@
 // Life. The host calls yusb::global_initialize once before anything else and yusb::global_release once
 // after everything else; neither may overlap with any other call into the library. Before the first and
 // after the second every function returns false or does nothing, except yusb::context_create, which
-// then yields a context that hears nothing. After a release the library may be initialised afresh; context handles
-// from before the release are invalid.
+// then yields a context that hears nothing. After a release the library may be initialised afresh; context
+// handles from before the release are invalid.
 //
 // Threads. All other functions may be called from any thread. The library starts one thread of its own,
 // the monitor thread, and delivers live events on it.
@@ -97,7 +97,7 @@ class YUSB_EXPORT YUsbInfoDevice {
   // Each reference is valid while the record lives and the field is not assigned.
   virtual const YString& factory() const;       // the manufacturer string
   virtual const YString& serialNumber() const;  // the serial-number string
-  virtual const YString& location() const;      // the 32-bit location ID as "0x%X", unique among attached devices
+  virtual const YString& location() const;  // the 32-bit location ID as "0x%X", unique among attached devices
   virtual const YString& instancePath() const;  // the same text as location for a device read from the bus
   virtual const YString& describe() const;      // the product string
 
@@ -115,7 +115,8 @@ class YUSB_EXPORT YUsbInfoDevice {
 // What happened to a device.
 enum _yusb_device_event : int {
   YUSB_DEVICE_EVENT_APPEND = 0,  // it arrived, or was listed when the interface was registered
-  YUSB_DEVICE_EVENT_REMOVE = 1,  // it left, or was listed when the interface was unregistered or its context released
+  YUSB_DEVICE_EVENT_REMOVE =
+      1,  // it left, or was listed when the interface was unregistered or its context released
 };
 
 // Implemented by the client to hear of devices. The client owns the object and keeps it alive until the
@@ -147,7 +148,8 @@ YUSB_EXPORT void global_initialize() noexcept;
 
 // Stops the monitor thread and waits for it, then destroys every context that is still open, without an
 // event, and the list. Takes about a millisecond, unless a handler is running: that is waited for.
-// Does nothing when there is nothing to release. Refused on the monitor thread and from a handler under locks.
+// Does nothing when there is nothing to release. Refused on the monitor thread and from a handler under
+// locks.
 YUSB_EXPORT void global_release() noexcept;
 
 // ---- Contexts ----
@@ -167,17 +169,19 @@ YUSB_EXPORT bool context_release(_yusb_context* ctx) noexcept;
 // that comes or goes at that moment may be heard of twice, or in the wrong order.
 // False if an argument is null, the interface is registered on this context already, or the call is refused.
 // Takes the context's lock, then briefly the device-list lock; the replay runs without any.
-YUSB_EXPORT bool context_notify_object_append(_yusb_context* ctx, yusb_device_event_interface* iface) noexcept;
+YUSB_EXPORT bool context_notify_object_append(_yusb_context* ctx,
+                                              yusb_device_event_interface* iface) noexcept;
 
 // Unregisters an interface; it hears a removal for every device listed before the call returns. After
 // that no call reaches it on behalf of this context. Otherwise as above; false also if it was not registered.
-YUSB_EXPORT bool context_notify_object_remove(_yusb_context* ctx, yusb_device_event_interface* iface) noexcept;
+YUSB_EXPORT bool context_notify_object_remove(_yusb_context* ctx,
+                                              yusb_device_event_interface* iface) noexcept;
 
 // ---- Devices ----
 
 // Shows the visitor every listed device, in order of arrival, until it returns false. The walk is over a
-// snapshot. False if the visitor is empty or the call is refused, or before initialisation; else true, also when the visitor
-// stopped it. `ctx` is not used and may be null. Takes the device-list lock while it copies.
+// snapshot. False if the visitor is empty or the call is refused, or before initialisation; else true, also
+// when the visitor stopped it. `ctx` is not used and may be null. Takes the device-list lock while it copies.
 YUSB_EXPORT bool device_traverse(_yusb_context* ctx, const device_visitor& visitor) noexcept;
 
 // True if a listed device has the record's instance path or its location. False if the call is refused.
@@ -196,8 +200,8 @@ YUSB_EXPORT bool device_is_airpods(const YUsbInfoDevice& device) noexcept;
 // letters. May be true of an Apple device. Throws std::bad_alloc if the texts cannot be copied.
 YUSB_EXPORT bool device_is_android(const YUsbInfoDevice& device);
 
-// Shows the visitor every listed pair of AirPods; what it returns is ignored. Always true. An empty visitor is
-// never called. Takes the device-list lock while it copies the list.
+// Shows the visitor every listed pair of AirPods; what it returns is ignored. Always true. An empty visitor
+// is never called. Takes the device-list lock while it copies the list.
 YUSB_EXPORT bool airpods_traverse(_yusb_context* ctx, const device_visitor& visitor) noexcept;
 
 // The serial number of any record, a to z raised to A to Z. Throws std::bad_alloc.
@@ -208,8 +212,8 @@ YUSB_EXPORT bool device_reset_apple() noexcept;
 
 // ---- The layers beneath ----
 //
-// What the functions above are made of. A backend feeds the list through these, and so can a host that knows of
-// devices the bus does not. They do not test their arguments: pointers must not be null unless it says so.
+// What the functions above are made of. A backend feeds the list through these, and so can a host that knows
+// of devices the bus does not. They do not test their arguments: pointers must not be null unless it says so.
 
 YUSB_EXPORT void common_global_initialize() noexcept;
 YUSB_EXPORT void common_global_release() noexcept;
@@ -233,13 +237,16 @@ YUSB_EXPORT void common_notify_device_remove(_yusb_context* ctx, const YUsbInfoD
 // never looks for a duplicate; a removal takes out the first match only and is delivered even when there
 // is none: with the caller's record, or, in the removals by key, with an empty one.
 YUSB_EXPORT void common_device_append(const YUsbInfoDevice& record) noexcept;
-YUSB_EXPORT void common_device_remove(const YUsbInfoDevice& record) noexcept;  // by instance path or location; no report
+YUSB_EXPORT void common_device_remove(
+    const YUsbInfoDevice& record) noexcept;  // by instance path or location; no report
 YUSB_EXPORT void common_device_remove_from_instance_path(const YString& path) noexcept;
 YUSB_EXPORT void common_device_remove_from_location(const YString& location) noexcept;
 
 YUSB_EXPORT bool common_device_is_exist(const YUsbInfoDevice& record) noexcept;
-YUSB_EXPORT void common_device_traverse(const device_visitor& visitor) noexcept;  // the visitor must not be empty
-YUSB_EXPORT void common_device_printf(const YUsbInfoDevice& record) noexcept;     // eight lines of level 1 to the log
+YUSB_EXPORT void common_device_traverse(
+    const device_visitor& visitor) noexcept;  // the visitor must not be empty
+YUSB_EXPORT void common_device_printf(
+    const YUsbInfoDevice& record) noexcept;  // eight lines of level 1 to the log
 
 // Starts the monitor thread, which is detached. False if `context` is null, its thread has not ended, or
 // no thread could be made.

@@ -38,7 +38,8 @@ const CFAllocatorRef kCFAllocatorSystemDefault = &_systemAllocator;
 const CFStringRef kCFRunLoopDefaultMode = &_defaultMode;
 
 CFStringRef __CFStringMakeConstantString(const char* text) {
-  static auto* const constants = new std::map<std::string, __CFString>();  // under _constantMutex; outlives every user
+  static auto* const constants =
+      new std::map<std::string, __CFString>();  // under _constantMutex; outlives every user
   const std::lock_guard<std::mutex> lock(_constantMutex);
   return &(*constants)[text];
 }

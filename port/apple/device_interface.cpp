@@ -19,7 +19,8 @@ struct interface_object {
   interface_object(const Table& functions, kind which, std::shared_ptr<device> of)
       : table(&functions), attached(std::move(of)), census(which) {}
 
-  const Table* const table;  // first, so that a pointer to the object is a pointer to the pointer to the table
+  const Table* const
+      table;  // first, so that a pointer to the object is a pointer to the pointer to the table
   std::atomic<ULONG> references{1};
   const std::shared_ptr<device> attached;
   counted census;
@@ -55,8 +56,13 @@ IOReturn get(void* self, T* value) {
 
 IOReturn device_request(void* self, IOUSBDevRequest* request) {
   if (request == nullptr) return kIOReturnBadArgument;
-  control_request transfer = {request->bmRequestType, request->bRequest, request->wValue, request->wIndex,
-                              request->wLength,       request->pData,    0};
+  control_request transfer = {request->bmRequestType,
+                              request->bRequest,
+                              request->wValue,
+                              request->wIndex,
+                              request->wLength,
+                              request->pData,
+                              0};
   const status result = device_object::of(self).attached->control(transfer);
   request->wLenDone = transfer.transferred;
   return result;
@@ -105,8 +111,9 @@ const IOCFPlugInInterface& plugin_table() {
 
 }  // namespace
 
-kern_return_t IOCreatePlugInInterfaceForService(io_service_t handle, CFUUIDRef pluginType, CFUUIDRef interfaceType,
-                                                IOCFPlugInInterface*** theInterface, SInt32* theScore) {
+kern_return_t IOCreatePlugInInterfaceForService(io_service_t handle, CFUUIDRef pluginType,
+                                                CFUUIDRef interfaceType, IOCFPlugInInterface*** theInterface,
+                                                SInt32* theScore) {
   const auto found = find<service>(handle);
   if (found == nullptr) return kIOReturnBadArgument;
   if (!equal(CFUUIDGetUUIDBytes(pluginType), CFUUIDGetUUIDBytes(kIOUSBDeviceUserClientTypeID)) ||

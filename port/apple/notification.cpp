@@ -37,12 +37,15 @@ struct port_source : __CFRunLoopSource {
 
   const std::unique_ptr<session> watch;
   std::vector<std::weak_ptr<notification>> notifications;
-  std::optional<change> held;  // a departure read while the devices already attached were, before anyone could hear of it
+  std::optional<change>
+      held;  // a departure read while the devices already attached were, before anyone could hear of it
 
   std::array<int, 2> descriptors() const override { return watch->descriptors(); }
   void idle() override { watch->idle(); }
 
-  std::optional<change> take() { return held.has_value() ? std::exchange(held, std::nullopt) : watch->next(); }
+  std::optional<change> take() {
+    return held.has_value() ? std::exchange(held, std::nullopt) : watch->next();
+  }
 
   // One change a call: handlers hear of changes in the order in which they happened.
   bool perform() override {
@@ -104,9 +107,10 @@ CFMutableDictionaryRef IOServiceMatching(const char* name) {
   return calling("IOServiceMatching") ? new __CFDictionary(name) : nullptr;
 }
 
-kern_return_t IOServiceAddMatchingNotification(IONotificationPortRef notifyPort, const io_name_t notificationType,
-                                               CFDictionaryRef matching, IOServiceMatchingCallback callback,
-                                               void* refCon, io_iterator_t* iterator) {
+kern_return_t IOServiceAddMatchingNotification(IONotificationPortRef notifyPort,
+                                               const io_name_t notificationType, CFDictionaryRef matching,
+                                               IOServiceMatchingCallback callback, void* refCon,
+                                               io_iterator_t* iterator) {
   const bool permitted = calling("IOServiceAddMatchingNotification");
   if (notifyPort == nullptr) misuse("IOServiceAddMatchingNotification() called with a null port");
   if (matching == nullptr) return kIOReturnBadArgument;
@@ -138,8 +142,8 @@ io_object_t IOIteratorNext(io_iterator_t iterator) {
   return make_handle(next);
 }
 
-CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key, CFAllocatorRef /*allocator*/,
-                                          IOOptionBits /*options*/) {
+CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key,
+                                          CFAllocatorRef /*allocator*/, IOOptionBits /*options*/) {
   const auto found = find<service>(entry);
   if (found == nullptr || key != CFSTR("locationID")) return nullptr;
   const std::optional<std::uint32_t> location = found->attached->registry_location();

@@ -15,7 +15,7 @@ std::array<std::atomic<long>, static_cast<std::size_t>(kind::count)> _alive{};
 
 std::mutex _handleMutex;
 std::unordered_map<io_object_t, std::shared_ptr<io_object>> _handles;  // under _handleMutex
-io_object_t _lastHandle = IO_OBJECT_NULL;                               // under _handleMutex
+io_object_t _lastHandle = IO_OBJECT_NULL;                              // under _handleMutex
 
 std::mutex _hookMutex;
 std::shared_ptr<call_hook> _hook;  // under _hookMutex
@@ -24,8 +24,9 @@ std::atomic<bool> _hooked{false};  // whether to take the lock at all
 }  // namespace
 
 const char* name_of(kind which) {
-  static constexpr const char* names[] = {"number",   "matching dictionary", "run loop", "notification port",
-                                          "iterator", "service",             "plug-in",  "device interface"};
+  static constexpr const char* names[] = {
+      "number",  "matching dictionary", "run loop", "notification port", "iterator", "service",
+      "plug-in", "device interface"};
   return names[static_cast<std::size_t>(which)];
 }
 

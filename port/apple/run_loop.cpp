@@ -17,9 +17,9 @@ struct __CFRunLoop : yusb::port::object {
 
   const int wake;  // readable when a stop wants the loop's attention
   std::mutex mutex;
-  bool running = false;                      // under mutex
-  bool stopped = false;                      // under mutex
-  std::vector<CFRunLoopSourceRef> sources;   // the loop's own thread only
+  bool running = false;                     // under mutex
+  bool stopped = false;                     // under mutex
+  std::vector<CFRunLoopSourceRef> sources;  // the loop's own thread only
   yusb::port::counted census{yusb::port::kind::run_loop};
 
   bool enter() {

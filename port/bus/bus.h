@@ -12,12 +12,12 @@ namespace yusb::port {
 // An IOReturn: 0 is success.
 using status = std::int32_t;
 constexpr status status_ok = 0;
-constexpr status status_error = static_cast<status>(0xe00002bc);        // kIOReturnError
-constexpr status status_no_device = static_cast<status>(0xe00002c0);    // kIOReturnNoDevice
-constexpr status status_bad_argument = static_cast<status>(0xe00002c2); // kIOReturnBadArgument
-constexpr status status_not_permitted = static_cast<status>(0xe00002e2);// kIOReturnNotPermitted
-constexpr status status_timeout = static_cast<status>(0xe00002d6);      // kIOReturnTimeout
-constexpr status status_stalled = static_cast<status>(0xe000404f);      // kIOUSBPipeStalled
+constexpr status status_error = static_cast<status>(0xe00002bc);          // kIOReturnError
+constexpr status status_no_device = static_cast<status>(0xe00002c0);      // kIOReturnNoDevice
+constexpr status status_bad_argument = static_cast<status>(0xe00002c2);   // kIOReturnBadArgument
+constexpr status status_not_permitted = static_cast<status>(0xe00002e2);  // kIOReturnNotPermitted
+constexpr status status_timeout = static_cast<status>(0xe00002d6);        // kIOReturnTimeout
+constexpr status status_stalled = static_cast<status>(0xe000404f);        // kIOUSBPipeStalled
 
 // One control transfer on the default pipe; numbers in the host's byte order.
 struct control_request {
@@ -30,7 +30,15 @@ struct control_request {
   std::uint32_t transferred;  // set by the device
 };
 
-enum class number { vendor, product, release, location, manufacturer_index, product_index, serial_number_index };
+enum class number {
+  vendor,
+  product,
+  release,
+  location,
+  manufacturer_index,
+  product_index,
+  serial_number_index
+};
 
 // What creating a plug-in or a device interface comes to: a real bus always grants both.
 struct grant {
@@ -67,8 +75,8 @@ class session {
   // What to wait for: the session has something to say when one of these is readable. -1 stands for none.
   virtual std::array<int, 2> descriptors() const = 0;
 
-  // The next change, in the order in which it happened: first an arrival for each device attached when the session was
-  // opened, parents before children. Empty if there is none yet; never waits.
+  // The next change, in the order in which it happened: first an arrival for each device attached when the
+  // session was opened, parents before children. Empty if there is none yet; never waits.
   virtual std::optional<change> next() = 0;
 
   // Called when the reader has handled everything that next() gave and is about to wait.

@@ -27,7 +27,9 @@ class attachment : public port::device {
   explicit attachment(const simulated_device& described) : _described(described) {}
 
   port::grant plugin() override { return {_described.plugin_status, !_described.plugin_missing}; }
-  port::grant device_interface() override { return {_described.interface_status, !_described.interface_missing}; }
+  port::grant device_interface() override {
+    return {_described.interface_status, !_described.interface_missing};
+  }
 
   status get(port::number which, std::uint32_t* value) override {
     if (_described.failing.count(static_cast<simulated_number>(which)) != 0) return port::status_error;
@@ -60,7 +62,8 @@ class attachment : public port::device {
   status control(port::control_request& request) override {
     {
       const std::lock_guard<std::mutex> lock(_mutex);
-      _requests.push_back({request.request_type, request.request, request.value, request.index, request.length});
+      _requests.push_back(
+          {request.request_type, request.request, request.value, request.index, request.length});
       if (_gone) return port::status_no_device;
     }
     const simulated_reply reply = answer(request);
@@ -98,13 +101,15 @@ class attachment : public port::device {
     const std::optional<std::string>& text = *texts[index - 1];
     if (!text.has_value()) return {port::status_stalled, {}, {}};
     const port::string_descriptor made = port::encode_string_descriptor(*text);
-    return {port::status_ok, {made.bytes.begin(), made.bytes.begin() + static_cast<std::ptrdiff_t>(made.size)}, {}};
+    return {port::status_ok,
+            {made.bytes.begin(), made.bytes.begin() + static_cast<std::ptrdiff_t>(made.size)},
+            {}};
   }
 
   const simulated_device _described;
   mutable std::mutex _mutex;
-  bool _gone = false;                          // under _mutex
-  std::vector<simulated_request> _requests;    // under _mutex
+  bool _gone = false;                        // under _mutex
+  std::vector<simulated_request> _requests;  // under _mutex
 };
 
 }  // namespace
@@ -113,9 +118,9 @@ struct simulator::implementation : port::bus, std::enable_shared_from_this<simul
   class watch;
 
   mutable std::mutex mutex;
-  int last_id = 0;                                          // under mutex
-  std::map<int, std::shared_ptr<attachment>> attached;      // under mutex; numbers rise, so in order of arrival
-  std::vector<watch*> watches;                              // under mutex
+  int last_id = 0;                                      // under mutex
+  std::map<int, std::shared_ptr<attachment>> attached;  // under mutex; numbers rise, so in order of arrival
+  std::vector<watch*> watches;                          // under mutex
 
   std::unique_ptr<port::session> open() override;
   void tell(const port::change& change);
@@ -179,7 +184,9 @@ void simulator::implementation::tell(const port::change& change) {
   for (watch* const each : watches) each->push(change);
 }
 
-simulator::simulator() : _implementation(std::make_shared<implementation>()) { port::set_bus(_implementation.get()); }
+simulator::simulator() : _implementation(std::make_shared<implementation>()) {
+  port::set_bus(_implementation.get());
+}
 
 simulator::~simulator() {
   before_calls(nullptr);
@@ -210,18 +217,22 @@ bool simulator::settle(std::chrono::milliseconds limit) { return bus_settle(limi
 std::vector<simulated_request> simulator::requests(int id) const {
   const std::lock_guard<std::mutex> lock(_implementation->mutex);
   const auto found = _implementation->attached.find(id);
-  return found == _implementation->attached.end() ? std::vector<simulated_request>() : found->second->requests();
+  return found == _implementation->attached.end() ? std::vector<simulated_request>()
+                                                  : found->second->requests();
 }
 
 std::vector<std::string> simulator::leaks() {
   std::vector<std::string> found;
   for (std::size_t i = 0; i < static_cast<std::size_t>(port::kind::count); ++i) {
     const auto which = static_cast<port::kind>(i);
-    if (const long left = port::alive(which)) found.push_back(std::string(port::name_of(which)) + ": " + std::to_string(left));
+    if (const long left = port::alive(which))
+      found.push_back(std::string(port::name_of(which)) + ": " + std::to_string(left));
   }
   return found;
 }
 
-void simulator::before_calls(std::function<bool(const char* call)> hook) { port::set_call_hook(std::move(hook)); }
+void simulator::before_calls(std::function<bool(const char* call)> hook) {
+  port::set_call_hook(std::move(hook));
+}
 
 }  // namespace yusb

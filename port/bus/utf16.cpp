@@ -11,7 +11,10 @@ std::uint32_t decode(std::string_view text, std::size_t& at) {
   const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
   const std::uint8_t first = byte(at++);
   if (first < 0x80) return first;
-  const int following = first >= 0xC2 && first < 0xE0 ? 1 : first >= 0xE0 && first < 0xF0 ? 2 : first >= 0xF0 && first < 0xF5 ? 3 : 0;
+  const int following = first >= 0xC2 && first < 0xE0   ? 1
+                        : first >= 0xE0 && first < 0xF0 ? 2
+                        : first >= 0xF0 && first < 0xF5 ? 3
+                                                        : 0;
   if (following == 0) return kReplacement;
   std::uint32_t point = first & (0x3Fu >> following);
   for (int i = 0; i < following; ++i) {
@@ -20,7 +23,8 @@ std::uint32_t decode(std::string_view text, std::size_t& at) {
     point = point << 6 | (byte(next) & 0x3Fu);
   }
   constexpr std::uint32_t smallest[] = {0, 0x80, 0x800, 0x10000};
-  if (point < smallest[following] || point > 0x10FFFF || (point >= 0xD800 && point < 0xE000)) return kReplacement;
+  if (point < smallest[following] || point > 0x10FFFF || (point >= 0xD800 && point < 0xE000))
+    return kReplacement;
   at += static_cast<std::size_t>(following);
   return point;
 }

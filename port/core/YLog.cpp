@@ -10,10 +10,10 @@
 
 namespace {
 
-std::mutex _sinkMutex;              // held while the sink runs, so lines do not mix and a sink ends with its replacement
-YLog::Sink _sink = nullptr;         // under _sinkMutex
-void* _sinkUser = nullptr;          // under _sinkMutex
-std::atomic<int> _threshold{0};     // no lock: an out-of-date value shows or hides one line
+std::mutex _sinkMutex;  // held while the sink runs, so lines do not mix and a sink ends with its replacement
+YLog::Sink _sink = nullptr;      // under _sinkMutex
+void* _sinkUser = nullptr;       // under _sinkMutex
+std::atomic<int> _threshold{0};  // no lock: an out-of-date value shows or hides one line
 thread_local bool _insideSink = false;
 
 // Appends what a terminal or a reader of lines cannot be harmed by.
@@ -86,4 +86,6 @@ void YLog::setSink(Sink sink, void* user) noexcept {
   _sinkUser = user;
 }
 
-void YLog::setThreshold(EYORVAN_LOG_LEVEL level) noexcept { _threshold.store(level, std::memory_order_relaxed); }
+void YLog::setThreshold(EYORVAN_LOG_LEVEL level) noexcept {
+  _threshold.store(level, std::memory_order_relaxed);
+}

@@ -44,9 +44,14 @@ std::string_view view(const YString& text) { return {text.data(), text.size()}; 
 
 }  // namespace
 
-YString::YString(Block* block) noexcept : _block(block) {}
+YString YString::adopt(Block* block) noexcept {
+  YString text;
+  text._block = block;
+  return text;
+}
 
-YString::YString(const char* text) : _block(text == nullptr ? nullptr : Block::make(text, std::strlen(text))) {}
+YString::YString(const char* text)
+    : _block(text == nullptr ? nullptr : Block::make(text, std::strlen(text))) {}
 
 YString::YString(const char* bytes, std::size_t size) : _block(Block::make(bytes, size)) {}
 
@@ -78,7 +83,7 @@ bool YString::contains(const YString& part) const noexcept {
 }
 
 YString YString::toLower() const {
-  YString copy(Block::make(data(), size()));
+  YString copy(data(), size());
   for (std::size_t i = 0; i < size(); ++i) {
     char& c = copy._block->bytes()[i];
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
@@ -87,7 +92,7 @@ YString YString::toLower() const {
 }
 
 YString YString::toUpper() const {
-  YString copy(Block::make(data(), size()));
+  YString copy(data(), size());
   for (std::size_t i = 0; i < size(); ++i) {
     char& c = copy._block->bytes()[i];
     if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
@@ -111,7 +116,7 @@ YString YString::format(const char* format, ...) {
   if (length <= 0) return {};
   const auto size = static_cast<std::size_t>(length);
   if (size < sizeof buffer) return {buffer, size};
-  YString text(Block::make(size));
+  YString text = adopt(Block::make(size));
   std::vsnprintf(text._block->bytes(), size + 1, format, again);
   return text;
 }

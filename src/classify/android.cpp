@@ -8,7 +8,8 @@
 namespace yusb {
 
 bool device_is_android(const YUsbInfoDevice& device) {
-  // Only the lower-case copies may let a want of memory through, so the tables are built by functions that may not.
+  // Only the lower-case copies may let a want of memory through, so the tables are built by functions that
+  // may not.
   static const auto _staticVendorIDArray = []() noexcept {
     return std::set<std::uint16_t>{0x2717, 0x12D1, 0x339B, 0x04E8, 0x2D95, 0x22D9, 0x18D1};
   }();

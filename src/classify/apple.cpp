@@ -2,8 +2,8 @@
 #include <cstdint>
 #include <set>
 
-#include "common/reentry.h"
 #include <yusb.h>
+#include "common/reentry.h"
 
 namespace yusb {
 

@@ -4,7 +4,8 @@
 
 namespace yusb {
 
-void common_notify_handle(_yusb_context* ctx, const YUsbInfoDevice& device, _yusb_device_event event) noexcept {
+void common_notify_handle(_yusb_context* ctx, const YUsbInfoDevice& device,
+                          _yusb_device_event event) noexcept {
   if (refused()) return;
   const MutexLock lock(&ctx->mutex);
   const client_code running;

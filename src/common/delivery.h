@@ -9,7 +9,8 @@
 #include "common/mutex.h"
 
 struct _yusb_context {
-  std::set<yusb_device_event_interface*> interfaces GUARDED_BY(mutex);  // the client's; called in ascending order of address
+  std::set<yusb_device_event_interface*> interfaces
+      GUARDED_BY(mutex);  // the client's; called in ascending order of address
   yusb::Mutex mutex;
 };
 

@@ -7,7 +7,8 @@ namespace yusb {
 
 namespace {
 
-_yusb_platform_context* _global_platform_context = nullptr;  // no lock: initialisation and release overlap with nothing
+_yusb_platform_context* _global_platform_context =
+    nullptr;  // no lock: initialisation and release overlap with nothing
 
 }  // namespace
 
@@ -47,4 +48,6 @@ __attribute__((constructor)) void _yorvan_usb_dynamic_library_init() noexcept {
   static_cast<void>(yorvan_usb_dynamic_library_initialize());
 }
 
-__attribute__((destructor)) void _yorvan_usb_dynamic_library_fini() noexcept { yorvan_usb_dynamic_library_release(); }
+__attribute__((destructor)) void _yorvan_usb_dynamic_library_fini() noexcept {
+  yorvan_usb_dynamic_library_release();
+}

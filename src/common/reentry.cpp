@@ -5,7 +5,8 @@
 namespace yusb {
 
 void report_reentry(const char* function, int line) noexcept {
-  YLog::output(log_error, "[ %s : %d ] Refused: must not be called from a handler that runs under the library's locks",
+  YLog::output(log_error,
+               "[ %s : %d ] Refused: must not be called from a handler that runs under the library's locks",
                function, line);
 }
 

@@ -12,7 +12,8 @@ namespace {
 
 using notify_function = void (*)(_yusb_context*, const YUsbInfoDevice&) noexcept;
 
-void notify_every_context(notify_function notify, const YUsbInfoDevice& record) REQUIRES(_global_context_mutex) {
+void notify_every_context(notify_function notify, const YUsbInfoDevice& record)
+    REQUIRES(_global_context_mutex) {
   for (_yusb_context* context : *_global_context_array) notify(context, record);
 }
 
@@ -61,7 +62,8 @@ void common_device_remove(const YUsbInfoDevice& record) noexcept {
   if (refused() || !has_contexts() || !has_devices()) return;
   const MutexLock contexts(_global_context_mutex);
   const MutexLock devices(_global_device_mutex);
-  const auto found = std::find_if(_global_device_array->begin(), _global_device_array->end(), same_device(record));
+  const auto found =
+      std::find_if(_global_device_array->begin(), _global_device_array->end(), same_device(record));
   if (found != _global_device_array->end()) _global_device_array->erase(found);
   notify_every_context(common_notify_device_remove, record);
 }

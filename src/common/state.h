@@ -14,8 +14,9 @@
 
 namespace yusb {
 
-using context_set = std::set<_yusb_context*>;      // walked in ascending order of address
-using device_list = std::vector<YUsbInfoDevice>;   // in order of arrival; the same device may stand in it twice
+using context_set = std::set<_yusb_context*>;  // walked in ascending order of address
+using device_list =
+    std::vector<YUsbInfoDevice>;  // in order of arrival; the same device may stand in it twice
 
 // The pointers themselves change only in state_create and state_destroy, which overlap with nothing.
 // Each is null before the first, after the second, and where its allocation failed.

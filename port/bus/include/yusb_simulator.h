@@ -1,5 +1,5 @@
-// A simulated USB bus: plug and unplug described devices, with any fault, and see what the library makes of it. Needs no
-// root, no hardware and no preloading.
+// A simulated USB bus: plug and unplug described devices, with any fault, and see what the library makes of
+// it. Needs no root, no hardware and no preloading.
 //
 //   yusb::simulator bus;                      // the library's bus from the next yusb::global_initialize on
 //   yusb::global_initialize();
@@ -38,7 +38,15 @@ struct simulated_reply {
 };
 
 // What a device can be asked for besides its strings.
-enum class simulated_number { vendor, product, release, location, manufacturer_index, product_index, serial_number_index };
+enum class simulated_number {
+  vendor,
+  product,
+  release,
+  location,
+  manufacturer_index,
+  product_index,
+  serial_number_index
+};
 
 struct simulated_device {
   std::uint16_t vendor = 0;    // idVendor
@@ -47,18 +55,18 @@ struct simulated_device {
   std::uint32_t location = 0;  // the location ID
 
   // UTF-8; a device without the string has index 0 for it. Cut at 126 UTF-16 units, as a descriptor is.
-  std::optional<std::string> manufacturer;      // string index 1
-  std::optional<std::string> product_name;      // string index 2
-  std::optional<std::string> serial_number;     // string index 3
+  std::optional<std::string> manufacturer;   // string index 1
+  std::optional<std::string> product_name;   // string index 2
+  std::optional<std::string> serial_number;  // string index 3
 
   // Faults. Statuses are IOReturn codes.
-  std::int32_t plugin_status = 0;        // of creating the plug-in
-  bool plugin_missing = false;           // creating it succeeds and hands back nothing
-  std::int32_t interface_status = 0;     // of asking the plug-in for the device interface
-  bool interface_missing = false;        // asking succeeds and hands back nothing
-  std::set<simulated_number> failing;    // queries that fail
+  std::int32_t plugin_status = 0;          // of creating the plug-in
+  bool plugin_missing = false;             // creating it succeeds and hands back nothing
+  std::int32_t interface_status = 0;       // of asking the plug-in for the device interface
+  bool interface_missing = false;          // asking succeeds and hands back nothing
+  std::set<simulated_number> failing;      // queries that fail
   std::map<int, simulated_reply> replies;  // by string index, instead of the text's; the index must be in use
-  bool location_property = true;         // false: the registry has no "locationID", so its departure goes unnoticed
+  bool location_property = true;  // false: the registry has no "locationID", so its departure goes unnoticed
 };
 
 // A control request that reached a device.
@@ -70,9 +78,10 @@ struct simulated_request {
   std::uint16_t length;
 };
 
-// The bus. One at a time; from its construction it is what the library watches from its next initialisation on, and until
-// then nothing changes. Destroy it after yusb::global_release; then the host's own bus is the library's again.
-// All functions may be called from any thread, before, during and after the library's use; plug, unplug and requests also from a handler.
+// The bus. One at a time; from its construction it is what the library watches from its next initialisation
+// on, and until then nothing changes. Destroy it after yusb::global_release; then the host's own bus is the
+// library's again. All functions may be called from any thread, before, during and after the library's use;
+// plug, unplug and requests also from a handler.
 class YUSB_BUS_EXPORT simulator {
  public:
   simulator();

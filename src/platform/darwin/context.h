@@ -22,8 +22,8 @@ struct _yusb_platform_context {
   std::map<YString, void*> handleMap;      // unused
   yusb::Mutex mutex;                       // unused
 
-  // `wanted` from start, `unwanted` from stop, `none` as the last thing the thread does: unlike `running` it covers the
-  // time before the thread's first step and after its last.
+  // `wanted` from start, `unwanted` from stop, `none` as the last thing the thread does: unlike `running` it
+  // covers the time before the thread's first step and after its last.
   std::atomic<yusb_monitor> monitor{yusb_monitor::none};
 };
 

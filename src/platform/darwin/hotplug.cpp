@@ -45,7 +45,8 @@ YString darwin_device_request_string_descriptor(IOUSBDeviceStruct500** device, U
   const UInt32 end = request.wLenDone < sizeof reply ? request.wLenDone : UInt32{sizeof reply};
   char text[sizeof reply / 2];
   std::size_t length = 0;
-  for (UInt32 at = kStringHeader; at < end && reply[at] != 0; at += 2) text[length++] = static_cast<char>(reply[at]);
+  for (UInt32 at = kStringHeader; at < end && reply[at] != 0; at += 2)
+    text[length++] = static_cast<char>(reply[at]);
   return {text, length};
 }
 
@@ -91,8 +92,8 @@ void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) {
                                                                    kIOCFPlugInInterfaceID, &plugin, &score);
     if (status != 0 || plugin == nullptr) {
       const client_code sink;
-      YLog::output(log_error, "[ %s : %d ] Unable to create a plug-in (%08x)", "darwin_handle_device_append", 119,
-                   static_cast<unsigned>(status));
+      YLog::output(log_error, "[ %s : %d ] Unable to create a plug-in (%08x)", "darwin_handle_device_append",
+                   119, static_cast<unsigned>(status));
       IOObjectRelease(service);
       continue;
     }
@@ -102,8 +103,8 @@ void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) {
     plugin = nullptr;  // a success that hands back nothing must not find the previous device's
     if (answer != 0 || device == nullptr) {
       const client_code sink;
-      YLog::output(log_error, "[ %s : %d ] Couldn't create a device interface (%08x)", "darwin_handle_device_append",
-                   128, static_cast<unsigned>(answer));
+      YLog::output(log_error, "[ %s : %d ] Couldn't create a device interface (%08x)",
+                   "darwin_handle_device_append", 128, static_cast<unsigned>(answer));
       IOObjectRelease(service);
       continue;
     }
@@ -145,7 +146,8 @@ void report_failure(const char* what, kern_return_t status, int line = __builtin
 io_iterator_t watch(IONotificationPortRef port, const char* type, CFDictionaryRef matching,
                     IOServiceMatchingCallback handler, _yusb_platform_context* context) {
   io_iterator_t iterator = IO_OBJECT_NULL;
-  const kern_return_t status = IOServiceAddMatchingNotification(port, type, matching, handler, context, &iterator);
+  const kern_return_t status =
+      IOServiceAddMatchingNotification(port, type, matching, handler, context, &iterator);
   if (status != KERN_SUCCESS) {
     report_failure("register for USB notifications", status);
     return IO_OBJECT_NULL;
@@ -183,8 +185,8 @@ void darwin_create_device_notify_thread(_yusb_platform_context* context) {
 }
 
 // Says that the thread is gone, as the last thing it does in this library. This happens when a
-// thread_local is destroyed, not at the end of the thread's function, because a loader keeps a library mapped while such a
-// destructor is due: a host may unload the library as soon as the stop has returned.
+// thread_local is destroyed, not at the end of the thread's function, because a loader keeps a library mapped
+// while such a destructor is due: a host may unload the library as soon as the stop has returned.
 struct monitor_exit {
   _yusb_platform_context* context = nullptr;
   ~monitor_exit() {
@@ -202,7 +204,9 @@ void darwin_thread_system_monitor(_yusb_platform_context* context) {
 
 namespace yusb {
 
-_yusb_platform_context* platform_context_create() noexcept { return new (std::nothrow) _yusb_platform_context(); }
+_yusb_platform_context* platform_context_create() noexcept {
+  return new (std::nothrow) _yusb_platform_context();
+}
 
 void platform_context_destroy(_yusb_platform_context* context) noexcept { delete context; }
 
@@ -214,7 +218,8 @@ bool platform_hotplug_start(_yusb_platform_context* context) noexcept {
     std::thread(darwin_thread_system_monitor, context).detach();
   } catch (const std::exception& error) {
     context->monitor = yusb_monitor::none;
-    YLog::output(log_error, "[ %s : %d ] Unable to create the monitor thread (%s)", __func__, __LINE__, error.what());
+    YLog::output(log_error, "[ %s : %d ] Unable to create the monitor thread (%s)", __func__, __LINE__,
+                 error.what());
     return false;
   }
   return true;

@@ -4,9 +4,9 @@
 #include <CoreFoundation/CFPlugInCOM.h>
 #include <IOKit/IOKitLib.h>
 
-#define kIOCFPlugInInterfaceID                                                                                    \
-  CFUUIDGetConstantUUIDWithBytes(nullptr, 0xC2, 0x44, 0xE8, 0x58, 0x10, 0x9C, 0x11, 0xD4, 0x91, 0xD4, 0x00, 0x50, \
-                                 0xE4, 0xC6, 0x42, 0x6F)
+#define kIOCFPlugInInterfaceID                                                                              \
+  CFUUIDGetConstantUUIDWithBytes(nullptr, 0xC2, 0x44, 0xE8, 0x58, 0x10, 0x9C, 0x11, 0xD4, 0x91, 0xD4, 0x00, \
+                                 0x50, 0xE4, 0xC6, 0x42, 0x6F)
 
 typedef struct IOCFPlugInInterfaceStruct {
   void* _reserved;
@@ -21,7 +21,8 @@ typedef struct IOCFPlugInInterfaceStruct {
 } IOCFPlugInInterface;
 
 // Writes the interface and the score only on success; neither pointer may be null.
-YORVAN_APPLE_EXPORT kern_return_t IOCreatePlugInInterfaceForService(io_service_t service, CFUUIDRef pluginType,
+YORVAN_APPLE_EXPORT kern_return_t IOCreatePlugInInterfaceForService(io_service_t service,
+                                                                    CFUUIDRef pluginType,
                                                                     CFUUIDRef interfaceType,
                                                                     IOCFPlugInInterface*** theInterface,
                                                                     SInt32* theScore);

@@ -44,8 +44,8 @@ YORVAN_APPLE_EXPORT CFMutableDictionaryRef IOServiceMatching(const char* name);
 YORVAN_APPLE_EXPORT kern_return_t IOServiceAddMatchingNotification(IONotificationPortRef notifyPort,
                                                                    const io_name_t notificationType,
                                                                    CFDictionaryRef matching,
-                                                                   IOServiceMatchingCallback callback, void* refCon,
-                                                                   io_iterator_t* notification);
+                                                                   IOServiceMatchingCallback callback,
+                                                                   void* refCon, io_iterator_t* notification);
 
 // The next object, which the caller releases; 0 at the end, and for what is no iterator.
 YORVAN_APPLE_EXPORT io_object_t IOIteratorNext(io_iterator_t iterator);

@@ -6,7 +6,8 @@
 
 #if defined(__GNUC__)
 #define YORVANCORE_EXPORT __attribute__((visibility("default")))
-#define YORVANCORE_PRINTF(format_index, first_argument) __attribute__((format(printf, format_index, first_argument)))
+#define YORVANCORE_PRINTF(format_index, first_argument) \
+  __attribute__((format(printf, format_index, first_argument)))
 #else
 #define YORVANCORE_EXPORT
 #define YORVANCORE_PRINTF(format_index, first_argument)
@@ -49,7 +50,7 @@ class YORVANCORE_EXPORT YString {
 
  private:
   struct Block;
-  explicit YString(Block* block) noexcept;
+  static YString adopt(Block* block) noexcept;
 
   Block* _block = nullptr;
 };

@@ -6,12 +6,12 @@
 
 #define kIOUSBDeviceClassName "IOUSBDevice"
 
-#define kIOUSBDeviceUserClientTypeID                                                                              \
-  CFUUIDGetConstantUUIDWithBytes(nullptr, 0x9D, 0xC7, 0xB7, 0x80, 0x9E, 0xC0, 0x11, 0xD4, 0xA5, 0x4F, 0x00, 0x0A, \
-                                 0x27, 0x05, 0x28, 0x61)
-#define kIOUSBDeviceInterfaceID500                                                                                \
-  CFUUIDGetConstantUUIDWithBytes(kCFAllocatorSystemDefault, 0xA3, 0x3C, 0xF0, 0x47, 0x4B, 0x5B, 0x48, 0xE2, 0xB5, \
-                                 0x7D, 0x02, 0x07, 0xFC, 0xEA, 0xE1, 0x3B)
+#define kIOUSBDeviceUserClientTypeID                                                                        \
+  CFUUIDGetConstantUUIDWithBytes(nullptr, 0x9D, 0xC7, 0xB7, 0x80, 0x9E, 0xC0, 0x11, 0xD4, 0xA5, 0x4F, 0x00, \
+                                 0x0A, 0x27, 0x05, 0x28, 0x61)
+#define kIOUSBDeviceInterfaceID500                                                                          \
+  CFUUIDGetConstantUUIDWithBytes(kCFAllocatorSystemDefault, 0xA3, 0x3C, 0xF0, 0x47, 0x4B, 0x5B, 0x48, 0xE2, \
+                                 0xB5, 0x7D, 0x02, 0x07, 0xFC, 0xEA, 0xE1, 0x3B)
 
 // 46 slots. Those that the backend has no use for keep their place without their types.
 typedef struct IOUSBDeviceStruct500 {

@@ -1,0 +1,95 @@
+#include <YorvanCore/YLog.h>
+#include <YorvanCore/YString.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support.h"
+
+TEST(YString, HoldsAnyByteAndComparesByUnsignedBytes) {
+  const YString zero("a\0b", 3);
+  EXPECT_EQ(zero.size(), 3u);
+  EXPECT_NE(zero, YString("a"));
+  EXPECT_EQ(YString(), YString(""));
+  EXPECT_EQ(YString(nullptr), YString());
+  EXPECT_STREQ(YString().data(), "");
+
+  const YString ascending[] = {"", "a", zero, "aa", "b", "\x7F", "\xE9"};
+  for (std::size_t i = 0; i < std::size(ascending); ++i) {
+    for (std::size_t k = 0; k < std::size(ascending); ++k) {
+      EXPECT_EQ(ascending[i] < ascending[k], i < k) << i << " " << k;
+    }
+  }
+}
+
+TEST(YString, CopiesAreIndependentAlsoOfThemselves) {
+  YString a("text");
+  YString b = a;
+  YString& alias = a;
+  a = alias;
+  a = YString("other");
+  EXPECT_STREQ(b.data(), "text");
+  EXPECT_STREQ(a.data(), "other");
+}
+
+TEST(YString, MapsTheCaseOfAsciiLettersOnlyAndFindsRuns) {
+  const YString text("@AZ[`az{\0\xC9Q", 11);
+  EXPECT_EQ(text.toLower(), YString("@az[`az{\0\xC9q", 11));
+  EXPECT_EQ(text.toUpper(), YString("@AZ[`AZ{\0\xC9Q", 11));
+  EXPECT_EQ(YString().toLower(), YString());
+  EXPECT_TRUE(text.contains("az{"));
+  EXPECT_TRUE(text.contains(""));
+  EXPECT_TRUE(text.contains(YString("\0\xC9", 2)));
+  EXPECT_FALSE(text.contains("aZ"));
+}
+
+TEST(YString, FormatsWithoutALimit) {
+  for (const std::size_t size : {0u, 1u, 127u, 128u, 100000u}) {
+    const std::string long_text(size, 'x');
+    EXPECT_EQ(YString::format("%s", long_text.c_str()), YString(long_text.data(), size)) << size;
+  }
+  EXPECT_EQ(YString::format("0x%X", 0xFD130000u), YString("0xFD130000"));
+}
+
+TEST(YLog, HandsOverWholeLinesAboveTheThreshold) {
+  kept_log log;
+  const std::string long_text(5000, 'y');
+  YLog::output(EYORVAN_LOG_LEVEL_ERROR, "%s", long_text.c_str());
+  YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);
+  YLog::output(EYORVAN_LOG_LEVEL_INFO, "hidden");
+  YLog::output(EYORVAN_LOG_LEVEL_FATAL, "%d", 7);
+  YLog::setThreshold(EYORVAN_LOG_LEVEL_TRACE);
+  EXPECT_EQ(log.take(), (strings{"4 " + long_text, "5 7"}));
+}
+
+TEST(YLog, ShowsOneLineACallOnStandardErrorWhateverItHolds) {
+  testing::internal::CaptureStderr();
+  YLog::output(EYORVAN_LOG_LEVEL_INFO, "a\tb\nforged \x1B[31m\x7F %c \xE9", 0);
+  const auto from_sink = [](EYORVAN_LOG_LEVEL, const char*, std::size_t, void*) {
+    YLog::output(EYORVAN_LOG_LEVEL_INFO, "from the sink");
+  };
+  YLog::setSink(from_sink, nullptr);
+  YLog::output(EYORVAN_LOG_LEVEL_INFO, "to the sink");
+  YLog::setSink(nullptr, nullptr);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "a\tb\\x0Aforged \\x1B[31m\\x7F \\x00 \xE9\nfrom the sink\n");
+}
+
+TEST(YLog, KeepsLinesWholeWhenThreadsLogAtOnce) {
+  testing::internal::CaptureStderr();
+  std::vector<std::thread> threads;
+  for (char c = 'a'; c < 'e'; ++c) {
+    threads.emplace_back([c] {
+      for (int i = 0; i < 500; ++i) YLog::output(EYORVAN_LOG_LEVEL_INFO, "%s", std::string(600, c).c_str());
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  const std::string all = testing::internal::GetCapturedStderr();
+  ASSERT_EQ(all.size(), 4 * 500 * 601u);
+  for (std::size_t at = 0; at < all.size(); at += 601) {
+    ASSERT_EQ(all.substr(at, 601), std::string(600, all[at]) + '\n');
+  }
+}
