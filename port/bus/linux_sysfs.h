@@ -1,0 +1,56 @@
+// What sysfs tells of USB devices. No privilege is needed, and no device is asked: the kernel read it all on
+// arrival.
+#ifndef YORVAN_PORT_BUS_LINUX_SYSFS_H_
+#define YORVAN_PORT_BUS_LINUX_SYSFS_H_
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bus/linux_descriptor.h"
+#include "bus/uevent.h"
+
+namespace yusb::port {
+
+// Where the kernel lists them.
+constexpr char usb_devices_directory[] = "/sys/bus/usb/devices";
+
+// The paths (see location.h) of all devices, in tree order. Without a USB core there are none. Empty, with
+// errno set, if they cannot be listed.
+std::optional<std::vector<std::string>> list_devices();
+
+// A device descriptor's numbers and what its three strings are.
+struct device_facts {
+  device_numbers numbers;
+
+  // Manufacturer, product, serial number: the index, 0 if the device has no such string, and the text's size
+  // in bytes, 0 if it is not known.
+  std::array<std::uint8_t, 3> index = {};
+  std::array<std::uint16_t, 3> size = {};
+  std::string texts;  // one after the other, in UTF-8
+};
+
+// One device's directory. It stays that device's: when the device is gone nothing can be read any more, even
+// if another was attached at the same port since.
+class sysfs_device {
+ public:
+  explicit sysfs_device(const std::string& path);
+
+  // The device's address on its bus: 0 if it is gone. Empty if that cannot be found out, for want of
+  // descriptors say.
+  std::optional<std::uint32_t> devnum() const;
+
+  // What cannot be read stays 0 or empty.
+  device_facts facts() const;
+
+ private:
+  descriptor _directory;
+  int _error = 0;
+};
+
+}  // namespace yusb::port
+
+#endif  // YORVAN_PORT_BUS_LINUX_SYSFS_H_

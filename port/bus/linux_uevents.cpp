@@ -1,0 +1,114 @@
+#include "bus/linux_uevents.h"
+
+#include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/netlink.h>
+#include <linux/nsfs.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace yusb::port {
+
+namespace {
+
+constexpr unsigned kernel_group = 1;  // 2 is udev's
+
+// What the initial user namespace's inode is in every kernel: PROC_USER_INIT_INO of the kernel's proc_ns.h.
+constexpr ino_t initial_user_namespace = 0xEFFFFFFD;
+
+// Lets through what begins with "add@" or "remove@", so that nothing else wakes us or takes room in the
+// queue. Loads are big-endian; one beyond the datagram's end drops it.
+void filter(int socket) {
+  sock_filter program[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, 0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x61646440, 3, 0),  // "add@"
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x72656D6F, 0, 3),  // "remo"
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, 3),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x6F766540, 0, 1),  // "ove@"
+      BPF_STMT(BPF_RET | BPF_K, 0xFFFFFFFF),
+      BPF_STMT(BPF_RET | BPF_K, 0),
+  };
+  const sock_fprog loaded = {sizeof program / sizeof *program, program};
+  setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &loaded,
+             sizeof loaded);  // a kernel without it sends more, no worse
+}
+
+// A few thousand uevents; without privilege the host's limit cuts it.
+void enlarge_queue(int socket) {
+  const int size = 16 << 20;
+  if (setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0) {
+    setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+  }
+}
+
+// A process can send to our socket as well, but not from port 0, and its credentials are its own.
+bool from_kernel(msghdr& message, const sockaddr_nl& sender) {
+  if (message.msg_namelen < sizeof sender || sender.nl_family != AF_NETLINK || sender.nl_pid != 0)
+    return false;
+  for (cmsghdr* item = CMSG_FIRSTHDR(&message); item != nullptr; item = CMSG_NXTHDR(&message, item)) {
+    if (item->cmsg_level != SOL_SOCKET || item->cmsg_type != SCM_CREDENTIALS) continue;
+    ucred credentials;
+    if (item->cmsg_len < CMSG_LEN(sizeof credentials)) continue;
+    std::memcpy(&credentials, CMSG_DATA(item), sizeof credentials);
+    return credentials.uid == 0;
+  }
+  return false;
+}
+
+}  // namespace
+
+broadcast kernel_broadcasts() {
+  // Since Linux 4.18 only the network namespaces that the initial user namespace owns are told of devices.
+  const descriptor network(::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
+  if (!network) return broadcast::unknown;
+  const descriptor owner(ioctl(network.number(), NS_GET_USERNS));
+  struct stat found;
+  if (!owner || fstat(owner.number(), &found) != 0)
+    return broadcast::unknown;  // an owner above ours is hidden
+  return found.st_ino == initial_user_namespace ? broadcast::yes : broadcast::no;
+}
+
+bool uevent_socket::open() {
+  descriptor made(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT));
+  if (!made) return false;
+  const int on = 1;
+  if (setsockopt(made.number(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0) return false;
+  enlarge_queue(made.number());
+  filter(made.number());
+  sockaddr_nl address = {};
+  address.nl_family = AF_NETLINK;
+  address.nl_groups = kernel_group;
+  if (bind(made.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) return false;
+  _socket = std::move(made);
+  return true;
+}
+
+uevent_socket::received uevent_socket::receive(uevent* event) {
+  for (;;) {
+    char datagram[8192];  // the kernel's are below 4500: a header, and 2048 of fields
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))];
+    sockaddr_nl sender = {};
+    iovec part = {datagram, sizeof datagram};
+    msghdr message = {};
+    message.msg_name = &sender;
+    message.msg_namelen = sizeof sender;
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    const ssize_t size = recvmsg(_socket.number(), &message, MSG_DONTWAIT);
+    if (size < 0 && errno == EINTR) continue;
+    if (size < 0) return errno == ENOBUFS ? received::lost : received::nothing;
+    if ((message.msg_flags & MSG_TRUNC) != 0 || !from_kernel(message, sender)) continue;
+    std::optional<uevent> parsed = parse_uevent({datagram, static_cast<std::size_t>(size)});
+    if (!parsed.has_value()) return received::other;
+    *event = std::move(*parsed);
+    return received::device;
+  }
+}
+
+}  // namespace yusb::port
