@@ -6,6 +6,7 @@ set(components_of_library ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT 
 set(cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake)
 set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH pcfiledir_to_prefix /prefix/${pkgconfig_dir} /prefix)
+string(REGEX REPLACE "/$" "" pcfiledir_to_prefix ${pcfiledir_to_prefix})
 
 # yorvan_package(PACKAGE VERSION): the CMake package of the targets exported as ${PACKAGE}Targets.
 function(yorvan_package package version)

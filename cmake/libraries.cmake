@@ -4,7 +4,8 @@
 #
 # Makes TARGET known as package::name, here and to whoever finds it installed. The library exports what
 # cmake/exports/TARGET.txt lists and nothing else: hidden visibility alone would let through what the standard
-# library's templates leave behind. It looks for its fellow libraries in its own folder first.
+# library's templates leave behind. It looks for its fellow libraries in its own folder, and for a host's own core library
+# in that one's folder too.
 function(yorvan_library target)
   cmake_parse_arguments(arg "" "VERSION;NAMESPACE;EXPORT_NAME" "" ${ARGN})
   string(REGEX MATCH "^[0-9]+" major ${arg_VERSION})
@@ -13,6 +14,7 @@ function(yorvan_library target)
   target_compile_features(${target} PUBLIC cxx_std_17)
   set_target_properties(${target} PROPERTIES
     EXPORT_NAME ${arg_EXPORT_NAME}
+    INSTALL_RPATH_USE_LINK_PATH ON
     VERSION ${arg_VERSION} SOVERSION ${major}
     CXX_EXTENSIONS OFF CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
   if(APPLE)
