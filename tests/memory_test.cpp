@@ -1,0 +1,120 @@
+// What happens when memory runs out, and when client code throws. Each case runs in a process of its own.
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <stdexcept>
+
+#include "support.h"
+
+namespace {
+
+std::atomic<int> _failNothrow{0};    // which of the coming allocations that must not throw fails; 0 for none
+thread_local bool _failing = false;  // whether every allocation that may throw fails on this thread
+
+std::array<std::atomic<void*>, 64> _kept{};  // blocks from allocations that must not throw
+
+}  // namespace
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  if (_failNothrow > 0 && --_failNothrow == 0) return nullptr;
+  void* const block = std::malloc(size);
+  for (auto& slot : _kept) {
+    void* none = nullptr;
+    if (slot.compare_exchange_strong(none, block)) break;
+  }
+  return block;
+}
+__attribute__((noinline)) void* operator new(std::size_t size) {
+  void* const block = _failing ? nullptr : std::malloc(size);
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
+}
+// Not inlined: a compiler that sees free() behind a new-expression takes it for a mistake.
+__attribute__((noinline)) void operator delete(void* block) noexcept {
+  for (auto& slot : _kept) {
+    void* same = block;
+    if (block != nullptr && slot.compare_exchange_strong(same, nullptr)) break;
+  }
+  std::free(block);
+}
+__attribute__((noinline)) void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
+
+namespace {
+
+long blocks_left() {
+  return std::count_if(_kept.begin(), _kept.end(), [](auto& slot) { return slot != nullptr; });
+}
+
+// The allocations in their order: context set, its mutex, device list, its mutex, platform context, a
+// context.
+void fail_allocation(int which) {
+  YLog::setThreshold(EYORVAN_LOG_LEVEL_FATAL);
+  yusb::simulator bus;
+  _failNothrow = which;
+  yusb::global_initialize();
+  const bool contexts = which > 2;
+  const bool devices = which < 3 || which > 4;
+  _yusb_context* context = nullptr;
+  bool right = yusb::context_create(&context) && (context == nullptr) == (which == 6);
+  right = right && yusb::common_object_append(context) == false;  // in the set already, or there is no set
+  if (context != nullptr) right = right && yusb::common_object_remove(context) == contexts;
+  yusb::common_device_append(make_record(1, 1, "a"));
+  right = right && listed() == (contexts && devices ? strings{"a"} : strings());
+  right = right && yusb::device_traverse(nullptr, [](auto&) { return true; }) == devices;
+  recorder client;
+  if (context != nullptr) right = right && yusb::context_notify_object_append(context, &client) == devices;
+  right = right && bus.settle(std::chrono::milliseconds(which == 5 ? 0 : 30000)) == (which != 5);
+  if (context != nullptr) yusb::context_release(context);
+  yusb::global_release();
+  std::exit(right && blocks_left() == 0 ? 0 : 1);
+}
+
+template <typename Call>
+void with_no_memory(Call call) {
+  struct until_it_ends {
+    until_it_ends() { _failing = true; }
+    ~until_it_ends() { _failing = false; }
+  } const failing;
+  call();
+}
+
+}  // namespace
+
+TEST(OutOfMemory, EachAllocationThatFailsLeavesTheRestWorking) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  for (int which = 1; which <= 6; ++which) {
+    EXPECT_EXIT(fail_allocation(which), testing::ExitedWithCode(0), "") << which;
+  }
+}
+
+TEST(OutOfMemory, PassesOnWhereItMayAndEndsTheProcessElsewhere) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  YUsbInfoDevice record = make_record(1, 1, "a");
+  record.setFactory("a maker");
+  record.setSerialNumber("serial");
+  EXPECT_FALSE(yusb::device_is_android(record));  // builds the tables, for which there must be memory
+  EXPECT_THROW(with_no_memory([&] { yusb::airpods_get_serial_number(record); }), std::bad_alloc);
+  EXPECT_THROW(with_no_memory([&] { yusb::device_is_android(record); }), std::bad_alloc);
+  const auto append = [&record] {
+    const yusb::simulator bus;
+    yusb::global_initialize();
+    with_no_memory([&record] { yusb::common_device_append(record); });
+  };
+  EXPECT_DEATH(append(), "");
+}
+
+TEST_F(Library, EndsTheProcessWhenClientCodeThrows) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  recorder client;
+  client.then = [](const YUsbInfoDevice&, _yusb_device_event) { throw std::runtime_error("from a handler"); };
+  const auto visitor = [](const YUsbInfoDevice&) -> bool { throw std::runtime_error("from a visitor"); };
+  EXPECT_TRUE(yusb::context_notify_object_append(context, &client));
+  EXPECT_DEATH(yusb::common_device_append(make_record(1, 1, "a")), "");
+  EXPECT_TRUE(yusb::context_notify_object_remove(context, &client));
+  yusb::common_device_append(make_record(0x05AC, 0x1393, "a"));
+  EXPECT_DEATH(yusb::context_notify_object_append(context, &client), "");
+  EXPECT_DEATH(yusb::device_traverse(nullptr, visitor), "");
+  EXPECT_DEATH(yusb::airpods_traverse(nullptr, visitor), "");
+}
