@@ -1,0 +1,41 @@
+#!/bin/sh
+# compare.sh FOLDER: fails unless the libraries in FOLDER, built by gcc with debug information, have the binary
+# interface described here. After a planned addition, "compare.sh --update FOLDER" writes the descriptions anew.
+set -eu
+here=$(cd "$(dirname "$0")" && pwd)
+root=$(cd "$here/../.." && pwd)
+update=
+if [ "$1" = --update ]; then
+  update=yes
+  shift
+fi
+folder=$1
+machine=$(uname -m)
+
+describe() {
+  abidw --exported-interfaces-only --headers-dir "$root/include" --headers-dir "$root/port/core/include" \
+    --drop-private-types --drop-undefined-syms \
+    --no-corpus-path --no-comp-dir-path --no-show-locs --no-elf-needed "$1" | sed -E "s# path='[^']*/(src|port)/# path='\\1/#"
+}
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+status=0
+for library in libYorvanCore.so.2 libYorvanUsb.so.5; do
+  kept=$here/$library.$machine.abi
+  if [ -n "$update" ]; then
+    describe "$folder/$library" >"$kept"
+  elif [ ! -e "$kept" ]; then
+    echo "$library: no description for $machine to compare with"
+  else
+    describe "$folder/$library" >"$work/now"
+    if abidiff "$kept" "$work/now" >"$work/difference"; then
+      echo "$library: as promised"
+    else
+      echo "$library: the binary interface has changed:"
+      head -n 60 "$work/difference"
+      status=1
+    fi
+  fi
+done
+exit $status
