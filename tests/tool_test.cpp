@@ -1,0 +1,282 @@
+// The program yusb: its parts one by one, then the program itself as a script or a terminal sees it.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+
+#include "duration.h"
+#include "filter.h"
+#include "line.h"
+#include "picture.h"
+#include "scenario.h"
+#include "support.h"
+#include "text.h"
+#include "tree.h"
+
+using namespace yusb::tool;
+using nlohmann::json;
+
+namespace {
+
+YUsbInfoDevice device(unsigned short vendor, unsigned short product, const char* location,
+                      const YString& text = {}) {
+  YUsbInfoDevice made = make_record(vendor, product, location);
+  made.setFactory(text);
+  made.setDescribe(text);
+  made.setSerialNumber(text);
+  return made;
+}
+
+std::string every_byte() {
+  std::string bytes;
+  for (int byte = 1; byte < 256; ++byte) bytes += static_cast<char>(byte);
+  return bytes;
+}
+
+YString record(const std::string& bytes) { return {bytes.data(), bytes.size()}; }
+
+struct result {
+  int status;
+  std::string text;  // standard output and error
+};
+
+// What a shell makes of `command`. In it `yusb` is the program, `play` the program with the scenario `file`,
+// and `signalled TERM` what happens to `play watch` when it gets that signal after its first line.
+result shell(const std::string& command, const std::string& file = {}) {
+  const std::string prelude = "exec 2>&1; p='" YUSB_PROGRAM "' f='" + file + R"(';
+      yusb() { "$p" "$@"; }
+      play() { yusb "$@" --simulate "$f"; }
+      signalled() { { sh -c 'echo $$; exec "$0" watch --simulate "$1"' "$p" "$f"; echo status $?; } |
+                    (read pid; read line; kill -$1 $pid; cat); }
+      )";
+  FILE* const pipe = popen((prelude + command).c_str(), "r");
+  result made{-1, {}};
+  for (int c; (c = std::fgetc(pipe)) != EOF;) made.text += static_cast<char>(c);
+  const int status = pclose(pipe);
+  if (WIFEXITED(status)) made.status = WEXITSTATUS(status);
+  return made;
+}
+
+}  // namespace
+
+TEST(ToolText, NoControlCharacterAndNothingButUtf8ReachesTheTerminal) {
+  std::string shown = visible(utf8(record(every_byte())));
+  EXPECT_NE(shown.find("\\x9B"), std::string::npos);  // the C1 form of ESC [
+  EXPECT_NE(shown.find("\u00E9"), std::string::npos);
+  for (std::string_view rest = shown; !rest.empty();) {
+    char32_t c = 0;
+    ASSERT_TRUE(take_code_point(rest, &c));
+    EXPECT_FALSE(c < 0x20 || (c >= 0x7F && c < 0xA0)) << c;
+  }
+  EXPECT_EQ(visible("\u4E2D \U0001F600"), "\u4E2D \U0001F600");
+  for (const char* bytes : {"\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\x80"}) {
+    EXPECT_EQ(visible(bytes).size(), 4 * std::string_view(bytes).size())
+        << "malformed: every byte is escaped";
+  }
+}
+
+TEST(ToolLine, ColumnsAreAlignedWhateverTheTexts) {
+  const event short_one{{}, true, device(0x05AC, 0x1393, "0x1000000", "\xE9")};
+  const event long_one{{}, false, device(0x04E8, 2, "0x1234560", "a manufacturer with quite a name")};
+  columns lines(false);
+  lines.fit(long_one);
+  const std::string first = lines.line(short_one);
+  const std::string second = lines.line(long_one);
+  EXPECT_EQ(width(first.substr(0, first.find("apple,airpods"))),
+            width(second.substr(0, second.find("android"))));
+  EXPECT_NE(first.find("  +  0x1000000  05ac:1393  1.00 "), std::string::npos) << first;
+  EXPECT_NE(second.find("  -  0x1234560  04e8:0002  1.00 "), std::string::npos) << second;
+  EXPECT_NE(columns(true).line(short_one).find("\033[32m+\033[0m"), std::string::npos);
+}
+
+TEST(ToolLine, JsonIsOneAsciiLineThatKeepsEveryByte) {
+  const time_point when{std::chrono::milliseconds(86400123)};
+  const std::string line =
+      json_line({when, false, device(0x05AC, 0x139A, "0x1200000", record(every_byte()))});
+  for (const char c : line) EXPECT_TRUE(c == '\n' || (c >= 0x20 && c < 0x7F));
+  EXPECT_EQ(line.find('\n'), line.size() - 1);
+  json expected = json::parse(R"({"schema": 1, "time": "1970-01-02T00:00:00.123Z", "event": "removal",
+      "location": "0x1200000", "vendor_id": "05ac", "product_id": "139a", "release": "1.00",
+      "apple": true, "airpods": true, "android": false})");
+  for (const char* field : {"manufacturer", "product", "serial_number"}) {
+    expected[field] = utf8(record(every_byte()));
+  }
+  EXPECT_EQ(json::parse(line), expected);
+}
+
+TEST(ToolFilter, ChoosesByWhatIsGiven) {
+  const YUsbInfoDevice phone =
+      device(0x18D1, 0x4EE7, "0x1200000", "caf\xE9,\x3D");  // 0x3D: the low byte of U+013D
+  std::string error;
+  for (const char* passing : {"android", "apple,android", "id=18d1:4EE7", "vendor=0x18D1",
+                              "location=0x01200000", "serial=caf\u00E9,\u013D", "apple,serial=caf\u00E9,="}) {
+    const auto filter = parse_filter(passing, &error);
+    EXPECT_TRUE(filter && filter(phone)) << passing;
+  }
+  for (const char* failing :
+       {"apple", "airpods,vendor=05ac", "id=18d1:4ee8", "location=1200001", "serial="}) {
+    const auto filter = parse_filter(failing, &error);
+    EXPECT_TRUE(filter && !filter(phone)) << failing;
+  }
+  for (const char* wrong : {"", "Apple", "apple,", "id=18d1", "id=18d1:", "id=18d1:4ee70", "vendor=",
+                            "vendor=18g1", "vendor=0x", "location=0x123456789", "color=red", "serial=\xFF"}) {
+    EXPECT_FALSE(parse_filter(wrong, &error)) << wrong;
+    EXPECT_NE(error.find("is none of"), std::string::npos);
+  }
+}
+
+TEST(ToolDuration, IsAWholeNumberWithAUnit) {
+  EXPECT_EQ(parse_duration("250ms")->count(), 250);
+  EXPECT_EQ(parse_duration("525600m")->count(), 31536000000);  // 365 days
+  for (const char* wrong :
+       {"", "5", "s", "-1s", " 1s", "1 s", "1.5s", "1h", "525601m", "99999999999999999999s"}) {
+    EXPECT_FALSE(parse_duration(wrong)) << wrong;
+  }
+}
+
+TEST(ToolTree, ADeviceHangsFromTheNearestHubThatIsListed) {
+  std::vector<YUsbInfoDevice> devices;
+  for (const char* location :
+       {"0x2000000", "0x1230000", "0x1400000", "0x1234000", "0x1000000", "0x1231000", "0x1231100"}) {
+    devices.push_back(device(1, 1, location));
+  }
+  sort_by_location(&devices);
+  EXPECT_EQ(tree_branches(devices), (std::vector<std::string>{"", "├─", "│ ├─", "│ │ └─", "│ └─", "└─", ""}));
+}
+
+TEST(ToolPicture, TurnsAResyncIntoTheChangesThatLeadToIt) {
+  const auto hub = device(1, 1, "0x1000000"), gone = device(1, 2, "0x1100000"),
+             before = device(1, 3, "0x1200000"), after = device(1, 4, "0x1200000");  // in the same place
+  picture known;
+  for (const auto& each : {hub, gone, before}) known.apply({yusb::watch_kind::arrival, each, {}}, {});
+  std::string told;
+  for (const event& each : known.apply({yusb::watch_kind::resync, {}, {hub, after}}, {})) {
+    told += (each.arrived ? "+" : "-") + std::to_string(each.device.productID());
+  }
+  EXPECT_EQ(told, "-3-2+4");
+  known.apply({yusb::watch_kind::removal, after, {}}, {});
+  known.apply({yusb::watch_kind::removal, hub, {}}, {});
+  EXPECT_TRUE(known.empty());
+}
+
+TEST(ToolScenario, AHubTakesWhatIsBehindItChildrenFirst) {
+  std::string error;
+  const auto good = parse_scenario(
+      "attach 1-1 1:1\nhub 1-2 1:2\nattach 1-20 1:9\r\n\thub 1-2.1 1:3 # a hub\n"
+      "attach 1-2.1.4 05ac:12A8 serial=\"\\\"\\\\\\xE9#\u00E9\" release=0x102\n"
+      "wait 1s\ndetach 1-2\nattach 1-2 1:1",
+      "lab", &error);
+  ASSERT_TRUE(good) << error;
+  EXPECT_EQ(good->opening(), 5u);
+  const scenario_device& phone = good->devices[4];
+  EXPECT_EQ(std::tie(phone.vendor, phone.product, phone.release, phone.location),
+            std::make_tuple(0x05AC, 0x12A8, 0x0102, 0x01214000u));
+  EXPECT_EQ(phone.serial_number, "\"\\\u00E9#\u00E9");
+  std::string leaving;
+  for (const step& each : good->steps)
+    leaving += each.what == step::detach ? std::to_string(each.device) : "";
+  EXPECT_EQ(leaving, "431");
+}
+
+TEST(ToolScenario, SaysWhatIsWrong) {
+  const std::pair<std::string, const char*> cases[] = {
+      {"plug 1-1 1:1", "'plug' is none of"},
+      {"attach", "'' is no port path"},
+      {"attach 1-1 12345:1", "not VVVV:PPPP"},
+      {"attach 1-1 1:1 x", "'x' is not FIELD=VALUE"},
+      {"attach 1-1 1:1 colour=\"x\"", "'colour' is none of"},
+      {"attach 1-1 1:1 serial=x", "in quotes"},
+      {"attach 1-1 1:1 serial=\"x", "closing quote"},
+      {"attach 1-1 1:1 serial=\"\\q\"", "'\\q'"},
+      {"attach 1-1 1:1 serial=\"\\x00\"", "'\\x00'"},
+      {"attach 1-1 1:1 serial=\"\xFF\"", "not UTF-8"},
+      {"attach 1-1 1:1 release=1 release=2", "given twice"},
+      {"attach 1-1 1:1 serial=\"" + std::string(127, 'x') + "\"", "has 127"},
+      {"wait 1s 2s", "'2s' is too much"},
+      {"detach 1-1", "no device at 1-1"},
+      {"attach 1-1 1:1\nattach 1-1 1:1", "already"},
+      {"attach 1-1 1:1\nattach 1-1.1 1:1", "is no hub"},
+      {"attach 1-2.1 1:1", "no hub at 1-2"},
+      {"\x1B[2J", "'\\x1B[2J'"}};
+  for (const auto& [text, reason] : cases) {
+    std::string error;
+    EXPECT_FALSE(parse_scenario(text, "a\nfile", &error)) << text;
+    const char* const line = text.find('\n') == std::string::npos ? "a\\x0Afile:1: " : "a\\x0Afile:2: ";
+    EXPECT_EQ(error.rfind(line, 0), 0u) << error;
+    EXPECT_NE(error.find(reason), std::string::npos) << error;
+  }
+}
+
+TEST(ToolProgram, PlaysTheExampleToItsEndAndEveryEventIsBalanced) {
+  const result played = shell("yusb watch --json --simulate $f", YUSB_EXAMPLE);
+  ASSERT_EQ(played.status, 0) << played.text;
+  std::map<std::string, bool> attached;
+  std::size_t airpods = 0;
+  std::istringstream lines(played.text);
+  for (std::string line; std::getline(lines, line);) {
+    const json event = json::parse(line);
+    bool& there = attached[event["location"]];
+    EXPECT_NE(there, event["event"] == "arrival") << line;
+    there = !there;
+    airpods += event["airpods"] ? 1 : 0;
+  }
+  EXPECT_EQ(attached.size(), 8u);
+  EXPECT_FALSE(attached["0x1200000"]) << "the hub left";
+  EXPECT_EQ(airpods, 1u);
+  const result listed = shell("yusb list --tree --filter android --simulate $f", YUSB_EXAMPLE);
+  EXPECT_NE(listed.text.find("0x1210000  18d1:4ee7  4.40"), std::string::npos) << listed.text;
+  EXPECT_EQ(std::count(listed.text.begin(), listed.text.end(), '\n'), 1);
+}
+
+TEST(ToolProgram, EndsWithTheStatusThatScriptsRelyOn) {
+  const std::string file = testing::TempDir() + "tool_test." + std::to_string(getpid()) + ".scenario";
+  // Its last line keeps it going for longer than any test may take.
+  std::ofstream(file) << R"(attach 1-1 05ac:12a8 product="\x1B[31mphone" serial="A"
+                            wait 1ms
+                            attach 1-2 18d1:4ee7
+                            wait 10m)";
+  const std::tuple<const char*, int, const char*> cases[] = {
+      {"yusb", 0, "Usage: yusb"},
+      {"yusb watch --help", 0, "Usage: yusb watch"},
+      {"play list >&-", 1, "cannot write to standard output"},
+      {"play list >/dev/full", 1, "No space"},
+      {"umockdev-run -- \"$p\" list", 1, "--simulate FILE"},
+      {"f=/; play list", 2, "/: Is a directory"},
+      {"f=/dev/zero; play list", 2, "larger than"},
+      {"f=/dev/stdin; (echo attach 1-1 1:1; echo unplug) | play watch", 2, "yusb: /dev/stdin:2: 'unplug'"},
+      {"play watch --for 20ms", 0, "05ac:12a8"},
+      {"play watch --count 2", 0, "18d1:4ee7"},
+      {"play watch --count 1 --log", 0, ": \\x1B[31mphone"},
+      {"signalled TERM", 0, "status 0"},
+      {"signalled INT", 0, "status 0"},
+      // The reader goes while nothing happens for minutes.
+      {"exec 3>&1; (play watch; echo status $? >&3) | head -n 1", 0, "status 0"},
+      {"play wait --filter apple,android --filter vendor=18d1 --json", 0, "\"product_id\":\"4ee7\""},
+      {"play wait --filter vendor=1 --timeout 20ms", 3, "no such device has arrived"},
+      {"play wait --gone --filter serial=A --timeout 20ms", 3, "still attached"},
+      {"f=/dev/stdin; (echo attach 1-1 1:1; echo wait 1ms; echo detach 1-1) | play wait --gone", 0, ""},
+      {"f=/dev/stdin; echo attach 1-1 1:1 | play wait --filter apple", 3, "no such device has arrived"},
+      {"TERM=xterm NO_COLOR=1 script -qec \"$p watch --count 1 --simulate $f\" /dev/null", 0, "  +  "},
+      {"TERM=xterm NO_COLOR= script -qec \"$p watch --count 1 --simulate $f\" /dev/null", 0, "\033[32m+"}};
+  for (const auto& [command, status, text] : cases) {
+    const result ended = shell(command, file);
+    EXPECT_EQ(ended.status, status) << command << "\n" << ended.text;
+    EXPECT_NE(ended.text.find(text), std::string::npos) << command << "\n" << ended.text;
+    EXPECT_EQ(ended.text.find("\033[") != std::string::npos, *text == '\033') << command << "\n"
+                                                                              << ended.text;
+    EXPECT_EQ(ended.text.find("\033[31m"), std::string::npos) << "a device sets a colour";
+  }
+  for (const char* wrong :
+       {"--nonsense", "--log", "look", "list watch", "list --tree --json", "list --filter pear", "list extra",
+        "list --simulate", "watch --for soon", "watch --count 0", "watch --count -1", "watch --gone"}) {
+    EXPECT_EQ(shell(std::string("yusb ") + wrong).status, 2) << wrong;
+  }
+  std::remove(file.c_str());
+}

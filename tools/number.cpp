@@ -1,0 +1,26 @@
+#include "number.h"
+
+#include <charconv>
+
+namespace yusb::tool {
+
+std::optional<std::uint32_t> parse_hexadecimal(std::string_view text, std::size_t digits) {
+  if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) text.remove_prefix(2);
+  std::uint32_t value = 0;
+  const char* const end = text.data() + text.size();
+  if (text.size() > digits) return std::nullopt;
+  const auto [rest, error] = std::from_chars(text.data(), end, value, 16);
+  if (error != std::errc() || rest != end) return std::nullopt;
+  return value;
+}
+
+std::optional<device_id> parse_device_id(std::string_view text) {
+  const std::size_t colon = text.find(':');
+  if (colon == std::string_view::npos) return std::nullopt;
+  const auto vendor = parse_hexadecimal(text.substr(0, colon), 4);
+  const auto product = parse_hexadecimal(text.substr(colon + 1), 4);
+  if (!vendor || !product) return std::nullopt;
+  return device_id{static_cast<std::uint16_t>(*vendor), static_cast<std::uint16_t>(*product)};
+}
+
+}  // namespace yusb::tool

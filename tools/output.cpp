@@ -1,0 +1,65 @@
+#include "output.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace yusb::tool {
+
+bool output::may_write() const {
+  pollfd watched[] = {{STDOUT_FILENO, POLLOUT, 0}, {_stop, POLLIN, 0}};
+  while (poll(watched, 2, -1) < 0) continue;
+  return watched[0].revents != 0;
+}
+
+bool output::write(std::string_view text) {
+  while (!text.empty() && !_ended) {
+    if (!may_write()) {
+      _ended = true;
+      break;
+    }
+    // A pipe that is ready takes PIPE_BUF bytes at once; more might wait where no stop is seen.
+    const ssize_t written = ::write(STDOUT_FILENO, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
+    if (written >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno != EINTR && errno != EAGAIN) {
+      _ended = true;
+      _errno = errno;
+    }
+  }
+  return !_ended;
+}
+
+bool output::failed(std::string* error) const {
+  if (_errno == 0 || _errno == EPIPE) return false;
+  *error = std::string("cannot write to standard output: ") + std::strerror(_errno);
+  return true;
+}
+
+bool coloured_output() {
+  const char* const refused = std::getenv("NO_COLOR");
+  const char* const terminal = std::getenv("TERM");
+  return isatty(STDOUT_FILENO) != 0 && (refused == nullptr || *refused == '\0') && terminal != nullptr &&
+         std::strcmp(terminal, "dumb") != 0;
+}
+
+void complain(const std::string& message) {
+  const std::string line = "yusb: " + message + "\n";
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+void occupy_standard_descriptors() {
+  // Read-only, so that writing to what was closed still fails.
+  for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+    if (fcntl(descriptor, F_GETFD) < 0) static_cast<void>(!open("/dev/null", O_RDONLY));
+  }
+}
+
+}  // namespace yusb::tool

@@ -1,0 +1,240 @@
+#include "scenario.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+#include "bus/location.h"
+#include "duration.h"
+#include "number.h"
+#include "text.h"
+
+namespace yusb::tool {
+
+namespace {
+
+constexpr std::size_t longest_text =
+    126;  // UTF-16 units: a descriptor is 255 bytes at most, two of them its header
+
+// Why a line is wrong.
+struct fault {
+  std::string what;
+};
+
+std::string quoted(std::string_view text) { return "'" + visible(text) + "'"; }
+
+bool is_blank(char c) { return c == ' ' || c == '\t'; }
+
+// One line, taken word by word.
+class line_reader {
+ public:
+  explicit line_reader(std::string_view line) : _rest(line) { skip_blanks(); }
+
+  bool at_end() const { return _rest.empty(); }
+
+  // The next word; empty at the end.
+  std::string_view word() {
+    const std::string_view taken = _rest.substr(0, _rest.find_first_of(" \t"));
+    _rest.remove_prefix(taken.size());
+    skip_blanks();
+    return taken;
+  }
+
+  // What stands before the next '=', which is taken too.
+  std::string_view key() {
+    const std::size_t size = _rest.find_first_of("= \t");
+    if (size == std::string_view::npos || _rest[size] != '=')
+      throw fault{quoted(word()) + " is not FIELD=VALUE"};
+    const std::string_view taken = _rest.substr(0, size);
+    _rest.remove_prefix(size + 1);
+    return taken;
+  }
+
+  // A text in quotes, without its escapes.
+  std::string text() {
+    if (at_end() || _rest.front() != '"') throw fault{"a text stands in quotes: field=\"text\""};
+    _rest.remove_prefix(1);
+    std::string out;
+    std::size_t units = 0;
+    while (true) {
+      if (_rest.empty()) throw fault{"the closing quote is missing"};
+      if (_rest.front() == '"') break;
+      const char32_t code_point = character();
+      units += code_point > 0xFFFF ? 2 : 1;
+      append_utf8(out, code_point);
+    }
+    if (units > longest_text)
+      throw fault{"a text has at most 126 UTF-16 units, this one has " + std::to_string(units)};
+    _rest.remove_prefix(1);
+    if (!_rest.empty() && !is_blank(_rest.front())) throw fault{"a blank is missing after the closing quote"};
+    skip_blanks();
+    return out;
+  }
+
+ private:
+  // Up to the next word. A comment ends the line.
+  void skip_blanks() {
+    while (!_rest.empty() && is_blank(_rest.front())) _rest.remove_prefix(1);
+    if (!_rest.empty() && _rest.front() == '#') _rest = {};
+  }
+
+  char32_t character() {
+    char32_t code_point = 0;
+    if (!take_code_point(_rest, &code_point)) throw fault{"the text is not UTF-8"};
+    if (code_point != '\\') return code_point;
+    const std::string_view escape = _rest.substr(0, _rest.substr(0, 1) == "x" ? 3 : 1);
+    _rest.remove_prefix(escape.size());
+    if (escape == "\"" || escape == "\\") return static_cast<unsigned char>(escape.front());
+    const auto number = escape.size() == 3 ? parse_hexadecimal(escape.substr(1), 2) : std::nullopt;
+    if (number.value_or(0) == 0)
+      throw fault{quoted("\\" + std::string(escape)) + " is none of \\\", \\\\, \\x01 to \\xFF"};
+    return *number;
+  }
+
+  std::string_view _rest;
+};
+
+class parser {
+ public:
+  void parse_line(std::string_view text) {
+    line_reader line(text);
+    if (line.at_end()) return;
+    const std::string_view verb = line.word();
+    if (verb == "attach" || verb == "hub") {
+      attach(line, verb == "hub");
+    } else if (verb == "detach") {
+      detach(path(line));
+    } else if (verb == "wait") {
+      const std::string_view duration = line.word();
+      const auto parsed = parse_duration(duration);
+      if (!parsed) throw fault{quoted(duration) + " is not a duration: " + duration_rule};
+      _result.steps.push_back({step::wait, 0, *parsed});
+    } else {
+      throw fault{quoted(verb) + " is none of attach, hub, wait, detach"};
+    }
+    if (!line.at_end()) throw fault{quoted(line.word()) + " is too much"};
+  }
+
+  scenario result() && { return std::move(_result); }
+
+ private:
+  struct attached {
+    std::size_t device;
+    bool is_hub;
+  };
+
+  static std::string path(line_reader& line) {
+    const std::string_view text = line.word();
+    if (!port::is_device_path(text)) {
+      throw fault{quoted(text) +
+                  " is no port path, such as usb1 for a root hub, 1-2 or 1-2.3 for what is behind it"};
+    }
+    return std::string(text);
+  }
+
+  void attach(line_reader& line, bool is_hub) {
+    const std::string where = path(line);
+    check_place(where);
+    const std::string_view id = line.word();
+    const auto numbers = parse_device_id(id);
+    if (!numbers) throw fault{quoted(id) + " is not VVVV:PPPP, vendor and product ID in hexadecimal"};
+    scenario_device device;
+    device.vendor = numbers->vendor;
+    device.product = numbers->product;
+    device.location = free_location(where);
+    read_fields(line, &device);
+    _attached[where] = {_result.devices.size(), is_hub};
+    _result.steps.push_back({step::attach, _result.devices.size(), {}});
+    _result.devices.push_back(std::move(device));
+  }
+
+  void check_place(const std::string& where) const {
+    if (_attached.count(where) != 0) throw fault{"there is a device at " + where + " already"};
+    const std::size_t last_dot = where.rfind('.');
+    const bool behind_root = last_dot == std::string::npos;
+    const std::string hub = behind_root ? root_of(where) : where.substr(0, last_dot);
+    if (hub == where) return;
+    const auto found = _attached.find(hub);
+    if (found == _attached.end() && !behind_root) throw fault{"there is no hub at " + hub};
+    if (found != _attached.end() && !found->second.is_hub) throw fault{"the device at " + hub + " is no hub"};
+  }
+
+  static std::string root_of(const std::string& path) { return "usb" + std::to_string(port::bus_of(path)); }
+
+  // As a real bus gives them out.
+  std::uint32_t free_location(const std::string& where) const {
+    std::uint32_t location = *port::location_of(where);
+    const auto taken = [&](const auto& entry) {
+      return _result.devices[entry.second.device].location == location;
+    };
+    while (std::any_of(_attached.begin(), _attached.end(), taken)) location = port::next_location(location);
+    return location;
+  }
+
+  static void read_fields(line_reader& line, scenario_device* device) {
+    std::optional<std::uint32_t> release;
+    while (!line.at_end()) {
+      const std::string_view key = line.key();
+      std::optional<std::string>* const text = key == "manufacturer" ? &device->manufacturer
+                                               : key == "product"    ? &device->product_name
+                                               : key == "serial"     ? &device->serial_number
+                                                                     : nullptr;
+      if (text == nullptr && key != "release") {
+        throw fault{quoted(key) + " is none of release, manufacturer, product, serial"};
+      }
+      if (text == nullptr ? release.has_value() : text->has_value())
+        throw fault{quoted(key) + " is given twice"};
+      if (text != nullptr) {
+        *text = line.text();
+      } else {
+        const std::string_view value = line.word();
+        release = parse_hexadecimal(value, 4);
+        if (!release) throw fault{quoted(value) + " is not HHHH, a release in hexadecimal"};
+      }
+    }
+    device->release = static_cast<std::uint16_t>(release.value_or(0));
+  }
+
+  void detach(const std::string& where) {
+    const auto first = _attached.find(where);
+    if (first == _attached.end()) throw fault{"there is no device at " + where};
+    const auto last = std::find_if(first, _attached.end(),
+                                   [&](const auto& entry) { return !port::is_within(entry.first, where); });
+    for (auto leaving = last; leaving != first;) {
+      --leaving;
+      _result.steps.push_back({step::detach, leaving->second.device, {}});
+    }
+    _attached.erase(first, last);
+  }
+
+  scenario _result;
+  std::map<std::string, attached, decltype(&port::path_before)> _attached{
+      port::path_before};  // so children follow
+};
+
+}  // namespace
+
+std::size_t scenario::opening() const {
+  const auto first =
+      std::find_if(steps.begin(), steps.end(), [](const step& s) { return s.what != step::attach; });
+  return static_cast<std::size_t>(first - steps.begin());
+}
+
+std::optional<scenario> parse_scenario(std::string_view text, std::string_view name, std::string* error) {
+  parser parser;
+  for (std::size_t number = 1; !text.empty(); ++number) {
+    const std::size_t end = text.find('\n');
+    std::string_view line = text.substr(0, end);
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    try {
+      parser.parse_line(line);
+    } catch (const fault& wrong) {
+      *error = visible(name) + ":" + std::to_string(number) + ": " + wrong.what;
+      return std::nullopt;
+    }
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+  }
+  return std::move(parser).result();
+}
+
+}  // namespace yusb::tool
