@@ -71,3 +71,7 @@ if(TARGET yusb)
   endif()
   install(TARGETS yusb RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
 endif()
+
+if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND CMAKE_INSTALL_PREFIX STREQUAL "/usr" AND YORVANUSB_OWN_CORE)
+  include(cmake/packages.cmake)
+endif()
