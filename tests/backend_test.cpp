@@ -236,6 +236,7 @@ TEST(Monitor, LeavesNothingBehindHoweverOftenItStarts) {
   yusb::global_initialize();
   yusb::global_release();
   const std::size_t descriptors = entries("/proc/self/fd");
+  const std::size_t threads = entries("/proc/self/task");
   for (int i = 0; i < 1000; ++i) {
     const auto before = std::chrono::steady_clock::now();
     yusb::global_initialize();
@@ -249,7 +250,7 @@ TEST(Monitor, LeavesNothingBehindHoweverOftenItStarts) {
   EXPECT_EQ(yusb::simulator::leaks(), strings());
   // A detached thread's entry goes a moment after its last step.
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (entries("/proc/self/task") > 3 && std::chrono::steady_clock::now() < limit)
+  while (entries("/proc/self/task") > threads && std::chrono::steady_clock::now() < limit)
     std::this_thread::yield();
-  EXPECT_EQ(entries("/proc/self/task"), 3u);  // ".", ".." and this thread
+  EXPECT_LE(entries("/proc/self/task"), threads);
 }

@@ -1,0 +1,265 @@
+// Watchers are exact whatever happens at the same moment, by callback and by queue.
+#include <yusb_watcher.h>
+
+#include <cstdlib>
+#include <future>
+#include <map>
+#include <optional>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "support.h"
+
+extern "C" void __lsan_disable() __attribute__((weak));
+extern "C" void __lsan_enable() __attribute__((weak));
+
+using namespace yusb;
+using namespace std::chrono_literals;
+
+strings taken(watch_queue& queue, unsigned most = 1000) {
+  strings events;
+  while (events.size() < most) {
+    const auto event = queue.next(0ms);
+    if (!event) break;
+    events.push_back(std::string(1, "+-="[static_cast<int>(event->kind)]) + event->device.location().data());
+    for (const YUsbInfoDevice& device : event->devices) events.back() += device.location().data();
+  }
+  return events;
+}
+
+class Watcher : public Library {
+ protected:
+  Watcher() { YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR); }
+  ~Watcher() override { YLog::setThreshold(EYORVAN_LOG_LEVEL_TRACE); }
+
+  static void append(const strings& locations) {
+    for (const std::string& location : locations) common_device_append(make_record(1, 1, location.data()));
+  }
+
+  recorder heard;
+  const watch_callback hear = [this](auto& device, auto event) { heard.on_device_event(device, event); };
+};
+
+// ---- Threads change the list and renew their watchers at random, and now and then all is compared ----
+
+// What a client knows: the product ID at each location. Each event that breaks the promise is a fault.
+struct picture {
+  std::map<std::string, unsigned short> known;
+  int faults = 0;
+
+  void apply(const YUsbInfoDevice& device, bool arrival) {
+    const std::string location = device.location().data();
+    const auto at = known.find(location);
+    const bool fits = arrival ? at == known.end() : at != known.end() && at->second == device.productID();
+    if (!fits || device.empty() || location.empty()) ++faults;
+    if (arrival) known.emplace(location, device.productID());
+    if (!arrival) known.erase(location);
+  }
+};
+
+struct actor {
+  std::mt19937 random;
+  std::vector<int> plugged;
+  device_filter filter;
+  watch_end end = watch_end::silent;
+  picture live, queued;
+  yusb::watcher watcher;
+  std::optional<watch_queue> queue;
+
+  void renew() {
+    stop();
+    filter = [odd = random() % 3](auto& device) { return odd == 2 || device.productID() % 2 == odd; };
+    end = random() % 2 == 0 ? watch_end::silent : watch_end::removals;
+    queue.emplace(filter, random() % 32, end);
+    const auto apply = [&](auto& device, auto event) {
+      live.apply(device, event == YUSB_DEVICE_EVENT_APPEND);
+    };
+    watcher = yusb::watcher(apply, filter, end);
+  }
+
+  void drain() {
+    while (const auto event = queue->next(0ms)) {
+      if (event->kind == watch_kind::resync) queued.known.clear();
+      for (const YUsbInfoDevice& device : event->devices) queued.apply(device, true);
+      if (event->kind != watch_kind::resync) queued.apply(event->device, event->kind == watch_kind::arrival);
+    }
+  }
+
+  void stop() {
+    watcher.stop();
+    if (queue) queue->close(), drain();
+    if (end == watch_end::removals) live.faults += live.known.size() + queued.known.size() != 0;
+    live.known.clear();
+    queued.known.clear();
+  }
+
+  void compare() {
+    drain();
+    std::set<std::string> locations;
+    std::map<std::string, unsigned short> expected;
+    device_traverse(nullptr, [&](const YUsbInfoDevice& listed) {
+      const std::string location = listed.location().data();
+      const bool is_device = listed.exist() && !location.empty() && locations.insert(location).second;
+      if (is_device && filter(listed)) expected[location] = listed.productID();
+      return true;
+    });
+    EXPECT_EQ(live.known, expected);
+    EXPECT_EQ(queued.known, expected);
+    EXPECT_EQ(live.faults + queued.faults, 0);
+  }
+
+  void change_list(simulator& bus) {
+    const unsigned place = random() % 16;  // 0 has no location; every fourth has an instance path of its own
+    const auto product = static_cast<unsigned short>(1 + random() % 0xFFFF);
+    YUsbInfoDevice record;
+    if (place != 0) record.setLocation(YString::format("0x%X", place));
+    record.setInstancePath(place % 4 == 0 ? YString::format("path %u", place) : record.location());
+    if (random() % 8 != 0) record.setProductID(product);
+    const unsigned what = random() % 9;
+    if (what < 3) common_device_append(record);
+    if (what == 3 || what == 4) common_device_remove_from_location(record.location());
+    if (what == 5) common_device_remove_from_instance_path(record.instancePath());
+    if (what == 6) common_device_remove(record);
+    if (what == 7 && place % 4 != 0) plugged.push_back(bus.plug(make_device(1, product, place)));
+    if (what == 8 && !plugged.empty()) bus.unplug(plugged.back()), plugged.pop_back();
+  }
+};
+
+unsigned long from_environment(const char* name, unsigned long otherwise) {
+  const char* const text = std::getenv(name);
+  return text == nullptr ? otherwise : std::strtoul(text, nullptr, 10);
+}
+
+// YUSB_STEPS and YUSB_SEED choose another run. The threads' steps are repeated then, not how they meet.
+TEST_F(Watcher, HearsArrivalsAndRemovalsInTurnAndKnowsTheListWhateverOtherThreadsDo) {
+  constexpr unsigned rounds = 100;
+  actor actors[4];
+  const auto seed = static_cast<unsigned>(from_environment("YUSB_SEED", std::random_device()()));
+  const unsigned long steps = from_environment("YUSB_STEPS", 100'000) / (rounds * std::size(actors));
+  std::printf("YUSB_SEED=%u\n", seed);
+  for (actor& each : actors) each.random.seed(seed + static_cast<unsigned>(&each - actors));
+  for (unsigned round = 0; round < rounds && !HasFailure(); ++round) {
+    const unsigned renewals = round % 2 == 0 ? 1 : 10;  // of 16 steps
+    std::vector<std::thread> threads;
+    for (actor& each : actors) {
+      threads.emplace_back([&] {
+        each.renew();
+        for (unsigned long step = 0; step < steps; ++step) {
+          const unsigned choice = each.random() % 16;
+          choice < renewals ? each.renew() : choice == 15 ? each.drain() : each.change_list(bus);
+        }
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    ASSERT_TRUE(bus.settle());
+    for (actor& each : actors) each.compare();
+  }
+  for (actor& each : actors) {
+    each.stop();
+    EXPECT_EQ(each.live.faults + each.queued.faults, 0);
+  }
+}
+
+// ---- One thing at a time ----
+
+TEST_F(Watcher, TakesTheFirstRecordOfALocationForItsDevice) {
+  watcher watcher(hear);
+  for (const char* path : {"1", "2", "3"}) common_device_append(make_record(1, 1, "a", path));
+  EXPECT_EQ(heard.take(), strings{"+a"});
+  common_device_remove_from_instance_path("2");
+  EXPECT_EQ(heard.take(), strings());
+  common_device_remove(make_record(1, 1, "a", "other"));
+  EXPECT_EQ(heard.take(), (strings{"-a", "+a"}));
+  common_device_remove(make_record(1, 1, "other", "3"));
+  common_device_append(make_record(1, 1, "b", ""));
+  common_device_remove_from_location("unknown");
+  watcher.stop();
+  EXPECT_EQ(heard.take(), (strings{"-a", "+b"}));
+}
+
+TEST_F(Watcher, IsRefusedWhereItCannotWork) {
+  EXPECT_THROW(watcher(nullptr), std::invalid_argument);
+  if (__lsan_disable) __lsan_disable();  // what is destroyed in a handler is lost
+  std::optional<watcher> doomed(std::in_place, hear, nullptr, watch_end::removals);
+  if (__lsan_enable) __lsan_enable();
+  watcher handler([&](auto&, auto) {
+    EXPECT_THROW(watch_queue(), std::runtime_error);
+    doomed.reset();
+  });
+  append({"a"});
+  heard.take();  // of the arrival, if its turn came before the handler's
+  common_device_remove_from_location("a");
+  EXPECT_EQ(heard.take(), strings());
+  handler.stop();
+  global_release();
+  EXPECT_THROW(watch_queue(), std::runtime_error);
+}
+
+TEST_F(Watcher, ASlowClientOfAQueueDelaysNobody) {
+  watch_queue slow, quick;
+  std::promise<void> go_on;
+  const auto sleeper = std::async(std::launch::async, [&] { slow.next(30s), go_on.get_future().wait(); });
+  std::vector<std::chrono::duration<double, std::milli>> waits;
+  for (unsigned location = 1; location <= 200; ++location) {
+    const auto start = std::chrono::steady_clock::now();
+    bus.plug(make_device(1, 1, location));
+    const auto event = quick.next(30s);
+    waits.push_back(std::chrono::steady_clock::now() - start);
+    ASSERT_TRUE(event && event->device.location() == YString::format("0x%X", location));
+  }
+  go_on.set_value();
+  sleeper.wait();
+  EXPECT_EQ(taken(slow).size(), 199);
+  std::sort(waits.begin(), waits.end());
+  std::printf("median %.3f ms, longest %.3f ms\n", waits[100].count(), waits.back().count());
+  EXPECT_LT(waits[100], 5ms);  // the longest is the scheduler's
+}
+
+TEST_F(Watcher, AQueueThatOverflowsBeginsAgainFromTheList) {
+  append({"1", "2", "3"});
+  watch_queue queue({}, 4);
+  watch_queue newest(except(with_location("3")), 0);
+  EXPECT_EQ(taken(queue, 1), strings{"+1"});
+  append({"4", "5"});
+  EXPECT_EQ(taken(queue), (strings{"+2", "+3", "+4", "+5"}));  // full, and nothing lost
+  append({"6", "7", "8", "9"});
+  common_device_remove_from_location("2");  // one too many
+  EXPECT_EQ(taken(queue, 1), strings{"=13456789"});
+  common_device_remove_from_location("3");
+  EXPECT_EQ(taken(queue), strings{"-3"});
+  EXPECT_EQ(taken(newest), strings{"=1456789"});
+}
+
+TEST_F(Watcher, AClosedQueueGivesWhatItHasAndThenNothingToEverybody) {
+  watch_queue queue({}, 4, watch_end::removals);
+  const auto wait = [&] {
+    auto taker = std::async(std::launch::async, [&] { return queue.next(std::chrono::milliseconds::max()); });
+    for (int i = 0; i < 1000; ++i)
+      std::this_thread::yield();  // most likely it waits then; it may yet come later
+    return taker;
+  };
+  auto first = wait();
+  append({"1"});
+  EXPECT_TRUE(first.get());
+  first = wait();
+  auto second = wait();
+  queue.close();
+  EXPECT_NE(first.get().has_value(), second.get().has_value());
+  EXPECT_TRUE(queue.closed());
+  EXPECT_FALSE(queue.next(std::chrono::milliseconds::max()));
+}
+
+TEST(Filter, ChoosesByTheRecord) {
+  YUsbInfoDevice device = make_record(0x18D1, 2, "0x1");
+  device.setSerialNumber("serial");
+  const device_filter yes = device_is_android, no = device_is_apple;
+  for (auto& filter : {yes, with_vendor(0x18D1), with_id(0x18D1, 2), with_serial_number("serial"),
+                       with_location("0x1"), both(yes, yes), either(no, yes), except(no)}) {
+    EXPECT_TRUE(filter(device));
+  }
+  for (auto& filter : {no, with_vendor(2), with_id(0x18D1, 3), with_id(3, 2), with_serial_number("Serial"),
+                       with_location("0x"), both(yes, no), both(no, yes), either(no, no), except(yes)}) {
+    EXPECT_FALSE(filter(device));
+  }
+}
