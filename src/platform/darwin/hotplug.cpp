@@ -43,11 +43,10 @@ YString darwin_device_request_string_descriptor(IOUSBDeviceStruct500** device, U
 
   // The low byte of each UTF-16LE unit, up to the first that is 0.
   const UInt32 end = request.wLenDone < sizeof reply ? request.wLenDone : UInt32{sizeof reply};
-  char text[sizeof reply / 2];
+  char text[sizeof reply / 2 + 1] = {};
   std::size_t length = 0;
-  for (UInt32 at = kStringHeader; at < end && reply[at] != 0; at += 2)
-    text[length++] = static_cast<char>(reply[at]);
-  return {text, length};
+  for (UInt32 at = kStringHeader; at < end; at += 2) text[length++] = static_cast<char>(reply[at]);
+  return text;
 }
 
 void darwin_device_from_IOUSBDeviceInterface(IOUSBDeviceStruct500** device, YUsbInfoDevice& record) {
