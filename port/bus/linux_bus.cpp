@@ -49,7 +49,7 @@ class linux_session final : public session {
  private:
   struct attached_device {
     std::string path;
-    std::uint32_t devnum;
+    device_identity identity;
     std::uint32_t location;
   };
   using iterator = std::vector<attached_device>::iterator;
@@ -58,7 +58,7 @@ class linux_session final : public session {
   void receive();
   bool compare();
   std::optional<change> handle_first();
-  change arrive(iterator place, std::uint32_t devnum, device_facts facts);
+  change arrive(iterator place, const std::string& path, device_identity identity, device_facts facts);
   change depart(iterator device);
   iterator place_of(const std::string& path);
   std::uint32_t free_location(const std::string& path) const;
@@ -131,16 +131,18 @@ bool linux_session::compare() {
   for (std::string& path : *paths) {
     const iterator place = place_of(path);
     if (place != _attached.end() && place->path == path) {
-      const std::optional<std::uint32_t> devnum = sysfs_device(path).devnum();
-      if (!devnum.has_value()) return false;
-      stays[static_cast<std::size_t>(place - _attached.begin())] = place->devnum == *devnum;
-      if (place->devnum == *devnum) continue;
+      const std::optional<device_identity> identity = sysfs_device(path).identity();
+      if (!identity.has_value()) return false;
+      const bool same = *identity == place->identity;
+      stays[static_cast<std::size_t>(place - _attached.begin())] = same;
+      if (same) continue;
     }
     arrived.push_back({true, std::move(path), 0, {}});
   }
   for (std::size_t i = _attached.size(); i-- > 0;) {
-    if (!stays[i]) _events.push_back({false, _attached[i].path, _attached[i].devnum, {}});
+    if (!stays[i]) _events.push_back({false, _attached[i].path, _attached[i].identity.devnum, {}});
   }
+  _attached.reserve(_attached.size() + arrived.size());
   std::move(arrived.begin(), arrived.end(), std::back_inserter(_events));
   return true;
 }
@@ -150,7 +152,7 @@ std::optional<change> linux_session::handle_first() {
   const uevent& event = _events.front();
   const iterator place = place_of(event.path);
   const bool known = place != _attached.end() && place->path == event.path;
-  const bool same = known && place->devnum == event.devnum;
+  const bool same = known && place->identity.devnum == event.devnum;
   if (!event.added && same) return depart(place);
   if (!event.added || same) {
     _events.pop_front();
@@ -158,26 +160,29 @@ std::optional<change> linux_session::handle_first() {
   }
 
   const sysfs_device found(event.path);
-  const std::uint32_t devnum = found.devnum().value_or(0);
-  if (known && place->devnum != devnum) return depart(place);
-  if (known || (event.devnum == 0 && devnum == 0)) {
+  device_identity identity = found.identity().value_or(device_identity());
+  if (known && !(identity == place->identity)) return depart(place);
+  if (known || (event.devnum == 0 && identity.devnum == 0)) {
     _events.pop_front();
     return std::nullopt;
   }
-  const bool still_there = event.devnum == 0 || event.devnum == devnum;
   device_facts facts;
-  if (still_there) facts = found.facts();
+  if (event.devnum == 0 || event.devnum == identity.devnum) {
+    facts = found.facts();
+  } else {
+    identity = {event.devnum, 0};  // gone already, whatever has followed it
+  }
   if (facts.numbers.vendor == 0) facts.numbers = event.numbers;
-  change arrived = arrive(place, event.devnum == 0 ? devnum : event.devnum, std::move(facts));
+  change arrived = arrive(place, event.path, identity, std::move(facts));
   _events.pop_front();
   return arrived;
 }
 
-change linux_session::arrive(iterator place, std::uint32_t devnum, device_facts facts) {
-  const std::string& path = _events.front().path;
+change linux_session::arrive(iterator place, const std::string& path, device_identity identity,
+                             device_facts facts) {
   const std::uint32_t location = free_location(path);
-  auto device = std::make_shared<linux_device>(location, std::move(facts), bus_of(path), devnum);
-  _attached.insert(place, {path, devnum, location});
+  auto device = std::make_shared<linux_device>(location, std::move(facts), bus_of(path), identity.devnum);
+  _attached.insert(place, {path, identity, location});
   return {true, std::move(device)};
 }
 

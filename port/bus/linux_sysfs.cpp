@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -64,17 +65,20 @@ std::optional<std::vector<std::string>> list_devices() {
 sysfs_device::sysfs_device(const std::string& path) {
   char name[256];
   std::snprintf(name, sizeof name, "%s/%s", usb_devices_directory, path.c_str());
-  _directory = descriptor(open(name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  _directory = descriptor(open(name, O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!_directory) _error = errno;
 }
 
-std::optional<std::uint32_t> sysfs_device::devnum() const {
+std::optional<device_identity> sysfs_device::identity() const {
   int error = _error;
-  if (_directory) {
-    if (const auto number = read_number(_directory.number(), "devnum", 10)) return number;
+  struct stat directory;
+  if (_directory && fstat(_directory.number(), &directory) == 0) {
+    if (const auto devnum = read_number(_directory.number(), "devnum", 10)) {
+      return device_identity{*devnum, static_cast<std::uint32_t>(directory.st_ino)};
+    }
     error = errno;
   }
-  return is_gone(error) ? std::optional<std::uint32_t>(0) : std::nullopt;
+  return is_gone(error) ? std::optional<device_identity>(device_identity()) : std::nullopt;
 }
 
 device_facts sysfs_device::facts() const {

@@ -33,15 +33,25 @@ struct device_facts {
   std::string texts;  // one after the other, in UTF-8
 };
 
+// Tells a device from any other that was or will be at the same port: its address alone comes round again,
+// and starts afresh with a host controller.
+struct device_identity {
+  std::uint32_t devnum = 0;  // its address on its bus; 0 if it is gone
+  std::uint32_t inode = 0;   // of its directory, its low half
+
+  bool operator==(const device_identity& other) const {
+    return devnum == other.devnum && inode == other.inode;
+  }
+};
+
 // One device's directory. It stays that device's: when the device is gone nothing can be read any more, even
 // if another was attached at the same port since.
 class sysfs_device {
  public:
   explicit sysfs_device(const std::string& path);
 
-  // The device's address on its bus: 0 if it is gone. Empty if that cannot be found out, for want of
-  // descriptors say.
-  std::optional<std::uint32_t> devnum() const;
+  // Empty if it cannot be found out, for want of descriptors say.
+  std::optional<device_identity> identity() const;
 
   // What cannot be read stays 0 or empty.
   device_facts facts() const;
