@@ -14,12 +14,13 @@ namespace {
 std::array<std::atomic<long>, static_cast<std::size_t>(kind::count)> _alive{};
 
 std::mutex _handleMutex;
-std::unordered_map<io_object_t, std::shared_ptr<io_object>> _handles;  // under _handleMutex
-io_object_t _lastHandle = IO_OBJECT_NULL;                              // under _handleMutex
+// Under _handleMutex. Never destroyed: a host may exit while the monitor thread runs.
+auto& _handles = *new std::unordered_map<io_object_t, std::shared_ptr<io_object>>();
+io_object_t _lastHandle = IO_OBJECT_NULL;  // under _handleMutex
 
 std::mutex _hookMutex;
-std::shared_ptr<call_hook> _hook;  // under _hookMutex
-std::atomic<bool> _hooked{false};  // whether to take the lock at all
+auto& _hook = *new std::shared_ptr<call_hook>();  // under _hookMutex; never destroyed, likewise
+std::atomic<bool> _hooked{false};                 // whether to take the lock at all
 
 }  // namespace
 

@@ -1,5 +1,6 @@
 // The IOKit backend: the monitor thread, the handlers that turn notifications into changes of the device
 // list, and the reading of a device.
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -199,6 +200,25 @@ void darwin_thread_system_monitor(_yusb_platform_context* context) {
   if (context->monitor == yusb_monitor::wanted) darwin_create_device_notify_thread(context);
 }
 
+// While it lives, a thread that is created takes no signal that is meant for the host; those that a fault of
+// its own raises it still takes.
+class host_signals_blocked {
+ public:
+  host_signals_blocked() {
+    sigset_t blocked;
+    sigfillset(&blocked);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS})
+      sigdelset(&blocked, fault);
+    pthread_sigmask(SIG_BLOCK, &blocked, &_before);
+  }
+  ~host_signals_blocked() { pthread_sigmask(SIG_SETMASK, &_before, nullptr); }
+  host_signals_blocked(const host_signals_blocked&) = delete;
+  host_signals_blocked& operator=(const host_signals_blocked&) = delete;
+
+ private:
+  sigset_t _before;
+};
+
 }  // namespace
 
 namespace yusb {
@@ -214,6 +234,7 @@ bool platform_hotplug_start(_yusb_platform_context* context) noexcept {
   yusb_monitor none = yusb_monitor::none;
   if (!context->monitor.compare_exchange_strong(none, yusb_monitor::wanted)) return false;
   try {
+    const host_signals_blocked blocked;
     std::thread(darwin_thread_system_monitor, context).detach();
   } catch (const std::exception& error) {
     context->monitor = yusb_monitor::none;
