@@ -3,8 +3,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <functional>
 #include <limits>
+#include <optional>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include <yusb_watcher.h>
 
@@ -20,8 +26,12 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr std::chrono::seconds patience(
-    30);  // a device that does not answer can hold up the others for seconds
+// With the first enumeration, which devices that do not answer hold up for seconds each.
+constexpr std::chrono::seconds patience(30);
+// With what is attached when a watch begins: its lines are aligned if they are known together.
+constexpr milliseconds alignment_patience(300);
+// Else a flood of events would be collected and never shown.
+constexpr std::size_t enough_at_once = 1000;
 
 class library {
  public:
@@ -73,7 +83,6 @@ int status_of(const output& out) {
 }
 
 int list(const options& chosen) {
-  const library running;
   const bool complete = settle(patience);
   std::vector<YUsbInfoDevice> devices;
   device_traverse(nullptr, [&](const YUsbInfoDevice& device) {
@@ -98,9 +107,19 @@ int list(const options& chosen) {
   return exit_failure;
 }
 
+// What the queue has to tell now; waits for the first of it.
+std::vector<event> next_events(watch_queue& queue, picture& known, milliseconds limit) {
+  std::vector<event> events;
+  for (auto told = queue.next(limit); told; told = queue.next(milliseconds(0))) {
+    const auto changes = known.apply(*told, now());
+    events.insert(events.end(), changes.begin(), changes.end());
+    if (events.size() >= enough_at_once) break;
+  }
+  return events;
+}
+
 int watch(const options& chosen, player* scenario) {
   stop ending;
-  const library running;
   watch_queue queue(chosen.filter);
   std::thread closer([&] {
     ending.wait(STDOUT_FILENO);
@@ -110,19 +129,17 @@ int watch(const options& chosen, player* scenario) {
   {
     const playing play(scenario, [&] { ending.request(); });
     const countdown remaining(chosen.limit);
+    if (!chosen.json) settle(std::min(remaining.left(), alignment_patience));
     std::size_t count = chosen.count.value_or(std::numeric_limits<std::size_t>::max());
     columns lines(coloured_output());
     picture known;
-    bool reading = true;
-    while (reading && remaining.left() > milliseconds(0)) {
-      const auto told = queue.next(remaining.left());
-      if (!told) {
-        reading = !queue.closed();
-        continue;
-      }
-      for (const event& each : known.apply(*told, now())) {
+    for (bool reading = true; reading && remaining.left() > milliseconds(0);) {
+      const std::vector<event> events = next_events(queue, known, remaining.left());
+      for (const event& each : events) lines.fit(each);
+      for (const event& each : events) {
         reading = reading && out.write(chosen.json ? json_line(each) : lines.line(each)) && --count > 0;
       }
+      reading = reading && !(events.empty() && queue.closed());
     }
   }
   ending.request();
@@ -131,7 +148,6 @@ int watch(const options& chosen, player* scenario) {
 }
 
 int wait(const options& chosen, player* scenario) {
-  const library running;
   const countdown remaining(chosen.limit);
   // Before the first enumeration is over nothing can be said to be gone.
   const bool settled = !chosen.gone || settle(std::min<milliseconds>(remaining.left(), patience));
@@ -160,15 +176,23 @@ int wait(const options& chosen, player* scenario) {
 }  // namespace
 
 int run(const options& chosen, player* scenario) {
+  const library running;
+  int status = exit_ok;
   switch (chosen.chosen) {
     case command::list:
-      return list(chosen);
+      status = list(chosen);
+      break;
     case command::watch:
-      return watch(chosen, scenario);
+      status = watch(chosen, scenario);
+      break;
     case command::wait:
-      return wait(chosen, scenario);
+      status = wait(chosen, scenario);
+      break;
   }
-  return exit_usage;
+  // A release waits for a device that is being read, and one that does not answer takes seconds. All is
+  // written.
+  if (scenario == nullptr) std::_Exit(status);
+  return status;
 }
 
 }  // namespace yusb::tool

@@ -42,7 +42,7 @@ class columns {
   static cells cells_of(const event& event, const std::string& branch);
 
   const bool _coloured;
-  std::array<std::size_t, _count> _widths{9, 9, 5, 12, 20, 16};
+  std::array<std::size_t, _count> _widths{10, 9, 5, 12, 20, 16};
 };
 
 // One JSON object and a line end, ASCII only. Schema 1 has these fields, always all of them:
