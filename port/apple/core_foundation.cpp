@@ -1,27 +1,51 @@
 // Constants, numbers and universally unique identifiers.
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
-#include <map>
 #include <mutex>
 #include <string>
 
 #include "apple/core_foundation.h"
 
 struct __CFAllocator : yusb::port::object {};
-struct __CFString : yusb::port::object {};
+struct __CFString : yusb::port::object {
+  std::string text;
+};
 struct __CFUUID : yusb::port::object {
-  CFUUIDBytes bytes;
+  CFUUIDBytes bytes = {};
 };
 
 namespace {
 
-std::mutex _constantMutex;
+using yusb::port::immortal;
 
-__CFAllocator _systemAllocator;
-__CFString _defaultMode;
+// Objects that live for ever, found by what they hold. A program names a handful.
+template <typename T>
+struct constants {
+  std::mutex mutex;
+  std::array<T, 16> objects;  // under mutex
+  std::size_t used = 0;       // under mutex
+
+  template <typename Same, typename Fill>
+  const T* find(Same same, Fill fill) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    const auto end = objects.begin() + static_cast<std::ptrdiff_t>(used);
+    const auto found = std::find_if(objects.begin(), end, same);
+    if (found != end) return &*found;
+    if (used == objects.size()) yusb::port::misuse("too many constant objects");
+    T& made = objects[used++];
+    fill(made);
+    return &made;
+  }
+};
+
+immortal<constants<__CFString>> _strings;
+immortal<constants<__CFUUID>> _uuids;
+immortal<__CFAllocator> _systemAllocator;
+immortal<__CFString> _defaultMode;
 
 // Stores the low bits as a T; whether that is the whole value.
 template <typename T>
@@ -34,28 +58,23 @@ Boolean store(std::int32_t value, void* where) {
 }  // namespace
 
 const CFAllocatorRef kCFAllocatorDefault = nullptr;
-const CFAllocatorRef kCFAllocatorSystemDefault = &_systemAllocator;
-const CFStringRef kCFRunLoopDefaultMode = &_defaultMode;
+const CFAllocatorRef kCFAllocatorSystemDefault = &_systemAllocator.value;
+const CFStringRef kCFRunLoopDefaultMode = &_defaultMode.value;
 
 CFStringRef __CFStringMakeConstantString(const char* text) {
-  static auto* const constants =
-      new std::map<std::string, __CFString>();  // under _constantMutex; outlives every user
-  const std::lock_guard<std::mutex> lock(_constantMutex);
-  return &(*constants)[text];
+  return _strings.value.find([&](const __CFString& made) { return made.text == text; },
+                             [&](__CFString& made) { made.text = text; });
 }
 
 CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef /*alloc*/, UInt8 byte0, UInt8 byte1, UInt8 byte2,
                                          UInt8 byte3, UInt8 byte4, UInt8 byte5, UInt8 byte6, UInt8 byte7,
                                          UInt8 byte8, UInt8 byte9, UInt8 byte10, UInt8 byte11, UInt8 byte12,
                                          UInt8 byte13, UInt8 byte14, UInt8 byte15) {
-  using key = std::array<UInt8, 16>;
-  static auto* const constants = new std::map<key, __CFUUID>();  // under _constantMutex; outlives every user
-  const key bytes = {byte0, byte1, byte2,  byte3,  byte4,  byte5,  byte6,  byte7,
-                     byte8, byte9, byte10, byte11, byte12, byte13, byte14, byte15};
-  const std::lock_guard<std::mutex> lock(_constantMutex);
-  __CFUUID& constant = (*constants)[bytes];
-  std::memcpy(&constant.bytes, bytes.data(), sizeof constant.bytes);
-  return &constant;
+  const CFUUIDBytes bytes = {byte0, byte1, byte2,  byte3,  byte4,  byte5,  byte6,  byte7,
+                             byte8, byte9, byte10, byte11, byte12, byte13, byte14, byte15};
+  return _uuids.value.find(
+      [&](const __CFUUID& made) { return std::memcmp(&made.bytes, &bytes, sizeof bytes) == 0; },
+      [&](__CFUUID& made) { made.bytes = bytes; });
 }
 
 CFUUIDBytes CFUUIDGetUUIDBytes(CFUUIDRef uuid) { return uuid->bytes; }

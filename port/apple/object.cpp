@@ -3,8 +3,8 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <mutex>
-#include <unordered_map>
 #include <utility>
 
 namespace yusb::port {
@@ -14,13 +14,14 @@ namespace {
 std::array<std::atomic<long>, static_cast<std::size_t>(kind::count)> _alive{};
 
 std::mutex _handleMutex;
-// Under _handleMutex. Never destroyed: a host may exit while the monitor thread runs.
-auto& _handles = *new std::unordered_map<io_object_t, std::shared_ptr<io_object>>();
+immortal<std::map<io_object_t, std::shared_ptr<io_object>>> _handleTable;  // under _handleMutex
+auto& _handles = _handleTable.value;
 io_object_t _lastHandle = IO_OBJECT_NULL;  // under _handleMutex
 
 std::mutex _hookMutex;
-auto& _hook = *new std::shared_ptr<call_hook>();  // under _hookMutex; never destroyed, likewise
-std::atomic<bool> _hooked{false};                 // whether to take the lock at all
+immortal<std::shared_ptr<call_hook>> _hookSlot;  // under _hookMutex
+auto& _hook = _hookSlot.value;
+std::atomic<bool> _hooked{false};  // whether to take the lock at all
 
 }  // namespace
 

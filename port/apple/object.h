@@ -11,6 +11,15 @@
 
 namespace yusb::port {
 
+// Static memory that is never destroyed, for a host may exit while the monitor thread runs. What it holds
+// must own no heap memory once it is empty, for a host may also unload the library, again and again.
+template <typename T>
+union immortal {
+  immortal() : value() {}
+  ~immortal() {}
+  T value;
+};
+
 // What may be left over when a host forgets to give it back.
 enum class kind : std::size_t {
   number,
