@@ -195,7 +195,7 @@ TEST(ToolScenario, SaysWhatIsWrong) {
       {"attach 1-1 1:1 serial=x", "in quotes"},
       {"attach 1-1 1:1 serial=\"x", "closing quote"},
       {"attach 1-1 1:1 serial=\"\\q\"", "'\\q'"},
-      {"attach 1-1 1:1 serial=\"\\x00\"", "'\\x00'"},
+      {"attach 1-1 1:1 serial=\"\\x1", "'\\x1'"},
       {"attach 1-1 1:1 serial=\"\xFF\"", "not UTF-8"},
       {"attach 1-1 1:1 release=1 release=2", "given twice"},
       {"attach 1-1 1:1 serial=\"" + std::string(127, 'x') + "\"", "has 127"},

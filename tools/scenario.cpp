@@ -86,8 +86,7 @@ class line_reader {
     _rest.remove_prefix(escape.size());
     if (escape == "\"" || escape == "\\") return static_cast<unsigned char>(escape.front());
     const auto number = escape.size() == 3 ? parse_hexadecimal(escape.substr(1), 2) : std::nullopt;
-    if (number.value_or(0) == 0)
-      throw fault{quoted("\\" + std::string(escape)) + " is none of \\\", \\\\, \\x01 to \\xFF"};
+    if (!number) throw fault{quoted("\\" + std::string(escape)) + " is none of \\\", \\\\ and \\xNN"};
     return *number;
   }
 

@@ -17,7 +17,7 @@
 //   serial="TEXT"
 //
 // A TEXT is UTF-8 with at most 126 UTF-16 units; \" and \\ are the character itself, \xNN is the character of
-// that number, 01 to FF.
+// that number, hexadecimal.
 #ifndef YUSB_TOOLS_SCENARIO_H_
 #define YUSB_TOOLS_SCENARIO_H_
 
