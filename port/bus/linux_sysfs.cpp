@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
 #include <memory>
 
 #include "bus/location.h"
@@ -64,7 +63,13 @@ std::optional<std::vector<std::string>> list_devices() {
 
 sysfs_device::sysfs_device(const std::string& path) {
   char name[256];
-  std::snprintf(name, sizeof name, "%s/%s", usb_devices_directory, path.c_str());
+  if (sizeof usb_devices_directory + path.size() >= sizeof name) {
+    _error = ENOENT;
+    return;
+  }
+  char* end = std::copy_n(usb_devices_directory, sizeof usb_devices_directory - 1, name);
+  *end++ = '/';
+  *std::copy(path.begin(), path.end(), end) = '\0';
   _directory = descriptor(open(name, O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!_directory) _error = errno;
 }

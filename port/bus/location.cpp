@@ -1,41 +1,36 @@
 #include "bus/location.h"
 
-#include <charconv>
+#include <algorithm>
 
 namespace yusb::port {
 
 namespace {
 
-// Takes a number off the front.
-std::optional<std::uint32_t> take_number(std::string_view& rest) {
+constexpr std::size_t most_digits = 9;  // of a number, so that it fits in 32 bits
+
+std::size_t count_digits(std::string_view text) {
+  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+  return static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), is_digit) - text.begin());
+}
+
+// Takes a number off the front; 0 if there is none.
+std::uint32_t take_number(std::string_view& rest) {
+  const std::size_t digits = count_digits(rest);
+  if (digits == 0 || digits > most_digits || rest.front() == '0') return 0;
   std::uint32_t number = 0;
-  if (rest.empty() || rest.front() == '0') return std::nullopt;
-  const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), number);
-  if (error != std::errc()) return std::nullopt;
-  rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
+  for (std::size_t i = 0; i < digits; ++i) number = number * 10 + static_cast<std::uint32_t>(rest[i] - '0');
+  rest.remove_prefix(digits);
   return number;
 }
 
-bool take(std::string_view& rest, std::string_view expected) {
-  if (rest.substr(0, expected.size()) != expected) return false;
-  rest.remove_prefix(expected.size());
+bool take(std::string_view& rest, char expected) {
+  if (rest.empty() || rest.front() != expected) return false;
+  rest.remove_prefix(1);
   return true;
 }
 
-// The numbers of a path one after the other: the bus, then the ports.
-class path_numbers {
- public:
-  explicit path_numbers(std::string_view path) : _rest(path) { take(_rest, "usb"); }
-
-  std::optional<std::uint32_t> next() {
-    const auto number = take_number(_rest);
-    if (!_rest.empty()) _rest.remove_prefix(1);  // '-' or '.'
-    return number;
-  }
-
- private:
-  std::string_view _rest;
-};
+// "1" for "usb1", "1-2.3" for itself: what is behind a hub begins like the hub.
+std::string_view numbers_of(std::string_view path) { return path.front() == 'u' ? path.substr(3) : path; }
 
 // FNV-1a, folded to 20 bits.
 std::uint32_t hash_of(std::string_view path) {
@@ -47,47 +42,52 @@ std::uint32_t hash_of(std::string_view path) {
 }  // namespace
 
 bool is_device_path(std::string_view path) {
-  if (take(path, "usb")) return take_number(path).has_value() && path.empty();
-  if (!take_number(path).has_value() || !take(path, "-")) return false;
+  if (path.substr(0, 3) == "usb") {
+    path.remove_prefix(3);
+    return take_number(path) != 0 && path.empty();
+  }
+  if (take_number(path) == 0 || !take(path, '-')) return false;
   do {
-    if (!take_number(path).has_value()) return false;
-  } while (take(path, "."));
+    if (take_number(path) == 0) return false;
+  } while (take(path, '.'));
   return path.empty();
 }
 
 bool path_before(std::string_view a, std::string_view b) {
-  path_numbers left(a);
-  path_numbers right(b);
-  for (;;) {
-    const auto l = left.next();
-    const auto r = right.next();
-    if (!l.has_value() || l != r) return l < r;  // none comes before any number
-  }
+  a = numbers_of(a);
+  b = numbers_of(b);
+  const auto [left, right] = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
+  a.remove_prefix(static_cast<std::size_t>(left - a.begin()));
+  b.remove_prefix(static_cast<std::size_t>(right - b.begin()));
+  // Of two numbers that begin alike the one with fewer digits is smaller.
+  const std::size_t left_digits = count_digits(a);
+  const std::size_t right_digits = count_digits(b);
+  return left_digits == right_digits ? a < b : left_digits < right_digits;
 }
 
-std::uint32_t bus_of(std::string_view path) { return path_numbers(path).next().value_or(0); }
-
 bool is_within(std::string_view path, std::string_view hub) {
-  path_numbers inner(path);
-  path_numbers outer(hub);
-  while (const auto number = outer.next()) {
-    if (inner.next() != number) return false;
-  }
-  return true;
+  path = numbers_of(path);
+  hub = numbers_of(hub);
+  return path.substr(0, hub.size()) == hub && count_digits(path.substr(hub.size())) == 0;
+}
+
+std::uint32_t bus_of(std::string_view path) {
+  path = numbers_of(path);
+  return take_number(path);
 }
 
 std::optional<std::uint32_t> location_of(std::string_view path) {
   if (!is_device_path(path)) return std::nullopt;
-  path_numbers numbers(path);
-  const std::uint32_t bus = *numbers.next();
+  std::string_view rest = numbers_of(path);
+  const std::uint32_t bus = take_number(rest);
   bool fits = bus <= 255;
   const std::uint32_t top = fits ? bus << 24 : 0;
   std::uint32_t ports = 0;
-  int shift = 20;
-  while (const auto port = numbers.next()) {
-    fits = fits && *port <= 15 && shift >= 0;
-    if (fits) ports |= *port << shift;
-    shift -= 4;
+  for (int shift = 20; !rest.empty(); shift -= 4) {
+    rest.remove_prefix(1);  // '-' or '.'
+    const std::uint32_t port = take_number(rest);
+    fits = fits && port <= 15 && shift >= 0;
+    if (fits) ports |= port << shift;
   }
   if (fits) return top | ports;
   const std::uint32_t hash = hash_of(path);

@@ -1,7 +1,8 @@
 // Where a device is attached, as a path of ports and as a location ID.
 //
 // A path is what Linux calls a USB device: "usb1" for the root hub of bus 1, "1-2.3" for the device at port 3
-// of the hub at port 2 of bus 1. Numbers are decimal, start at 1 and have no leading zero.
+// of the hub at port 2 of bus 1. Numbers are decimal, start at 1, and have no leading zero and at most nine
+// digits.
 #ifndef YORVAN_PORT_BUS_LOCATION_H_
 #define YORVAN_PORT_BUS_LOCATION_H_
 
