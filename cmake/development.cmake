@@ -3,7 +3,7 @@ option(YORVANUSB_WARNINGS_AS_ERRORS "Treat warnings as errors" ON)
 option(YORVANUSB_COVERAGE "Count which lines run (gcc)" OFF)
 set(YORVANUSB_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
 
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor)
+add_compile_options(-Wall -Wextra -Wpedantic -Wnon-virtual-dtor)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   # The beta half checks the order of the locks.
   add_compile_options(-Wthread-safety -Wthread-safety-beta)

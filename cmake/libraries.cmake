@@ -27,6 +27,8 @@ function(yorvan_library target)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${list})
   file(STRINGS ${list} symbols REGEX "^[^#]")
   if(APPLE)
+    # The list has libstdc++'s names; libc++ keeps its own std::function in a namespace within std.
+    list(TRANSFORM symbols REPLACE "St8function(.*EE)" "NSt3__18function\\1E")
     list(TRANSFORM symbols PREPEND "_")
     list(JOIN symbols "\n" text)
     set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.exp)
