@@ -225,66 +225,36 @@ TEST_F(Library, ReplaysTheListToAContextThatEntersOrLeaves) {
 }
 
 // Everything that takes a lock; each call must leave the world as it is.
-static const std::pair<const char*, bool (*)(_yusb_context*, yusb_device_event_interface*)> kLockingCalls[] =
-    {
-        {"context_create",
-         [](auto*, auto*) {
-           _yusb_context* none = nullptr;
-           return yusb::context_create(&none) || none != nullptr;
-         }},
-        {"context_release", [](auto* context, auto*) { return yusb::context_release(context); }},
-        {"common_object_append", [](auto* context, auto*) { return yusb::common_object_append(context); }},
-        {"common_object_remove", [](auto* context, auto*) { return yusb::common_object_remove(context); }},
-        {"common_notify_append",
-         [](auto* context, auto* iface) { return yusb::context_notify_object_append(context, iface); }},
-        {"common_notify_remove",
-         [](auto* context, auto* iface) { return yusb::context_notify_object_remove(context, iface); }},
-        {"common_notify_handle",
-         [](auto* context, auto*) {
-           yusb::common_notify_device_append(context, {});
-           return false;
-         }},
-        {"common_device_append",
-         [](auto*, auto*) {
-           yusb::common_device_append({});
-           return false;
-         }},
-        {"common_device_remove",
-         [](auto*, auto*) {
-           yusb::common_device_remove(make_record(1, 1, "a"));
-           return false;
-         }},
-        {"common_device_remove_from_location",
-         [](auto*, auto*) {
-           yusb::common_device_remove_from_location("a");
-           return false;
-         }},
-        {"common_device_remove_from_instance_path",
-         [](auto*, auto*) {
-           yusb::common_device_remove_from_instance_path("a");
-           return false;
-         }},
-        {"common_device_is_exist",
-         [](auto*, auto*) { return yusb::device_is_exist(nullptr, make_record(1, 1, "a")); }},
-        {"common_device_traverse",
-         [](auto*, auto*) {
-           yusb::common_device_traverse([](auto&) { return true; });
-           return false;
-         }},
-        {"device_traverse",
-         [](auto*, auto*) { return yusb::device_traverse(nullptr, [](auto&) { return true; }); }},
-        {"airpods_traverse",
-         [](auto*, auto*) { return yusb::airpods_traverse(nullptr, [](auto&) { return true; }); }},
-        {"common_global_initialize",
-         [](auto*, auto*) {
-           yusb::global_initialize();
-           return false;
-         }},
-        {"common_global_release",
-         [](auto*, auto*) {
-           yusb::global_release();
-           return false;
-         }},
+using locking_call = std::pair<const char*, bool (*)(_yusb_context*, yusb_device_event_interface*)>;
+static const locking_call kLockingCalls[] = {
+    {"context_create",
+     [](auto*, auto*) { return yusb::context_create(std::array<_yusb_context*, 1>().data()); }},
+    {"context_release", [](auto* context, auto*) { return yusb::context_release(context); }},
+    {"common_object_append", [](auto* context, auto*) { return yusb::common_object_append(context); }},
+    {"common_object_remove", [](auto* context, auto*) { return yusb::common_object_remove(context); }},
+    {"common_notify_append",
+     [](auto* context, auto* iface) { return yusb::context_notify_object_append(context, iface); }},
+    {"common_notify_remove",
+     [](auto* context, auto* iface) { return yusb::context_notify_object_remove(context, iface); }},
+    {"common_notify_handle",
+     [](auto* context, auto*) { return (yusb::common_notify_device_append(context, {}), false); }},
+    {"common_device_append", [](auto*, auto*) { return (yusb::common_device_append({}), false); }},
+    {"common_device_remove",
+     [](auto*, auto*) { return (yusb::common_device_remove(make_record(1, 1, "a")), false); }},
+    {"common_device_remove_from_location",
+     [](auto*, auto*) { return (yusb::common_device_remove_from_location("a"), false); }},
+    {"common_device_remove_from_instance_path",
+     [](auto*, auto*) { return (yusb::common_device_remove_from_instance_path("a"), false); }},
+    {"common_device_is_exist",
+     [](auto*, auto*) { return yusb::device_is_exist(nullptr, make_record(1, 1, "a")); }},
+    {"common_device_traverse",
+     [](auto*, auto*) { return (yusb::common_device_traverse([](auto&) { return true; }), false); }},
+    {"device_traverse",
+     [](auto*, auto*) { return yusb::device_traverse(nullptr, [](auto&) { return true; }); }},
+    {"airpods_traverse",
+     [](auto*, auto*) { return yusb::airpods_traverse(nullptr, [](auto&) { return true; }); }},
+    {"common_global_initialize", [](auto*, auto*) { return (yusb::global_initialize(), false); }},
+    {"common_global_release", [](auto*, auto*) { return (yusb::global_release(), false); }},
 };
 
 TEST_F(Library, RefusesAHandlerUnderTheLocksAndSaysSo) {
