@@ -1,5 +1,5 @@
 #!/bin/sh
-# check_exports.sh LIBRARY LIST: fails unless LIBRARY exports exactly the symbols in LIST.
+# check_exports.sh LIBRARY LIST: fails unless LIBRARY exports exactly the symbols in LIST. NM names another nm.
 set -eu
 library=$1
 list=$2
@@ -7,11 +7,10 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 grep -v '^#' "$list" | LC_ALL=C sort >"$work/listed"
-if [ "$(uname -s)" = Darwin ]; then
-  nm -gUj "$library" | sed 's/^_//'
-else
-  nm -D --defined-only "$library" | sed 's/.* //'
-fi | LC_ALL=C sort -u >"$work/exported"
+case $library in
+  *.dylib) ${NM:-nm} -gUj "$library" | sed -e 's/^_//' -e 's/NSt3__18function\(.*EE\)E/St8function\1/' ;;
+  *) nm -D --defined-only "$library" | sed 's/.* //' ;;
+esac | LC_ALL=C sort -u >"$work/exported"
 
 if [ ! -s "$work/exported" ] || ! diff -u "$work/listed" "$work/exported" >"$work/diff"; then
   echo "$library does not export what $list says (- listed, + exported):"

@@ -1,0 +1,3 @@
+#pragma once
+#include <CoreFoundation/CFBase.h>
+#include <CoreFoundation/CFNumber.h>

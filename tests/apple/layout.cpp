@@ -1,0 +1,71 @@
+// What Apple publishes of the names that the backend uses. Compiled against port/apple's headers and against
+// tests/apple/headers, for the host and for a Mac's two processors; there is nothing to run.
+#include <CoreFoundation/CoreFoundation.h>
+#include <IOKit/IOCFPlugIn.h>
+#include <IOKit/IOKitLib.h>
+#include <IOKit/usb/IOUSBLib.h>
+
+namespace {
+
+template <typename A, typename B>
+constexpr bool same = false;
+template <typename A>
+constexpr bool same<A, A> = true;
+
+#define IS(name, type) static_assert(same<name, type>)
+#define LIES(structure, member, offset) static_assert(__builtin_offsetof(structure, member) == (offset))
+#define TAKES(function, ...) static_assert(same<decltype(function), __VA_ARGS__>)
+
+IS(UInt16, unsigned short);
+IS(UInt32, unsigned int);
+IS(SInt32, int);
+IS(CFIndex, long);
+IS(CFRunLoopRef, struct __CFRunLoop*);
+IS(CFMutableDictionaryRef, struct __CFDictionary*);
+IS(CFDictionaryRef, const struct __CFDictionary*);
+IS(IOReturn, int);
+IS(HRESULT, int);
+IS(io_object_t, unsigned int);
+IS(io_name_t, char[128]);
+IS(REFIID, CFUUIDBytes);
+static_assert(sizeof(CFNumberType) == 8 && kCFNumberSInt32Type == 3);
+
+TAKES(kIOMasterPortDefault, const mach_port_t);
+TAKES(CFRunLoopAddSource, void(CFRunLoopRef, CFRunLoopSourceRef, CFStringRef));
+TAKES(CFNumberGetValue, Boolean(CFNumberRef, CFNumberType, void*));
+TAKES(IOServiceAddMatchingNotification, kern_return_t(IONotificationPortRef, const char*, CFDictionaryRef,
+                                                      IOServiceMatchingCallback, void*, io_iterator_t*));
+TAKES(IORegistryEntryCreateCFProperty, CFTypeRef(unsigned int, CFStringRef, CFAllocatorRef, UInt32));
+TAKES(IOCreatePlugInInterfaceForService,
+      kern_return_t(io_service_t, CFUUIDRef, CFUUIDRef, IOCFPlugInInterface***, SInt32*));
+
+static_assert(sizeof(CFUUIDBytes) == 16 && alignof(CFUUIDBytes) == 1);
+
+static_assert(sizeof(IOUSBDevRequest) == 24 && alignof(IOUSBDevRequest) == 8);
+LIES(IOUSBDevRequest, wLength, 6);
+LIES(IOUSBDevRequest, pData, 8);
+LIES(IOUSBDevRequest, wLenDone, 16);
+
+static_assert(sizeof(IOCFPlugInInterface) == 64);
+LIES(IOCFPlugInInterface, QueryInterface, 8);
+LIES(IOCFPlugInInterface, Release, 24);
+LIES(IOCFPlugInInterface, revision, 34);
+LIES(IOCFPlugInInterface, Stop, 56);
+
+IS(IOUSBDeviceInterface500, struct IOUSBDeviceStruct500);
+static_assert(sizeof(IOUSBDeviceStruct500) == 46 * 8);
+LIES(IOUSBDeviceStruct500, QueryInterface, 8);
+LIES(IOUSBDeviceStruct500, Release, 24);
+LIES(IOUSBDeviceStruct500, GetDeviceVendor, 104);
+LIES(IOUSBDeviceStruct500, GetDeviceProduct, 112);
+LIES(IOUSBDeviceStruct500, GetDeviceReleaseNumber, 120);
+LIES(IOUSBDeviceStruct500, GetLocationID, 160);
+LIES(IOUSBDeviceStruct500, DeviceRequest, 208);
+LIES(IOUSBDeviceStruct500, USBGetManufacturerStringIndex, 272);
+LIES(IOUSBDeviceStruct500, USBGetProductStringIndex, 280);
+LIES(IOUSBDeviceStruct500, USBGetSerialNumberStringIndex, 288);
+TAKES(IOUSBDeviceStruct500::DeviceRequest, IOReturn (*)(void*, IOUSBDevRequest*));
+TAKES(IOUSBDeviceStruct500::GetLocationID, IOReturn (*)(void*, UInt32*));
+TAKES(IOUSBDeviceStruct500::QueryInterface, HRESULT (*)(void*, CFUUIDBytes, void**));
+
+}  // namespace
