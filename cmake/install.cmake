@@ -1,5 +1,11 @@
 # What goes into an installed prefix, which may be moved afterwards. Its four components are the four Debian packages.
 include(CMakePackageConfigHelpers)
+option(YORVANUSB_DEBIAN "Make Debian packages of the installation" OFF)
+if(YORVANUSB_DEBIAN)
+  set(zsh_dir zsh/vendor-completions)
+else()
+  set(zsh_dir zsh/site-functions)
+endif()
 
 set(components_of_library ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_COMPONENT development)
@@ -23,6 +29,20 @@ endfunction()
 function(yorvan_pkgconfig module)
   configure_file(cmake/${module}.pc.in ${module}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${module}.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
+endfunction()
+
+# yorvan_manual(SECTION COMPONENT): the manual pages of one section, compressed where Debian wants them so.
+function(yorvan_manual section component)
+  file(GLOB pages ${PROJECT_SOURCE_DIR}/docs/man/*.${section})
+  foreach(page IN LISTS pages)
+    if(YORVANUSB_DEBIAN)
+      get_filename_component(name ${page} NAME)
+      configure_file(${page} ${PROJECT_BINARY_DIR}/debian/${name} COPYONLY)
+      execute_process(COMMAND gzip -9nkf ${PROJECT_BINARY_DIR}/debian/${name} COMMAND_ERROR_IS_FATAL ANY)
+      set(page ${PROJECT_BINARY_DIR}/debian/${name}.gz)
+    endif()
+    install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
+  endforeach()
 endfunction()
 
 # ---- The core library ----
@@ -70,8 +90,13 @@ if(TARGET yusb)
     set_target_properties(yusb PROPERTIES INSTALL_RPATH "\$ORIGIN/${bin_to_lib}")
   endif()
   install(TARGETS yusb RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+  install(FILES tools/completion/yusb.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME yusb COMPONENT tool)
+  install(FILES tools/completion/_yusb DESTINATION ${CMAKE_INSTALL_DATADIR}/${zsh_dir} COMPONENT tool)
+  yorvan_manual(1 tool)
 endif()
+yorvan_manual(3 development)
 
-if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND CMAKE_INSTALL_PREFIX STREQUAL "/usr" AND YORVANUSB_OWN_CORE)
+if(YORVANUSB_DEBIAN)
   include(cmake/packages.cmake)
 endif()
