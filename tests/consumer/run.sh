@@ -46,6 +46,10 @@ fi
 
 step "find_package"
 works_through_cmake found
+quietly cmake -S "$source_tree/examples" -B "$work/examples" -G Ninja -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF \
+  "-DCMAKE_PREFIX_PATH=$prefix"
+quietly cmake --build "$work/examples"
+quietly ctest --test-dir "$work/examples" --output-on-failure
 for wrong in "YorvanUsb 4" "YorvanUsb 5.99" "YorvanUsb 5 COMPONENTS Nonsense" "YorvanCore 1"; do
   mkdir -p "$work/wrong"
   printf 'cmake_minimum_required(VERSION 3.20)\nproject(wrong CXX)\nfind_package(%s REQUIRED)\n' "$wrong" \

@@ -1,0 +1,24 @@
+#!/bin/sh
+# check_unit.sh UNIT PROGRAM: fails if systemd finds fault with the unit, PROGRAM being what is installed as
+# /usr/bin/yusb, or if PROGRAM does not take the arguments that the unit gives it.
+set -eu
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+unit=$work/$(basename "$1")
+sed -e "s#^ExecStart=/usr/bin/yusb #ExecStart=$2 #" -e '/^Documentation=/d' "$1" >"$unit"
+grep -q "^ExecStart=$2 " "$unit"
+said=$(systemd-analyze verify "$unit" 2>&1)
+if [ -n "$said" ]; then
+  echo "$said"
+  exit 1
+fi
+
+# shellcheck disable=SC2046 # arguments are words
+"$2" $(sed -n 's#^ExecStart=/usr/bin/yusb ##p' "$1") --simulate /dev/stdin >"$work/journal" <<'TEXT'
+attach 1-1 18d1:4ee7 serial="0A1B2C"
+wait   10ms
+detach 1-1
+wait   10ms
+TEXT
+cat "$work/journal"
+[ "$(grep -c '^{.*"serial_number":"0A1B2C".*}$' "$work/journal")" = 2 ]
