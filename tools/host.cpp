@@ -40,6 +40,8 @@ std::unique_ptr<simulated_bus> make_simulated_bus() { return std::make_unique<bu
 
 #else
 
+#include <algorithm>
+
 #include <yusb_watcher.h>
 
 namespace yusb::tool {
@@ -51,7 +53,7 @@ bool settle(std::chrono::milliseconds limit) {
   constexpr std::chrono::milliseconds quiet(500);
   const auto deadline = std::chrono::steady_clock::now() + limit;
   watch_queue arrivals;
-  while (arrivals.next(quiet)) {
+  while (arrivals.next(std::min(quiet, limit))) {
     if (std::chrono::steady_clock::now() >= deadline) return false;
   }
   return true;
