@@ -112,8 +112,7 @@ void linux_session::receive() {
   }
   if (lost) {
     YLog::output(log_warning, "USB events were lost; the bus is compared with what was reported");
-    _events.clear();  // the kernel drops events until its queue is read empty, so all these are older than
-                      // the listing
+    _events.clear();  // older than the listing to come, for nothing is queued until the queue was read empty
     _behind = true;
   }
   std::uint64_t ticks;

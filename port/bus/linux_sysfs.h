@@ -53,7 +53,8 @@ class sysfs_device {
   // Empty if it cannot be found out, for want of descriptors say.
   std::optional<device_identity> identity() const;
 
-  // What cannot be read stays 0 or empty.
+  // What cannot be read stays 0 or empty. The kernel hands out no text while it configures the device: a
+  // device that does not answer makes this wait as long as it makes the kernel wait, 5 seconds as a rule.
   device_facts facts() const;
 
  private:

@@ -35,11 +35,11 @@ void filter(int socket) {
       BPF_STMT(BPF_RET | BPF_K, 0),
   };
   const sock_fprog loaded = {sizeof program / sizeof *program, program};
-  setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &loaded,
-             sizeof loaded);  // without it we wake more, no worse
+  // Without it we wake more often, no worse.
+  setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &loaded, sizeof loaded);
 }
 
-// A few thousand uevents; without privilege the host's limit cuts it.
+// More than ten thousand uevents; without privilege net.core.rmem_max cuts it to some three hundred.
 void enlarge_queue(int socket) {
   const int size = 16 << 20;
   if (setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0) {
@@ -68,8 +68,7 @@ broadcast kernel_broadcasts() {
   if (!network) return broadcast::unknown;
   const descriptor owner(ioctl(network.number(), NS_GET_USERNS));
   struct stat found;
-  if (!owner || fstat(owner.number(), &found) != 0)
-    return broadcast::unknown;  // an owner above ours is hidden
+  if (!owner || fstat(owner.number(), &found) != 0) return broadcast::unknown;  // one above ours is hidden
   return found.st_ino == initial_user_namespace ? broadcast::yes : broadcast::no;
 }
 
