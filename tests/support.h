@@ -6,7 +6,10 @@
 #include <YorvanCore/YLog.h>
 #include <gtest/gtest.h>
 #include <yusb.h>
+#if __has_include(<yusb_simulator.h>)  // a Mac has none
 #include <yusb_simulator.h>
+#define YUSB_TESTS_HAVE_SIMULATOR
+#endif
 
 #include <cstdio>
 #include <functional>
@@ -24,16 +27,6 @@ inline YUsbInfoDevice make_record(unsigned short vendor, unsigned short product,
   record.setLocation(location);
   record.setInstancePath(path == nullptr ? location : path);
   return record;
-}
-
-inline yusb::simulated_device make_device(std::uint16_t vendor, std::uint16_t product,
-                                          std::uint32_t location) {
-  yusb::simulated_device device;
-  device.vendor = vendor;
-  device.product = product;
-  device.release = 0x0100;
-  device.location = location;
-  return device;
 }
 
 inline std::vector<std::string> listed() {
@@ -96,6 +89,17 @@ class kept_log {
 
 using strings = std::vector<std::string>;
 
+#ifdef YUSB_TESTS_HAVE_SIMULATOR
+inline yusb::simulated_device make_device(std::uint16_t vendor, std::uint16_t product,
+                                          std::uint32_t location) {
+  yusb::simulated_device device;
+  device.vendor = vendor;
+  device.product = product;
+  device.release = 0x0100;
+  device.location = location;
+  return device;
+}
+
 // The library on a simulated bus. A test that ends leaves nothing behind.
 class Library : public testing::Test {
  protected:
@@ -115,5 +119,6 @@ class Library : public testing::Test {
   yusb::simulator bus;
   _yusb_context* context = nullptr;
 };
+#endif
 
 #endif  // YUSB_TESTS_SUPPORT_H_
