@@ -1,0 +1,123 @@
+// Ends while everything is in use, and new beginnings: nobody is called late, nothing is left behind.
+//
+// YUSB_CYCLES sets the number of starts; where it is given, each must be quick, not only nearly all.
+#include <malloc.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <thread>
+
+#include "support.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+struct ending_client : yusb_device_event_interface {
+  std::atomic<int> heard{0};
+  std::atomic<bool> ended{false};
+  void on_device_event(const YUsbInfoDevice&, _yusb_device_event) override {
+    EXPECT_FALSE(ended);
+    ++heard;
+  }
+};
+
+long entries(const char* folder) {
+  return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
+}
+
+}  // namespace
+
+TEST_F(Library, EndsClientsInAStormOfEventsFromEightThreads) {
+  YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);
+  std::atomic<bool> over{false};
+  std::vector<std::thread> storm;
+  for (char key = '1'; key <= '8'; ++key) {
+    storm.emplace_back([&over, location = std::string(1, key)] {
+      while (!over) {
+        yusb::common_device_append(make_record(1, 1, location.data()));
+        yusb::common_device_remove_from_location(location.data());
+        std::this_thread::yield();  // a mutex is not fair
+      }
+    });
+  }
+  std::vector<std::unique_ptr<ending_client>> kept;  // every other one; the rest is freed at once
+  for (int i = 0; i < 1000; ++i) {
+    _yusb_context* own = nullptr;
+    yusb::context_create(&own);
+    auto client = std::make_unique<ending_client>();
+    EXPECT_TRUE(yusb::context_notify_object_append(own, client.get()));
+    while (client->heard <= 8) std::this_thread::yield();  // more than a replay brings
+    const bool unregisters = i % 4 < 2;
+    EXPECT_TRUE(unregisters ? yusb::context_notify_object_remove(own, client.get())
+                            : yusb::context_release(own));
+    client->ended = true;
+    if (i % 2 == 0) kept.push_back(std::move(client));
+    client.reset();
+    if (unregisters) yusb::context_release(own);
+  }
+  over = true;
+  for (std::thread& each : storm) each.join();
+  EXPECT_EQ(listed(), strings());
+}
+
+TEST_F(Library, ReleasesOnlyWhenTheHandlerThatRunsHasReturned) {
+  std::atomic<bool> entered{false}, releasing{false}, left{false};
+  recorder client;
+  client.then = [&](const YUsbInfoDevice&, _yusb_device_event) {
+    entered = true;
+    while (!releasing) std::this_thread::yield();
+    std::this_thread::sleep_for(20ms);  // the delay under test: a release that does not wait is over by then
+    left = true;
+  };
+  yusb::context_notify_object_append(context, &client);
+  bus.plug(make_device(1, 2, 3));
+  while (!entered) std::this_thread::yield();
+  releasing = true;
+  yusb::global_release();
+  EXPECT_TRUE(left);
+}
+
+TEST(Cycles, LeaveThreadsDescriptorsAndMemoryWhereTheyWere) {
+  const char* const wanted = std::getenv("YUSB_CYCLES");
+  const std::size_t cycles = wanted == nullptr ? 2000 : std::strtoul(wanted, nullptr, 10);
+  const std::size_t first = 50;  // by then there is what is made once only
+  mallopt(M_ARENA_MAX, 1);       // so that mallinfo2 sees every thread's blocks
+  YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);
+  yusb::simulator bus;
+  bus.plug(make_device(1, 2, 3));
+  std::vector<std::chrono::duration<double, std::milli>> times(first + cycles);
+  long descriptors = 0, threads = 0;
+  std::size_t memory = 0;
+  for (std::size_t i = 0; i < times.size(); ++i) {
+    if (i == first) {
+      descriptors = entries("/proc/self/fd");
+      threads = entries("/proc/self/task");
+      memory = mallinfo2().uordblks;
+    }
+    const auto start = std::chrono::steady_clock::now();
+    yusb::global_initialize();
+    recorder client;
+    _yusb_context* context = nullptr;  // left open
+    yusb::context_create(&context);
+    yusb::context_notify_object_append(context, &client);
+    ASSERT_TRUE(i % 2 == 0 || bus.settle());
+    yusb::global_release();
+    times[i] = std::chrono::steady_clock::now() - start;
+  }
+  // A detached thread's entry goes, and its stack and cache with it, a moment after its last step.
+  const auto limit = std::chrono::steady_clock::now() + 30s;
+  while (entries("/proc/self/task") > threads && std::chrono::steady_clock::now() < limit) {
+  }
+  EXPECT_LE(entries("/proc/self/task"), threads);
+  EXPECT_EQ(entries("/proc/self/fd"), descriptors);
+  EXPECT_LT(mallinfo2().uordblks, memory + 16 * cycles);  // less than the smallest block a cycle
+  EXPECT_EQ(yusb::simulator::leaks(), strings());
+  std::sort(times.begin(), times.end());
+  std::printf("median %.2f ms, longest %.2f ms\n", times[times.size() / 2].count(), times.back().count());
+  EXPECT_LT(wanted == nullptr ? times[times.size() * 99 / 100] : times.back(), 50ms);
+}
