@@ -1,0 +1,17 @@
+// What each source registers as benchmarks, and what it adds to the counted pass.
+#ifndef YUSB_BENCH_BENCHMARKS_H_
+#define YUSB_BENCH_BENCHMARKS_H_
+
+namespace bench {
+
+void register_core();
+void register_bus();
+void register_growth();
+
+void count_core();
+void count_bus();
+void count_idle();
+
+}  // namespace bench
+
+#endif  // YUSB_BENCH_BENCHMARKS_H_

@@ -1,0 +1,43 @@
+// The floor of the library's core: the same work in the plainest code, on the same records, with the same
+// locks.
+#ifndef YUSB_BENCH_FLOOR_CORE_H_
+#define YUSB_BENCH_FLOOR_CORE_H_
+
+#include <mutex>
+#include <set>
+#include <vector>
+
+#include <yusb.h>
+
+namespace bench {
+
+struct floor_context {
+  std::mutex mutex;
+  std::set<yusb_device_event_interface*> interfaces;
+};
+
+// Its functions stand apart from who calls them, as the library's do.
+class floor_core {
+ public:
+  void open(floor_context* opened) { _contexts.insert(opened); }
+
+  void append(const YUsbInfoDevice& record);
+  void remove(const YUsbInfoDevice& record);
+  bool is_listed(const YUsbInfoDevice& record);
+  void walk(const yusb::device_visitor& visitor);
+
+ private:
+  std::vector<YUsbInfoDevice>::iterator find(const YUsbInfoDevice& record);
+  void deliver(const YUsbInfoDevice& record, _yusb_device_event event);
+
+  std::mutex _contextsMutex;
+  std::set<floor_context*> _contexts;
+  std::mutex _devicesMutex;
+  std::vector<YUsbInfoDevice> _devices;
+};
+
+bool floor_is_android(const YUsbInfoDevice& device);
+
+}  // namespace bench
+
+#endif  // YUSB_BENCH_FLOOR_CORE_H_

@@ -1,0 +1,31 @@
+// Benchmarks of the library. "--counts" runs each piece of work once, to be counted; "--idle" watches the
+// library do nothing for ten seconds; else the arguments are Google Benchmark's. bench/report.py runs all.
+#include <cstring>
+
+#include <YorvanCore/YLog.h>
+
+#include "benchmarks.h"
+#include "host.h"
+#include "measure.h"
+
+int main(int argc, char** argv) {
+  bench::enter_host(argv);
+  // The lines are made, and go nowhere.
+  YLog::setSink([](EYORVAN_LOG_LEVEL, const char*, std::size_t, void*) {}, nullptr);
+  if (argc > 1 && std::strcmp(argv[1], "--counts") == 0) {
+    bench::count_core();
+    bench::count_bus();
+    return 0;
+  }
+  if (argc > 1 && std::strcmp(argv[1], "--idle") == 0) {
+    bench::count_idle();
+    return 0;
+  }
+  bench::register_core();
+  bench::register_bus();
+  bench::register_growth();
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}

@@ -1,0 +1,262 @@
+#!/usr/bin/env python3
+"""Runs the benchmarks, prints what they measure as tables, and holds the counts against their limits.
+
+    report.py BUILD_FOLDER                  everything
+    report.py BUILD_FOLDER --gates          the counts and their limits only; no time is measured
+    report.py BUILD_FOLDER --record DOCS    everything, and writes DOCS/performance.md's tables and DOCS/*.svg
+"""
+import argparse
+import json
+import os
+import platform
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+PROGRAMS = ['floor', 'libudev', 'libusb', 'library']
+DEVICES = 100  # by which the two sizes of a counted start differ
+
+
+def run(command, **options):
+    done = subprocess.run(command, stdout=subprocess.PIPE, text=True, check=False, **options)
+    if done.returncode != 0:
+        sys.exit(f'report.py: {" ".join(command)} ended with status {done.returncode}')
+    return done.stdout
+
+
+def values(output):
+    """Lines "WHAT NAME VALUE" as {(what, name): value}."""
+    return {(what, name): int(value) for what, name, value in map(str.split, output.splitlines())}
+
+
+# ---- Counts ----
+
+
+def count_instructions(program, folder):
+    run(['valgrind', '--quiet', '--tool=callgrind', '--instr-atstart=no', f'--callgrind-out-file={folder}/callgrind',
+         program, '--counts'])
+    found = {}
+    for file in os.listdir(folder):
+        with open(os.path.join(folder, file), encoding='utf-8') as profile:
+            text = profile.read()
+        name = re.search(r'^desc: Trigger: Client Request: (.*)$', text, re.M)
+        if name:
+            found['instructions', name.group(1)] = int(re.search(r'^totals: (\d+)', text, re.M).group(1))
+    return found
+
+
+def count_calls(program, folder):
+    trace = os.path.join(folder, 'strace')
+    run(['strace', '--quiet=all', '--follow-forks', '-o', trace, program, '--counts'])
+    found = {}
+    with open(trace, encoding='utf-8', errors='replace') as lines:
+        count = 0
+        for line in lines:
+            end = re.search(r'access\("/count/(begin|end/(.*?))"', line)
+            if end and end.group(2):
+                found['calls', end.group(2)] = count
+            count = 0 if end else count + bool(re.match(r'\d+ +\w+\(', line))
+    return found
+
+
+def count_all(build):
+    program = os.path.join(build, 'bench', 'yusb_bench')
+    heap = os.path.join(build, 'bench', 'libyusb_bench_heap.so')
+    with tempfile.TemporaryDirectory() as folder, subprocess.Popen(
+            [program, '--idle'], stdout=subprocess.PIPE, text=True) as idle:
+        found = values(run([program, '--counts'], env={**os.environ, 'LD_PRELOAD': heap}))
+        found.update(count_instructions(program, folder))
+        found.update(count_calls(program, folder))
+        found.update(values(idle.communicate()[0]))
+    for (what, name), value in found.items():
+        if what in ('instructions', 'calls', 'allocations'):
+            found[what, name] = value / found['times', name]
+    return found
+
+
+def a_device(counts, what, program):
+    first, second = (counts[what, f'start/{program}/{size}'] for size in (1, 1 + DEVICES))
+    return (second - first) / DEVICES
+
+
+def core_names(counts):
+    return [name[:-8] for what, name in counts if what == 'times' and name.endswith('/library')]
+
+
+def core_ratio(counts, name):
+    return counts['instructions', name + '/library'] / counts['instructions', name + '/floor']
+
+
+def gates(counts):
+    """What is limited, as (name, value, limit)."""
+    yield 'a device, instructions', a_device(counts, 'instructions', 'library'), 15000
+    yield 'a device, system calls', a_device(counts, 'calls', 'library'), 20
+    yield 'a device, allocations', a_device(counts, 'allocations', 'library'), 14
+    yield '101 devices, KiB held', counts['held', 'start/library/101'] / 1024, 45
+    yield 'after a stop, bytes left', counts['left', 'start/library/101'], 0
+    yield '10 s of nothing, wake-ups', counts['wake-ups', 'idle'], 0
+    yield '10 s of nothing, threads', counts['threads', 'idle'], 1
+    for name in ('deliver/1x1', 'deliver/10x10', 'deliver/100x10'):
+        yield name + ', × floor', core_ratio(counts, name), 1.15
+    for name in ('snapshot/100', 'snapshot/1000'):
+        yield name + ', × floor', core_ratio(counts, name), 1.1
+
+
+# ---- Times ----
+
+
+def measure_times(build):
+    """Google Benchmark's results by name, without its remarks on how it ran."""
+    program = os.path.join(build, 'bench', 'yusb_bench')
+    print('report.py: measuring times, for a minute or two', file=sys.stderr)
+    results = json.loads(run([program, '--benchmark_format=json']))['benchmarks']
+    return {re.sub(r'/(iterations:|manual_time|real_time|min_time:).*', '', result['name']): result for result in results}
+
+
+# ---- Tables and plots ----
+
+
+def number(value):
+    if abs(value) >= 100:
+        return f'{value:,.0f}'
+    return f'{value:.1f}' if abs(value) >= 10 else f'{value:.2f}'.rstrip('0').rstrip('.')
+
+
+def table(header, rows):
+    lines = [header, ['---'] + ['--:'] * (len(header) - 1)]
+    lines += [[cell if isinstance(cell, str) else number(cell) for cell in row] for row in rows]
+    return '\n'.join('| ' + ' | '.join(line) + ' |' for line in lines)
+
+
+def gates_table(counts):
+    return table(['what', 'is', 'may be'], gates(counts))
+
+
+def peers_table(counts, times):
+    def row(name, value):
+        of = [value(program) for program in PROGRAMS]
+        return [name, *of, of[3] / of[0] if of[0] else '']
+
+    def p50(what):
+        return lambda program: times[what.format(program)]['p50']
+
+    def time_of_a_device(program):
+        return (p50('start/{}/101')(program) - p50('start/{}/1')(program)) / DEVICES
+
+    return table(['what', *PROGRAMS, 'library / floor'], [
+        row('one more device at the start, µs', time_of_a_device),
+        row('the same, instructions', lambda program: a_device(counts, 'instructions', program)),
+        row('the same, system calls', lambda program: a_device(counts, 'calls', program)),
+        row('the same, allocations', lambda program: a_device(counts, 'allocations', program)),
+        row('start to the last of 101 devices, µs', p50('start/{}/101')),
+        row('arrival, µs', p50('arrival/{}')),
+        row('removal, µs', p50('removal/{}')),
+        row('stop, µs', p50('stop/{}')),
+        row('stop, 99 of 100 below, µs', lambda program: times[f'stop/{program}']['p99']),
+        row('held with 101 devices, KiB', lambda program: counts['held', f'start/{program}/101'] / 1024),
+        row('left after a second stop, bytes', lambda program: counts['left', f'start/{program}/101']),
+    ])
+
+
+def core_table(counts, times):
+    return table(['what', 'floor, instructions', 'library', '× floor', 'floor, ns', 'library, ns'], [
+        [name, counts['instructions', name + '/floor'], counts['instructions', name + '/library'],
+         core_ratio(counts, name), times[name + '/floor']['cpu_time'], times[name + '/library']['cpu_time']]
+        for name in core_names(counts) if not name.startswith('start')])
+
+
+def growth_tables(times):
+    starts = table(['devices', *(f'{program}, µs each' for program in PROGRAMS)], [
+        [f'{devices:,}', *(times[f'start/{program}/{devices}']['p50'] / devices for program in PROGRAMS)]
+        for devices in (11, 101, 1001, 5001)])
+    storms = table(['reading threads', 'events a second', 'walks of 100 records a second'], [
+        [name.split('/')[1], result['items_per_second'], result['walks']]
+        for name, result in times.items() if name.startswith('storm/')])
+    flood, burst = times['flood'], times['burst/5000']
+    rest = table(['what', 'result'], [
+        ['100,000 arrivals and as many removals on a simulated bus, events a second', flood['items_per_second']],
+        ['5,000 announced without a pause, ms until the last is delivered', burst['p50'] / 1000],
+        ['the same, times that the kernel\'s queue overflowed', burst['losses']],
+        ['announcements that the queue holds, as root', times['queue/1']['length']],
+        ['announcements that the queue holds, without privilege', times['queue/0']['length']],
+    ])
+    return '\n\n'.join((starts, storms, rest))
+
+
+def machine():
+    with open('/proc/cpuinfo', encoding='utf-8') as lines:
+        model = re.search(r'^model name\s*: (.*)$', lines.read(), re.M)
+    kernel = re.match(r'[\d.]+', platform.release()).group(0)
+    return f'{model.group(1) if model else platform.machine()}, {os.cpu_count()} cores, Linux {kernel}.'
+
+
+def bars(title, groups):
+    """An SVG of horizontal bars: {group: {name: value}}."""
+    colours = {'floor': '#9aa5b1', 'libudev': '#d9a441', 'libusb': '#c96b4b', 'library': '#2f6fb0'}
+    most = max(max(group.values()) for group in groups.values())
+    body, y = [f'<text x="16" y="28" font-size="16" font-weight="bold">{title}</text>'], 44
+    for group, members in groups.items():
+        body.append(f'<text x="16" y="{y + 14}" font-weight="bold">{group}</text>')
+        y += 22
+        for name, value in members.items():
+            width = max(1, 440 * value / most)
+            body.append(f'<text x="100" y="{y + 13}" text-anchor="end">{name}</text>'
+                        f'<rect x="108" y="{y}" width="{width:.1f}" height="17" fill="{colours[name]}"/>'
+                        f'<text x="{114 + width:.1f}" y="{y + 13}">{number(value)}</text>')
+            y += 22
+        y += 8
+    return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 640 {y}" font-family="sans-serif" font-size="13">'
+            f'<rect width="640" height="{y}" fill="#fff"/><g fill="#222">{"".join(body)}</g></svg>\n')
+
+
+def write_documents(folder, tables, counts, times):
+    path = os.path.join(folder, 'performance.md')
+    with open(path, encoding='utf-8') as file:
+        text = file.read()
+    for name, content in tables.items():
+        text, found = re.subn(rf'(<!-- {name} -->\n).*?(\n<!-- end -->)',
+                              lambda match, new=content: match.group(1) + new + match.group(2), text, flags=re.S)
+        if not found:
+            sys.exit(f'report.py: {path} has no place for the table "{name}"')
+    plots = {
+        'cost-per-device.svg': bars('Instructions to list one USB device', {
+            'at the start, of 101 devices': {name: a_device(counts, 'instructions', name) for name in PROGRAMS}}),
+        'latency.svg': bars('From the kernel\'s announcement to the handler, in µs', {
+            what: {name: times[f'{what}/{name}']['p50'] for name in PROGRAMS} for what in ('arrival', 'removal')}),
+        'performance.md': text,
+    }
+    for name, content in plots.items():
+        with open(os.path.join(folder, name), 'w', encoding='utf-8') as file:
+            file.write(content)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument('build', help='where CMake built the project')
+    parser.add_argument('--gates', action='store_true', help='only count, and compare with the limits')
+    parser.add_argument('--record', metavar='DOCS', help='write the tables and plots into this folder')
+    arguments = parser.parse_args()
+    missing = [tool for tool in ('valgrind', 'strace') if not shutil.which(tool)]
+    if missing:
+        print(f'report.py: SKIPPED, nothing was counted: no {" and no ".join(missing)} here')
+        return 0
+
+    counts = count_all(arguments.build)
+    tables = {'gates': gates_table(counts)}
+    if not arguments.gates:
+        times = measure_times(arguments.build)
+        tables.update(machine=machine(), peers=peers_table(counts, times), core=core_table(counts, times),
+                      growth=growth_tables(times))
+    print('\n\n'.join(tables.values()))
+    if arguments.record:
+        write_documents(arguments.record, tables, counts, times)
+    exceeded = [name for name, value, limit in gates(counts) if value > limit]
+    if exceeded:
+        print(f'report.py: above the limit: {"; ".join(exceeded)}', file=sys.stderr)
+    return 1 if exceeded else 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())

@@ -1,0 +1,288 @@
+#include "watching.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <libudev.h>
+#include <libusb.h>
+#include <linux/netlink.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include <yusb.h>
+
+namespace bench {
+
+namespace {
+
+struct kept_device {
+  unsigned short vendor;
+  unsigned short product;
+  unsigned short release;
+  std::string name;
+  std::string texts;  // a zero behind each
+};
+
+void forget(std::vector<kept_device>& devices, std::string_view name) {
+  const auto found = std::find_if(devices.begin(), devices.end(),
+                                  [name](const kept_device& device) { return device.name == name; });
+  if (found != devices.end()) devices.erase(found);
+}
+
+// A thread that waits for events, or for its end.
+class event_thread : public watching {
+ protected:
+  explicit event_thread(listener& to) : _to(to), _end(eventfd(0, EFD_CLOEXEC)) {}
+  ~event_thread() override { close(_end); }
+
+  void end() {
+    eventfd_write(_end, 1);
+    _thread.join();
+  }
+
+  template <typename Receive>
+  void receive_until_end(int events, Receive receive) {
+    pollfd waited[] = {{_end, POLLIN, 0}, {events, POLLIN, 0}};
+    while (poll(waited, 2, -1) > 0 && waited[0].revents == 0) receive();
+  }
+
+  listener& _to;
+  const int _end;
+  std::thread _thread;
+  std::vector<kept_device> _devices;
+};
+
+// ---- The floor ----
+
+class floor_program final : public event_thread {
+ public:
+  explicit floor_program(listener& to) : event_thread(to) {
+    _thread = std::thread([this] { run(); });
+  }
+  ~floor_program() override { end(); }
+
+ private:
+  static constexpr std::string_view folder = "/sys/bus/usb/devices/";
+
+  void run() {
+    const int events = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT);
+    const int on = 1;
+    setsockopt(events, SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
+    sockaddr_nl address = {};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = 1;
+    bind(events, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+
+    DIR* const directory = opendir(folder.data());
+    while (const dirent* entry = readdir(directory)) {
+      if (entry->d_name[0] != '.' && std::strchr(entry->d_name, ':') == nullptr) keep(entry->d_name);
+    }
+    closedir(directory);
+    receive_until_end(events, [&] { receive(events); });
+    close(events);
+  }
+
+  void keep(std::string_view name) {
+    char path[256];
+    char* const file = path + folder.size() + name.size() + 1;
+    folder.copy(path, folder.size());
+    name.copy(path + folder.size(), name.size());
+    file[-1] = '/';
+    char text[3 * 512];
+    const auto read_file = [&](std::string_view attribute, char* into) {
+      attribute.copy(file, attribute.size());
+      file[attribute.size()] = '\0';
+      const int opened = open(path, O_RDONLY | O_CLOEXEC);
+      const ssize_t size = opened < 0 ? 0 : read(opened, into, 511);
+      if (opened >= 0) close(opened);
+      char* const end = into + (size > 0 ? size - 1 : 0);  // without the line's end
+      *end = '\0';
+      return end + 1;
+    };
+    const auto number = [&](std::string_view attribute) {
+      read_file(attribute, text);
+      return static_cast<unsigned short>(std::strtoul(text, nullptr, 16));
+    };
+    const unsigned short vendor = number("idVendor");
+    const unsigned short product = number("idProduct");
+    const unsigned short release = number("bcdDevice");
+    char* end = text;
+    for (const std::string_view attribute : {"manufacturer", "product", "serial"})
+      end = read_file(attribute, end);
+    _devices.push_back({vendor, product, release, std::string(name),
+                        std::string(text, static_cast<std::size_t>(end - text))});
+    _to.heard();
+  }
+
+  void receive(int events) {
+    char datagram[8192];
+    sockaddr_nl sender;
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))];
+    iovec part = {datagram, sizeof datagram};
+    msghdr message = {&sender, sizeof sender, &part, 1, control, sizeof control, 0};
+    const ssize_t size = recvmsg(events, &message, MSG_DONTWAIT);
+    if (size <= 0 || sender.nl_pid != 0) return;
+    const std::string_view fields(datagram, static_cast<std::size_t>(size));
+    if (fields.find(std::string_view("\0DEVTYPE=usb_device\0", 20)) == std::string_view::npos) return;
+    const std::string_view header(datagram);  // "add@/devices/...", ended by a zero
+    const std::string_view name = header.substr(header.rfind('/') + 1);
+    if (header.substr(0, 4) == "add@") {
+      keep(name);
+    } else if (header.substr(0, 7) == "remove@") {
+      forget(_devices, name);
+      _to.heard();
+    }
+  }
+};
+
+// ---- libudev ----
+
+class udev_program final : public event_thread {
+ public:
+  explicit udev_program(listener& to) : event_thread(to) {
+    _thread = std::thread([this] { run(); });
+  }
+  ~udev_program() override { end(); }
+
+ private:
+  void run() {
+    udev* const context = udev_new();
+    udev_monitor* const monitor = udev_monitor_new_from_netlink(context, "kernel");
+    udev_monitor_filter_add_match_subsystem_devtype(monitor, "usb", "usb_device");
+    udev_monitor_enable_receiving(monitor);
+
+    udev_enumerate* const all = udev_enumerate_new(context);
+    udev_enumerate_add_match_subsystem(all, "usb");
+    udev_enumerate_add_match_property(all, "DEVTYPE", "usb_device");
+    udev_enumerate_scan_devices(all);
+    udev_list_entry* entry = nullptr;
+    udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(all)) {
+      udev_device* const device = udev_device_new_from_syspath(context, udev_list_entry_get_name(entry));
+      if (device != nullptr) keep(device);
+      udev_device_unref(device);
+    }
+    udev_enumerate_unref(all);
+
+    receive_until_end(udev_monitor_get_fd(monitor), [&] {
+      udev_device* const device = udev_monitor_receive_device(monitor);
+      if (device == nullptr) return;
+      const std::string_view action = udev_device_get_action(device);
+      if (action == "add") keep(device);
+      if (action == "remove") {
+        forget(_devices, udev_device_get_sysname(device));
+        _to.heard();
+      }
+      udev_device_unref(device);
+    });
+    udev_monitor_unref(monitor);
+    udev_unref(context);
+  }
+
+  void keep(udev_device* device) {
+    const auto text = [device](const char* attribute) {
+      const char* const value = udev_device_get_sysattr_value(device, attribute);
+      return value == nullptr ? "" : value;
+    };
+    const auto number = [&](const char* attribute) {
+      return static_cast<unsigned short>(std::strtoul(text(attribute), nullptr, 16));
+    };
+    kept_device kept = {
+        number("idVendor"), number("idProduct"), number("bcdDevice"), udev_device_get_sysname(device), {}};
+    for (const char* const attribute : {"manufacturer", "product", "serial"}) {
+      const char* const value = text(attribute);
+      kept.texts.append(value, std::strlen(value) + 1);
+    }
+    _devices.push_back(std::move(kept));
+    _to.heard();
+  }
+};
+
+// ---- libusb ----
+
+class usb_program final : public event_thread {
+ public:
+  explicit usb_program(listener& to) : event_thread(to) {
+    _thread = std::thread([this] { run(); });
+  }
+  ~usb_program() override {
+    _ending = true;
+    libusb_interrupt_event_handler(_context);
+    end();
+  }
+
+ private:
+  void run() {
+    libusb_init(&_context);
+    libusb_hotplug_callback_handle handle;
+    libusb_hotplug_register_callback(
+        _context, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT,
+        LIBUSB_HOTPLUG_ENUMERATE, LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY,
+        LIBUSB_HOTPLUG_MATCH_ANY, heard, this, &handle);
+    while (!_ending) libusb_handle_events(_context);
+    libusb_hotplug_deregister_callback(_context, handle);
+    libusb_exit(_context);
+  }
+
+  static int heard(libusb_context*, libusb_device* device, libusb_hotplug_event, void* self) {
+    libusb_device_descriptor descriptor;  // the library keeps it as long as the device is attached
+    libusb_get_device_descriptor(device, &descriptor);
+    static_cast<usb_program*>(self)->_to.heard();
+    return 0;
+  }
+
+  std::atomic<bool> _ending{false};
+  libusb_context* _context = nullptr;
+};
+
+// ---- The library ----
+
+class library_program final : public watching, yusb_device_event_interface {
+ public:
+  explicit library_program(listener& to) : _to(to) {
+    yusb::global_initialize();
+    _yusb_context* context = nullptr;
+    yusb::context_create(&context);
+    yusb::context_notify_object_append(context, this);
+  }
+  ~library_program() override { yusb::global_release(); }
+
+ private:
+  void on_device_event(const YUsbInfoDevice&, _yusb_device_event) override { _to.heard(); }
+
+  listener& _to;
+};
+
+template <typename Program>
+std::unique_ptr<watching> start(listener& to) {
+  return std::make_unique<Program>(to);
+}
+
+}  // namespace
+
+void listener::wait() {
+  timespec limit;
+  clock_gettime(CLOCK_REALTIME, &limit);
+  limit.tv_sec += 60;
+  if (sem_timedwait(&_done, &limit) == 0) return;
+  std::fprintf(stderr, "yusb_bench: %d events did not come\n", _expected.load());
+  std::exit(1);
+}
+
+const subject subjects[4] = {{"floor", start<floor_program>, announcer::kernel},
+                             {"library", start<library_program>, announcer::kernel},
+                             {"libudev", start<udev_program>, announcer::kernel},
+                             {"libusb", start<usb_program>, announcer::udev}};
+const subject& plain = subjects[0];
+const subject& library = subjects[1];
+
+}  // namespace bench
