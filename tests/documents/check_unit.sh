@@ -5,8 +5,9 @@ set -eu
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 unit=$work/$(basename "$1")
-sed -e "s#^ExecStart=/usr/bin/yusb #ExecStart=$2 #" -e '/^Documentation=/d' "$1" >"$unit"
-grep -q "^ExecStart=$2 " "$unit"
+ln -s "$2" "$work/yusb"
+sed -e "s#^ExecStart=/usr/bin/yusb #ExecStart=$work/yusb #" -e '/^Documentation=/d' "$1" >"$unit"
+grep -q "^ExecStart=$work/yusb " "$unit"
 said=$(systemd-analyze verify "$unit" 2>&1)
 if [ -n "$said" ]; then
   echo "$said"
