@@ -1,6 +1,6 @@
 #!/bin/bash
-# cross.sh FOLDER: builds the libraries for a Mac, for both of its processors, in FOLDER, and looks at what comes
-# out. It needs clang, lld, llvm, and libc++'s and musl's headers; what it takes of Apple's is declared in headers/.
+# cross.sh FOLDER: builds the libraries and yusb for a Mac, for both of its processors, in FOLDER, and looks at what
+# comes out. It needs clang, lld, llvm, and libc++'s and musl's headers; what it takes of Apple's is declared in headers/.
 # What it builds is linked against names alone and cannot be run.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
@@ -39,6 +39,23 @@ framework IOKit
 stub usr/lib/libSystem.tbd /usr/lib/libSystem.B.dylib dyld_stub_binder
 stub usr/lib/libc++.tbd /usr/lib/libc++.1.dylib __gxx_personality_v0
 
+# What the program yusb is made with, apart from the host's other headers; and what libc++ asks of a Mac's C library.
+rm -rf "$work/packages"
+mkdir -p "$work/packages/include" "$work/packages/share"
+cp -r /usr/include/CLI /usr/include/nlohmann "$work/packages/include"
+cp -r /usr/share/cmake "$work/packages/share"
+cat >"$work/packages/include/xlocale.h" <<'HEADER'
+#pragma once
+#include <stdio.h>
+#include <__support/musl/xlocale.h>
+typedef unsigned int __uint32_t;
+enum { _CTYPE_A = 0x100, _CTYPE_C = 0x200, _CTYPE_D = 0x400, _CTYPE_L = 0x1000, _CTYPE_P = 0x2000, _CTYPE_S = 0x4000,
+       _CTYPE_U = 0x8000, _CTYPE_X = 0x10000, _CTYPE_B = 0x20000, _CTYPE_R = 0x40000 };
+extern "C" int snprintf_l(char*, size_t, locale_t, const char*, ...);
+extern "C" int sscanf_l(const char*, locale_t, const char*, ...);
+extern "C" int asprintf_l(char**, locale_t, const char*, ...);
+HEADER
+
 mkdir -p "$work/bin"
 for tool in lipo install-name-tool ar ranlib; do
   ln -sf "$llvm/llvm-$tool" "$work/bin/$(echo $tool | tr - _)"
@@ -53,10 +70,13 @@ headers="-D_GNU_SOURCE -nostdlibinc -isystem $llvm/../include/c++/v1 -isystem /u
 headers="$headers -iframework $sdk/System/Library/Frameworks"
 rm -rf "$build" "$work/prefix"
 build_it() {
-  cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DYORVANUSB_TESTS=OFF -DYORVANUSB_TOOLS=OFF \
+  cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DYORVANUSB_TESTS=OFF \
+    -DCMAKE_FIND_ROOT_PATH="$work/packages" -DCMAKE_FIND_ROOT_PATH_MODE_PACKAGE=ONLY \
     -DCMAKE_SYSTEM_NAME=Darwin -DCMAKE_SYSTEM_VERSION=20.0 -DCMAKE_OSX_SYSROOT="$sdk" \
     -DCMAKE_CXX_COMPILER="$llvm/clang++" -DCMAKE_CXX_COMPILER_TARGET=arm64-apple-macos11.0 \
     -DCMAKE_CXX_FLAGS="-stdlib=libc++ -Wno-unused-command-line-argument $headers" \
+    -DCMAKE_CXX_ARCHIVE_CREATE="$llvm/llvm-libtool-darwin -static -o <TARGET> <OBJECTS>" \
+    -DCMAKE_CXX_ARCHIVE_FINISH= \
     -DCMAKE_EXE_LINKER_FLAGS="-fuse-ld=lld -Wl,-undefined,dynamic_lookup" \
     -DCMAKE_SHARED_LINKER_FLAGS="-fuse-ld=lld -Wl,-undefined,dynamic_lookup" &&
     cmake --build "$build" && cmake --install "$build" --prefix "$work/prefix"
@@ -69,7 +89,8 @@ build_it >"$work/log" 2>&1 || {
 # ---- What came out ----
 
 status=0
-library=$work/prefix/lib/libYorvanUsb.5.dylib
+prefix=$work/prefix
+library=$prefix/lib/libYorvanUsb.5.dylib
 says() { # says WHAT RESULT
   if [ "$2" = 0 ]; then
     echo "macos: $arch: $1"
@@ -78,10 +99,10 @@ says() { # says WHAT RESULT
     status=1
   fi
 }
-shows() { # shows WHAT PATTERN OPTION...: objdump prints a line that fits the pattern
+shows() { # shows FILE WHAT PATTERN OPTION...: objdump prints a line of it that fits the pattern
   result=0
-  "$llvm/llvm-objdump" --macho --arch="$arch" "${@:3}" "$library" | grep -E -- "$2" >/dev/null || result=1
-  says "$1" $result
+  "$llvm/llvm-objdump" --macho --arch="$arch" "${@:4}" "$1" | grep -E -- "$3" >/dev/null || result=1
+  says "${1#"$prefix/"} $2" $result
 }
 
 for arch in arm64 x86_64; do
@@ -89,21 +110,23 @@ for arch in arm64 x86_64; do
     result=0
     "$llvm/clang++" -target "$arch-apple-macos11.0" -std=c++17 -Wall -Wextra -Werror -fsyntax-only \
       -nostdlibinc -I "$declarations" "$here/layout.cpp" || result=1
-    says "has the published types and layouts in ${declarations#"$root/"}" $result
+    says "${declarations#"$root/"} has the published types and layouts" $result
   done
-  shows "is called @rpath/libYorvanUsb.5.dylib, version 5.0.0, compatible with 5.0.0" \
+  shows "$library" "is called @rpath/libYorvanUsb.5.dylib, version 5.0.0, compatible with 5.0.0" \
     '@rpath/libYorvanUsb.5.dylib \(compatibility version 5.0.0, current version 5.0.0\)' --dylibs-used
-  shows "needs the core library, version 2" '@rpath/libYorvanCore.2.dylib' --dylibs-used
-  shows "looks for it in its own folder" '^@loader_path$' --rpaths
-  shows "runs on macOS 11.0" 'minos 11.0' --private-headers
-  shows "has two functions that the loader runs" '__mod_init_func +0*10 ' --section-headers
+  shows "$library" "needs the core library, version 2" '@rpath/libYorvanCore.2.dylib' --dylibs-used
+  shows "$library" "looks for it in its own folder" '^@loader_path$' --rpaths
+  shows "$library" "runs on macOS 11.0" 'minos 11.0' --private-headers
+  shows "$library" "has two functions that the loader runs" '__mod_init_func +0*10 ' --section-headers
+  shows "$prefix/bin/yusb" "looks for the library in its prefix" '^@loader_path/../lib$' --rpaths
   result=0
   "$llvm/llvm-nm" --arch="$arch" --undefined-only --format=darwin "$library" >"$work/needed"
   grep -E ' _+k?(CF|IO)[A-Z].*\(from (CoreFoundation|IOKit)\)' "$work/needed" >/dev/null || result=1
   if grep -E ' _+k?(CF|IO)[A-Z].*\(dynamically' "$work/needed" >&2; then result=1; fi
-  says "finds in the frameworks all that it uses of Apple's" $result
+  says "lib/libYorvanUsb.5.dylib finds in the frameworks all that it uses of Apple's" $result
   result=0
-  NM="$llvm/llvm-nm --arch=$arch" "$root/tests/check_exports.sh" "$library" "$root/cmake/exports/YorvanUsb.txt" >&2 || result=1
-  says "exports exactly what is listed" $result
+  NM="$llvm/llvm-nm --arch=$arch" "$root/tests/check_exports.sh" "$library" "$root/cmake/exports/YorvanUsb.txt" >&2 ||
+    result=1
+  says "lib/libYorvanUsb.5.dylib exports exactly what is listed" $result
 done
 exit $status
