@@ -38,7 +38,7 @@ inline std::vector<std::string> listed() {
   return locations;
 }
 
-// Keeps events as "+0x1" and "-0x1", and then does what the test wants.
+// Keeps events as "+0x1" and "-0x1", of an empty record as "-(empty)", and then does what the test wants.
 class recorder : public yusb_device_event_interface {
  public:
   std::function<void(const YUsbInfoDevice&, _yusb_device_event)> then;
@@ -46,8 +46,8 @@ class recorder : public yusb_device_event_interface {
   void on_device_event(const YUsbInfoDevice& device, _yusb_device_event event) override {
     {
       const std::lock_guard<std::mutex> lock(_mutex);
-      _events.push_back((event == YUSB_DEVICE_EVENT_APPEND ? "+" : "-") +
-                        std::string(device.location().data()));
+      _events.push_back(event == YUSB_DEVICE_EVENT_APPEND ? "+" : "-");
+      _events.back() += device.empty() ? "(empty)" : device.location().data();
     }
     if (then) then(device, event);
   }
