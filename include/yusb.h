@@ -23,7 +23,8 @@
 // handles from before the release are invalid.
 //
 // Threads. All other functions may be called from any thread. The library starts one thread of its own,
-// the monitor thread, and delivers live events on it.
+// the monitor thread, and delivers live events on it; it takes no signal that is meant for the host. A child
+// that was forked without exec has no such thread and must not call the library.
 //
 // Locks. There are three, none recursive, always taken in this order: the set of open contexts, the
 // device list, one context. Each function below says which it takes. An event handler runs under all
@@ -200,8 +201,8 @@ YUSB_EXPORT bool device_is_airpods(const YUsbInfoDevice& device) noexcept;
 // letters. May be true of an Apple device. Throws std::bad_alloc if the texts cannot be copied.
 YUSB_EXPORT bool device_is_android(const YUsbInfoDevice& device);
 
-// Shows the visitor every listed pair of AirPods; what it returns is ignored. Always true. An empty visitor
-// is never called. Takes the device-list lock while it copies the list.
+// Shows the visitor every listed pair of AirPods; what it returns is ignored. True unless refused. An empty
+// visitor is never called. Takes the device-list lock while it copies the list.
 YUSB_EXPORT bool airpods_traverse(_yusb_context* ctx, const device_visitor& visitor) noexcept;
 
 // The serial number of any record, a to z raised to A to Z. Throws std::bad_alloc.

@@ -106,7 +106,7 @@ class subscription final : public yusb_device_event_interface {
 
   void on_device_event(const YUsbInfoDevice& device, _yusb_device_event event) override {
     // A removal by key that found nothing brings a blank record.
-    const bool blank = device.empty() && device.location().size() == 0 && device.instancePath().size() == 0;
+    const bool blank = device.empty() && device.location() == YString() && device.instancePath() == YString();
     if (!_hears || blank) return;
     event == YUSB_DEVICE_EVENT_APPEND ? append(device) : remove(device);
   }
@@ -125,7 +125,7 @@ class subscription final : public yusb_device_event_interface {
 
   // The first record at a location that is told of.
   iterator device_at(const YString& place) {
-    if (place.size() == 0) return _listed.end();
+    if (place == YString()) return _listed.end();
     return find([&](const entry& at) { return at.device.exist() && at.device.location() == place; });
   }
 
