@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <utility>
 
 #include "bus/location.h"
@@ -140,8 +141,8 @@ class parser {
     scenario_device device;
     device.vendor = numbers->vendor;
     device.product = numbers->product;
-    device.location = free_location(where);
     read_fields(line, &device);
+    device.location = take_location(where);
     _attached[where] = {_result.devices.size(), is_hub};
     _result.steps.push_back({step::attach, _result.devices.size(), {}});
     _result.devices.push_back(std::move(device));
@@ -161,12 +162,9 @@ class parser {
   static std::string root_of(const std::string& path) { return "usb" + std::to_string(port::bus_of(path)); }
 
   // As a real bus gives them out.
-  std::uint32_t free_location(const std::string& where) const {
+  std::uint32_t take_location(const std::string& where) {
     std::uint32_t location = *port::location_of(where);
-    const auto taken = [&](const auto& entry) {
-      return _result.devices[entry.second.device].location == location;
-    };
-    while (std::any_of(_attached.begin(), _attached.end(), taken)) location = port::next_location(location);
+    while (!_locations.insert(location).second) location = port::next_location(location);
     return location;
   }
 
@@ -201,12 +199,15 @@ class parser {
                                    [&](const auto& entry) { return !port::is_within(entry.first, where); });
     for (auto leaving = last; leaving != first;) {
       --leaving;
-      _result.steps.push_back({step::detach, leaving->second.device, {}});
+      const std::size_t device = leaving->second.device;
+      _locations.erase(_result.devices[device].location);
+      _result.steps.push_back({step::detach, device, {}});
     }
     _attached.erase(first, last);
   }
 
   scenario _result;
+  std::set<std::uint32_t> _locations;  // of what is attached
   std::map<std::string, attached, decltype(&port::path_before)> _attached{
       port::path_before};  // so children follow
 };
