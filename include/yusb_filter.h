@@ -32,11 +32,11 @@ inline device_filter with_id(unsigned short vendor, unsigned short product) {
 }
 
 // By the whole text, byte for byte.
-inline device_filter with_serial_number(YString text) {
-  return [text = std::move(text)](const YUsbInfoDevice& device) { return device.serialNumber() == text; };
+inline device_filter with_serial_number(const YString& text) {
+  return [text](const YUsbInfoDevice& device) { return device.serialNumber() == text; };
 }
-inline device_filter with_location(YString text) {
-  return [text = std::move(text)](const YUsbInfoDevice& device) { return device.location() == text; };
+inline device_filter with_location(const YString& text) {
+  return [text](const YUsbInfoDevice& device) { return device.location() == text; };
 }
 
 // Combinations. `second` is asked only where it matters. A filter that is combined must not be empty: asking
