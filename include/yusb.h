@@ -17,10 +17,10 @@
 //   yusb::global_release();
 //
 // Life. The host calls yusb::global_initialize once before anything else and yusb::global_release once
-// after everything else; neither may overlap with any other call into the library. Before the first and
-// after the second every function returns false or does nothing, except yusb::context_create, which
-// then yields a context that hears nothing. After a release the library may be initialised afresh; context
-// handles from before the release are invalid.
+// after everything else, before the process exits; neither may overlap with any other call into the
+// library. Before the first and after the second the list is empty, what would register or walk it returns
+// false or does nothing, and yusb::context_create yields a context that hears nothing. After a release the
+// library may be initialised afresh; context handles from before the release are invalid.
 //
 // Threads. All other functions may be called from any thread. The library starts one thread of its own,
 // the monitor thread, and delivers live events on it; it takes no signal that is meant for the host. A child
@@ -32,7 +32,8 @@
 // runs under them must not call a function that takes one. Such a call is refused: it does nothing,
 // returns false where it returns something, and writes a line of level 4 to the log. During the replays
 // of context_notify_object_append and context_notify_object_remove a handler runs without any lock and
-// may call everything but global_release.
+// may call everything but global_release. The log's sink must not call the library at all: it may run under
+// these locks, or hold its own while somebody under them waits for it.
 //
 // Exceptions. No function throws unless it says so. An exception from a handler or a visitor, or for
 // want of memory, ends the process.
@@ -63,7 +64,7 @@ struct _yusb_platform_context;
 //
 // A text holds one byte for each character that the device sent, the low byte of its UTF-16 code unit;
 // it is not UTF-8 and may hold any byte but 0. A record has no lock: do not write one on one thread
-// while another reads it. Copying does not throw; copies are independent of each other.
+// while another reads it. Copies are independent of each other.
 class YUSB_EXPORT YUsbInfoDevice {
  public:
   // Numbers 0, texts empty.
@@ -143,14 +144,15 @@ using device_visitor = std::function<bool(const YUsbInfoDevice&)>;
 // ---- Life ----
 
 // Creates the list and starts the monitor thread without waiting for it: devices attached already
-// arrive shortly afterwards as live events. A second call before a release does nothing.
-// Where memory or threads are lacking it starts what it can; the list then stays empty.
+// arrive shortly afterwards as live events. A second call before a release does nothing
+// but try again what the first could not do: where memory, threads or descriptors are lacking it starts what
+// it can, and the list stays empty.
 YUSB_EXPORT void global_initialize() noexcept;
 
 // Stops the monitor thread and waits for it, then destroys every context that is still open, without an
-// event, and the list. Takes about a millisecond, unless a handler is running: that is waited for.
-// Does nothing when there is nothing to release. Refused on the monitor thread and from a handler under
-// locks.
+// event, and the list. Takes about a millisecond, unless a handler is running or devices are being read:
+// that is waited for. Does nothing when there is nothing to release. Refused on the monitor thread and from
+// a handler under locks.
 YUSB_EXPORT void global_release() noexcept;
 
 // ---- Contexts ----
@@ -174,7 +176,8 @@ YUSB_EXPORT bool context_notify_object_append(_yusb_context* ctx,
                                               yusb_device_event_interface* iface) noexcept;
 
 // Unregisters an interface; it hears a removal for every device listed before the call returns. After
-// that no call reaches it on behalf of this context. Otherwise as above; false also if it was not registered.
+// that no call reaches it on behalf of this context, unless another thread is still registering it.
+// Otherwise as above; false also if it was not registered.
 YUSB_EXPORT bool context_notify_object_remove(_yusb_context* ctx,
                                               yusb_device_event_interface* iface) noexcept;
 

@@ -28,8 +28,9 @@
 // one device quickly takes another's place, its device is the one listed first; when that leaves the list its
 // removal is told, and then the arrival of the next one. Never told of are records without numbers
 // (YUsbInfoDevice::empty) or without a location, and removals that took nothing out of the list. A host that
-// calls yusb::common_device_remove with a record whose location and instance path are of two different listed
-// devices cannot be followed: the one with both, or else the first with either, is held to be gone.
+// calls yusb::common_device_remove with an empty record, or with one whose location and instance path are of
+// two different listed devices, cannot be followed: the first is taken for a removal of nothing; of the
+// second the one with both, or else the first with either, is held to be gone.
 //
 // Life. Construct a watcher after yusb::global_initialize; stop or destroy it before yusb::global_release:
 // afterwards that is undefined. Any number may live at once. They are moved, not copied; a move disturbs no

@@ -100,7 +100,7 @@ void IONotificationPortDestroy(IONotificationPortRef notify) {
 
 CFRunLoopSourceRef IONotificationPortGetRunLoopSource(IONotificationPortRef notify) {
   if (notify == nullptr) misuse("IONotificationPortGetRunLoopSource() called with null");
-  return notify->source;
+  return calling("IONotificationPortGetRunLoopSource") ? notify->source : nullptr;
 }
 
 CFMutableDictionaryRef IOServiceMatching(const char* name) {

@@ -9,16 +9,9 @@
 
 #include <IOKit/IOKitLib.h>
 
-namespace yusb::port {
+#include "bus/immortal.h"
 
-// Static memory that is never destroyed, for a host may exit while the monitor thread runs. What it holds
-// must own no heap memory once it is empty, for a host may also unload the library, again and again.
-template <typename T>
-union immortal {
-  immortal() : value() {}
-  ~immortal() {}
-  T value;
-};
+namespace yusb::port {
 
 // What may be left over when a host forgets to give it back.
 enum class kind : std::size_t {

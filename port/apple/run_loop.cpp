@@ -10,12 +10,12 @@
 #include "apple/core_foundation.h"
 
 struct __CFRunLoop : yusb::port::object {
-  __CFRunLoop() : wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (wake < 0) yusb::port::misuse("no descriptor is left for a run loop");
+  __CFRunLoop() : wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+  ~__CFRunLoop() override {
+    if (wake >= 0) close(wake);
   }
-  ~__CFRunLoop() override { close(wake); }
 
-  const int wake;  // readable when a stop wants the loop's attention
+  const int wake;  // readable when a stop wants the loop's attention; -1 if no descriptor was left
   std::mutex mutex;
   bool running = false;                     // under mutex
   bool stopped = false;                     // under mutex
@@ -62,7 +62,8 @@ void wait(CFRunLoopRef loop) {
     source->idle();
     for (const int descriptor : source->descriptors()) waited.push_back({descriptor, POLLIN, 0});
   }
-  poll(waited.data(), waited.size(), -1);  // an interruption is one more look
+  const int limit = loop->wake < 0 ? 10 : -1;  // ms; a stop that cannot wake the loop is looked for
+  poll(waited.data(), waited.size(), limit);   // an interruption is one more look
   eventfd_t count;
   if ((waited.front().revents & POLLIN) != 0) eventfd_read(loop->wake, &count);
 }

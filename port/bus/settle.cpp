@@ -5,16 +5,18 @@
 
 #include <yusb_bus.h>
 
+#include "bus/immortal.h"
+
 namespace {
 
 std::mutex _mutex;
-std::condition_variable _changed;
-bool _idle = false;  // under _mutex
+yusb::port::immortal<std::condition_variable> _changed;  // its destructor would wait for whoever waits
+bool _idle = false;                                      // under _mutex
 
 void set_idle(bool idle) {
   const std::lock_guard<std::mutex> lock(_mutex);
   _idle = idle;
-  if (idle) _changed.notify_all();
+  if (idle) _changed.value.notify_all();
 }
 
 }  // namespace
@@ -25,5 +27,5 @@ void yusb::port::mark_idle() { set_idle(true); }
 
 bool yusb::bus_settle(std::chrono::milliseconds limit) {
   std::unique_lock<std::mutex> lock(_mutex);
-  return _changed.wait_for(lock, limit, [] { return _idle; });
+  return _changed.value.wait_for(lock, limit, [] { return _idle; });
 }

@@ -1,5 +1,7 @@
 #include <yusb_simulator.h>
 
+#include <YorvanCore/YLog.h>
+
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -142,7 +144,7 @@ class simulator::implementation::watch : public port::session {
     auto& watches = _bus->watches;
     watches.erase(std::find(watches.begin(), watches.end(), this));
     port::mark_busy();
-    close(_readable);
+    if (_readable >= 0) close(_readable);
   }
 
   std::array<int, 2> descriptors() const override { return {_readable, -1}; }
@@ -177,7 +179,10 @@ class simulator::implementation::watch : public port::session {
 };
 
 std::unique_ptr<port::session> simulator::implementation::open() {
-  return std::make_unique<watch>(shared_from_this());
+  auto opened = std::make_unique<watch>(shared_from_this());
+  if (opened->descriptors()[0] >= 0) return opened;
+  YLog::output(static_cast<EYORVAN_LOG_LEVEL>(4), "No descriptor is left for the simulated bus");
+  return nullptr;
 }
 
 void simulator::implementation::tell(const port::change& change) {

@@ -9,8 +9,6 @@ namespace yusb {
 
 namespace {
 
-using notify_function = void (*)(_yusb_context*, const YUsbInfoDevice&) noexcept;
-
 void replay(notify_function notify, _yusb_context* context) REQUIRES(_global_context_mutex) {
   if (!has_devices()) return;
   const MutexLock devices(_global_device_mutex);

@@ -14,4 +14,11 @@ struct _yusb_context {
   yusb::Mutex mutex;
 };
 
+namespace yusb {
+
+// common_notify_device_append or common_notify_device_remove.
+using notify_function = void (*)(_yusb_context*, const YUsbInfoDevice&) noexcept;
+
+}  // namespace yusb
+
 #endif  // YUSB_COMMON_DELIVERY_H_

@@ -21,6 +21,10 @@ void common_global_initialize() noexcept {
 
 void common_global_release() noexcept {
   if (refused()) return;
+  if (platform_is_monitor_thread()) {
+    report_reentry(__func__, __LINE__);
+    return;
+  }
   if (_global_platform_context != nullptr) {
     platform_hotplug_stop(_global_platform_context);
     platform_context_destroy(_global_platform_context);

@@ -2,6 +2,7 @@
 // to every open context.
 #include <algorithm>
 
+#include "common/delivery.h"
 #include "common/log.h"
 #include "common/reentry.h"
 #include "common/state.h"
@@ -9,8 +10,6 @@
 namespace yusb {
 
 namespace {
-
-using notify_function = void (*)(_yusb_context*, const YUsbInfoDevice&) noexcept;
 
 void notify_every_context(notify_function notify, const YUsbInfoDevice& record)
     REQUIRES(_global_context_mutex) {
@@ -97,6 +96,7 @@ void common_device_traverse(const device_visitor& visitor) noexcept {
 }
 
 void common_device_printf(const YUsbInfoDevice& record) noexcept {
+  const client_code sink;
   YLog::output(log_information, "DEVICE Vendor ID\t\t: 0x%04X", record.vendorID());
   YLog::output(log_information, "DEVICE Product ID\t\t: 0x%04X", record.productID());
   YLog::output(log_information, "DEVICE Revised ID\t\t: 0x%04X", record.revisedID());

@@ -10,6 +10,9 @@ namespace yusb {
 // Null if there is no memory.
 _yusb_platform_context* platform_context_create() noexcept;
 
+// Whether the calling thread is the monitor thread, for which a release would wait for ever.
+bool platform_is_monitor_thread() noexcept;
+
 // Only after platform_hotplug_stop has returned.
 void platform_context_destroy(_yusb_platform_context* context) noexcept;
 

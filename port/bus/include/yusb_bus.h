@@ -17,7 +17,9 @@ YUSB_BUS_EXPORT bool bus_present();
 
 // Waits until the library has handled everything the bus has told it: after yusb::global_initialize, until
 // every device attached then is listed and delivered; on a simulated bus, every change made before this call
-// too. False if `limit` passes first, or the library is not initialised. From any thread but a handler.
+// too. While others go on changing the bus that moment may not
+// come. False when `limit` has passed, which is what happens where the library is not initialised. From any
+// thread but a handler.
 YUSB_BUS_EXPORT bool bus_settle(std::chrono::milliseconds limit = std::chrono::seconds(30));
 
 }  // namespace yusb

@@ -88,6 +88,8 @@ void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) {
   IOUSBDeviceStruct500** device = nullptr;
   SInt32 score = 0;
   while (const io_service_t service = IOIteratorNext(iterator)) {
+    plugin = nullptr;  // a success that hands back nothing must not find the previous device's
+    device = nullptr;
     const kern_return_t status = IOCreatePlugInInterfaceForService(service, kIOUSBDeviceUserClientTypeID,
                                                                    kIOCFPlugInInterfaceID, &plugin, &score);
     if (status != 0 || plugin == nullptr) {
@@ -100,7 +102,6 @@ void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) {
     const HRESULT answer = (*plugin)->QueryInterface(plugin, CFUUIDGetUUIDBytes(kIOUSBDeviceInterfaceID500),
                                                      reinterpret_cast<LPVOID*>(&device));
     (*plugin)->Release(plugin);
-    plugin = nullptr;  // a success that hands back nothing must not find the previous device's
     if (answer != 0 || device == nullptr) {
       const client_code sink;
       YLog::output(log_error, "[ %s : %d ] Couldn't create a device interface (%08x)",
@@ -112,7 +113,6 @@ void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) {
     darwin_device_from_IOUSBDeviceInterface(device, record);
     if (record.vendorID() != 0 && record.productID() != 0) yusb::common_device_append(record);
     (*device)->Release(device);
-    device = nullptr;
     IOObjectRelease(service);
   }
 }
@@ -163,6 +163,11 @@ void darwin_create_device_notify_thread(_yusb_platform_context* context) {
     return;
   }
   const CFRunLoopSourceRef source = IONotificationPortGetRunLoopSource(port);
+  if (source == nullptr) {
+    report_failure("get the source of a notification port", 0);
+    IONotificationPortDestroy(port);
+    return;
+  }
   const CFMutableDictionaryRef arrivals = IOServiceMatching(kIOUSBDeviceClassName);
   const CFMutableDictionaryRef removals = IOServiceMatching(kIOUSBDeviceClassName);
   context->running = true;
@@ -194,9 +199,12 @@ struct monitor_exit {
   }
 };
 thread_local monitor_exit _monitor_exit;
+thread_local bool _is_monitor_thread =
+    false;  // not asked of the object above: every thread that did would owe its destructor
 
 void darwin_thread_system_monitor(_yusb_platform_context* context) {
   _monitor_exit.context = context;
+  _is_monitor_thread = true;
   if (context->monitor == yusb_monitor::wanted) darwin_create_device_notify_thread(context);
 }
 
@@ -229,6 +237,8 @@ _yusb_platform_context* platform_context_create() noexcept {
 
 void platform_context_destroy(_yusb_platform_context* context) noexcept { delete context; }
 
+bool platform_is_monitor_thread() noexcept { return _is_monitor_thread; }
+
 bool platform_hotplug_start(_yusb_platform_context* context) noexcept {
   if (context == nullptr || context->runLoop != nullptr) return false;
   yusb_monitor none = yusb_monitor::none;
@@ -246,7 +256,7 @@ bool platform_hotplug_start(_yusb_platform_context* context) noexcept {
 }
 
 bool platform_hotplug_stop(_yusb_platform_context* context) noexcept {
-  if (context == nullptr || refused()) return true;
+  if (context == nullptr || refused() || platform_is_monitor_thread()) return true;
   context->stopRequested = true;
   yusb_monitor wanted = yusb_monitor::wanted;
   context->monitor.compare_exchange_strong(wanted, yusb_monitor::unwanted);

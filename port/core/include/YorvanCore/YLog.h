@@ -19,7 +19,7 @@ class YORVANCORE_EXPORT YLog {
  public:
   // Takes one line: `size` bytes and a zero behind them, without a line end; they may hold any byte that
   // was logged, a line feed too. Calls come one at a time, on whichever thread logs. A sink must not
-  // throw. What it logs itself goes to standard error.
+  // throw. What it logs itself goes to standard error. It must not wait for a thread that may log.
   using Sink = void (*)(EYORVAN_LOG_LEVEL level, const char* line, std::size_t size, void* user);
 
   // Writes one line, as printf. Control characters but the tab appear on standard error as \xNN, so that a
