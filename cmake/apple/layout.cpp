@@ -1,5 +1,5 @@
 // What Apple publishes of the names that the backend uses. Compiled against port/apple's headers and against
-// tests/apple/headers, for the host and for a Mac's two processors; there is nothing to run.
+// cmake/apple/headers, for the host and for a Mac's two processors; there is nothing to run.
 #include <CoreFoundation/CoreFoundation.h>
 #include <IOKit/IOCFPlugIn.h>
 #include <IOKit/IOKitLib.h>
