@@ -1,4 +1,5 @@
 // Devices that come, go and answer at the worst moment.
+#include <atomic>
 #include <thread>
 
 #include "support.h"
@@ -37,6 +38,24 @@ TEST_F(AwkwardDevice, UnpluggedWhileItIsReadArrivesWithWhatWasReadAndLeaves) {
   yusb::context_notify_object_append(context, &client);
   bus.unplug(plug(0xA, "serial", 300));
   expect_heard({"+0xA m ", "-0xA m "});
+}
+
+TEST_F(AwkwardDevice, UnpluggedBetweenTheListingAndTheWatchingIsToldOf) {
+  yusb::global_release();
+  const int id = plug(0xA, "unread");
+  plug(0xB, "read");
+  std::atomic<bool> ready{false};
+  bus.before_calls([&](const std::string& call) {
+    if (call != "IOServiceAddMatchingNotification") return true;
+    while (!ready) std::this_thread::yield();
+    bus.unplug(id);
+    return true;
+  });
+  yusb::global_initialize();
+  yusb::context_create(&context);
+  yusb::context_notify_object_append(context, &client);
+  ready = true;
+  expect_heard({"+0xA  ", "+0xB m read", "-0xA  "});
 }
 
 TEST_F(AwkwardDevice, ReplacedAtOnceAtTheSamePortIsTwoDevices) {

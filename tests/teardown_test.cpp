@@ -2,6 +2,7 @@
 //
 // YUSB_CYCLES sets the number of starts; where it is given, each must be quick, not only nearly all.
 #include <malloc.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <atomic>
@@ -80,6 +81,25 @@ TEST_F(Library, ReleasesOnlyWhenTheHandlerThatRunsHasReturned) {
   releasing = true;
   yusb::global_release();
   EXPECT_TRUE(left);
+}
+
+TEST(Beginning, IsLeftOutWhereNoThreadCanBeMade) {
+  kept_log log;
+  yusb::simulator bus;
+  pthread_attr_t usual, impossible;
+  pthread_getattr_default_np(&usual);
+  pthread_attr_init(&impossible);
+  pthread_attr_setstacksize(&impossible, std::size_t{1} << 60);
+  pthread_setattr_default_np(&impossible);
+  yusb::global_initialize();
+  pthread_setattr_default_np(&usual);
+  const strings lines = log.take();
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].find("4 [ platform_hotplug_start : "), 0u) << lines[0];
+  EXPECT_FALSE(bus.settle(0ms));
+  yusb::global_initialize();  // another try
+  EXPECT_TRUE(bus.settle());
+  yusb::global_release();
 }
 
 TEST(Cycles, LeaveThreadsDescriptorsAndMemoryWhereTheyWere) {
