@@ -9,27 +9,30 @@ namespace yusb {
 
 namespace {
 
-void replay(notify_function notify, _yusb_context* context) REQUIRES(_global_context_mutex) {
+void replay(const client_code& running, _yusb_context* context, _yusb_device_event event)
+    REQUIRES(_global_context_mutex) {
   if (!has_devices()) return;
   const MutexLock devices(_global_device_mutex);
-  for (const YUsbInfoDevice& listed : *_global_device_array) notify(context, listed);
+  for (const YUsbInfoDevice& listed : *_global_device_array) deliver(running, context, listed, event);
 }
 
 }  // namespace
 
 bool common_object_append(_yusb_context* ctx) noexcept {
-  if (refused() || !has_contexts() || ctx == nullptr) return false;
+  const client_code running;
+  if (running.refused() || !has_contexts() || ctx == nullptr) return false;
   const MutexLock contexts(_global_context_mutex);
   if (!_global_context_array->insert(ctx).second) return false;
-  replay(common_notify_device_append, ctx);
+  replay(running, ctx, YUSB_DEVICE_EVENT_APPEND);
   return true;
 }
 
 bool common_object_remove(_yusb_context* ctx) noexcept {
-  if (refused() || !has_contexts() || ctx == nullptr) return false;
+  const client_code running;
+  if (running.refused() || !has_contexts() || ctx == nullptr) return false;
   const MutexLock contexts(_global_context_mutex);
   if (_global_context_array->erase(ctx) == 0) return false;
-  replay(common_notify_device_remove, ctx);
+  replay(running, ctx, YUSB_DEVICE_EVENT_REMOVE);
   return true;
 }
 

@@ -1,17 +1,19 @@
 #include "common/delivery.h"
 
-#include "common/reentry.h"
-
 namespace yusb {
+
+void deliver(const client_code& /*running*/, _yusb_context* context, const YUsbInfoDevice& device,
+             _yusb_device_event event) {
+  const MutexLock lock(&context->mutex);
+  for (yusb_device_event_interface* iface : context->interfaces) {
+    if (iface != nullptr) iface->on_device_event(device, event);
+  }
+}
 
 void common_notify_handle(_yusb_context* ctx, const YUsbInfoDevice& device,
                           _yusb_device_event event) noexcept {
-  if (refused()) return;
-  const MutexLock lock(&ctx->mutex);
   const client_code running;
-  for (yusb_device_event_interface* iface : ctx->interfaces) {
-    if (iface != nullptr) iface->on_device_event(device, event);
-  }
+  if (!running.refused()) deliver(running, ctx, device, event);
 }
 
 void common_notify_device_append(_yusb_context* ctx, const YUsbInfoDevice& device) noexcept {

@@ -1,4 +1,4 @@
-// The record behind a client's handle.
+// The record behind a client's handle, and how events reach its interfaces.
 #ifndef YUSB_COMMON_DELIVERY_H_
 #define YUSB_COMMON_DELIVERY_H_
 
@@ -7,6 +7,7 @@
 #include <yusb.h>
 
 #include "common/mutex.h"
+#include "common/reentry.h"
 
 struct _yusb_context {
   std::set<yusb_device_event_interface*> interfaces
@@ -16,8 +17,10 @@ struct _yusb_context {
 
 namespace yusb {
 
-// common_notify_device_append or common_notify_device_remove.
-using notify_function = void (*)(_yusb_context*, const YUsbInfoDevice&) noexcept;
+// Calls every interface of one context, in ascending order of address, under the context's lock. The caller
+// has marked the thread: one mark does for all contexts.
+void deliver(const client_code& running, _yusb_context* context, const YUsbInfoDevice& device,
+             _yusb_device_event event);
 
 }  // namespace yusb
 

@@ -4,26 +4,33 @@
 
 namespace yusb {
 
-// Lives while client code (a handler, or the log's sink) runs on this thread and the library waits for it.
+// Writes the error line for a call that was refused.
+void report_reentry(const char* function, int line) noexcept;
+
+// Lives while client code (a handler, or the log's sink) may run on this thread and the library waits for it.
 class client_code {
  public:
-  client_code() : _outer(_running) { _running = true; }
-  ~client_code() { _running = _outer; }
+  client_code() : _here(_running), _outer(_here) { _here = true; }
+  ~client_code() { _here = _outer; }
   client_code(const client_code&) = delete;
   client_code& operator=(const client_code&) = delete;
 
   static bool running() { return _running; }
 
+  // True, after a line in the log, if this began inside other client code, where its function must not run.
+  bool refused(const char* function = __builtin_FUNCTION(), int line = __builtin_LINE()) const noexcept {
+    if (_outer) report_reentry(function, line);
+    return _outer;
+  }
+
  private:
+  bool& _here;  // to find a variable of the thread takes a call
   const bool _outer;
   inline static thread_local bool _running = false;
 };
 
-// Writes the error line for a call that was refused.
-void report_reentry(const char* function, int line) noexcept;
-
-// True, after a line in the log, if the function that asks must not run now. Every function that takes a
-// lock or waits for the monitor thread asks first.
+// The same for a function that runs no client code. Every function that takes a lock or waits for the monitor
+// thread asks one of the two first.
 inline bool refused(const char* function = __builtin_FUNCTION(), int line = __builtin_LINE()) noexcept {
   if (!client_code::running()) return false;
   report_reentry(function, line);

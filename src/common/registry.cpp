@@ -1,6 +1,6 @@
 // The device list: every arrival and removal passes through here, is reported to the log, and goes out
 // to every open context.
-#include <algorithm>
+#include <array>
 
 #include "common/delivery.h"
 #include "common/log.h"
@@ -11,9 +11,16 @@ namespace yusb {
 
 namespace {
 
-void notify_every_context(notify_function notify, const YUsbInfoDevice& record)
+void deliver_everywhere(const client_code& running, const YUsbInfoDevice& record, _yusb_device_event event)
     REQUIRES(_global_context_mutex) {
-  for (_yusb_context* context : *_global_context_array) notify(context, record);
+  for (_yusb_context* context : *_global_context_array) deliver(running, context, record, event);
+}
+
+template <typename Matches>
+device_list::iterator find_listed(Matches matches) REQUIRES(_global_device_mutex) {
+  auto at = _global_device_array->begin();
+  while (at != _global_device_array->end() && !matches(*at)) ++at;
+  return at;
 }
 
 auto same_device(const YUsbInfoDevice& record) {
@@ -22,65 +29,68 @@ auto same_device(const YUsbInfoDevice& record) {
   };
 }
 
+// "0x05AC". To write it with %04X takes several times as long, three times an event, under the locks.
+std::array<char, 7> hexadecimal(unsigned short value) {
+  constexpr char digits[] = "0123456789ABCDEF";
+  return {
+      '0', 'x', digits[value >> 12], digits[value >> 8 & 15], digits[value >> 4 & 15], digits[value & 15]};
+}
+
 using record_key = const YString& (YUsbInfoDevice::*)() const;
 
-void remove_by_key(record_key key, const YString& value) {
+void remove_by_key(const client_code& running, record_key key, const YString& value) {
   const MutexLock contexts(_global_context_mutex);
   const MutexLock devices(_global_device_mutex);
   YUsbInfoDevice removed;
-  const auto found = std::find_if(_global_device_array->begin(), _global_device_array->end(),
-                                  [&](const YUsbInfoDevice& listed) { return (listed.*key)() == value; });
+  const auto found = find_listed([&](const YUsbInfoDevice& listed) { return (listed.*key)() == value; });
   if (found != _global_device_array->end()) {
     removed = *found;
     _global_device_array->erase(found);
   }
-  {
-    const client_code sink;
-    YLog::output(log_information, "---------- DEVICE REMOVE ----------");
-    YLog::output(log_information, "DEVICE Location\t\t: %s", removed.location().data());
-  }
-  notify_every_context(common_notify_device_remove, removed);
+  YLog::output(log_information, "---------- DEVICE REMOVE ----------");
+  YLog::output(log_information, "DEVICE Location\t\t: %s", removed.location().data());
+  deliver_everywhere(running, removed, YUSB_DEVICE_EVENT_REMOVE);
 }
 
 }  // namespace
 
 void common_device_append(const YUsbInfoDevice& record) noexcept {
-  if (refused() || !has_contexts() || !has_devices()) return;
+  const client_code running;
+  if (running.refused() || !has_contexts() || !has_devices()) return;
   const MutexLock contexts(_global_context_mutex);
   const MutexLock devices(_global_device_mutex);
   _global_device_array->push_back(record);
-  {
-    const client_code sink;
-    YLog::output(log_information, "---------- DEVICE APPEND ----------");
-    common_device_printf(record);
-  }
-  notify_every_context(common_notify_device_append, record);
+  YLog::output(log_information, "---------- DEVICE APPEND ----------");
+  common_device_printf(record);
+  deliver_everywhere(running, record, YUSB_DEVICE_EVENT_APPEND);
 }
 
 void common_device_remove(const YUsbInfoDevice& record) noexcept {
-  if (refused() || !has_contexts() || !has_devices()) return;
+  const client_code running;
+  if (running.refused() || !has_contexts() || !has_devices()) return;
   const MutexLock contexts(_global_context_mutex);
   const MutexLock devices(_global_device_mutex);
-  const auto found =
-      std::find_if(_global_device_array->begin(), _global_device_array->end(), same_device(record));
+  const auto found = find_listed(same_device(record));
   if (found != _global_device_array->end()) _global_device_array->erase(found);
-  notify_every_context(common_notify_device_remove, record);
+  deliver_everywhere(running, record, YUSB_DEVICE_EVENT_REMOVE);
 }
 
 void common_device_remove_from_instance_path(const YString& path) noexcept {
-  if (refused() || !has_contexts() || !has_devices()) return;
-  remove_by_key(&YUsbInfoDevice::instancePath, path);
+  const client_code running;
+  if (running.refused() || !has_contexts() || !has_devices()) return;
+  remove_by_key(running, &YUsbInfoDevice::instancePath, path);
 }
 
 void common_device_remove_from_location(const YString& location) noexcept {
-  if (refused() || !has_contexts() || !has_devices()) return;
-  remove_by_key(&YUsbInfoDevice::location, location);
+  const client_code running;
+  if (running.refused() || !has_contexts() || !has_devices()) return;
+  remove_by_key(running, &YUsbInfoDevice::location, location);
 }
 
 bool common_device_is_exist(const YUsbInfoDevice& record) noexcept {
   if (refused() || !has_devices()) return false;
   const MutexLock devices(_global_device_mutex);
-  return std::any_of(_global_device_array->begin(), _global_device_array->end(), same_device(record));
+  return find_listed(same_device(record)) != _global_device_array->end();
 }
 
 void common_device_traverse(const device_visitor& visitor) noexcept {
@@ -97,9 +107,9 @@ void common_device_traverse(const device_visitor& visitor) noexcept {
 
 void common_device_printf(const YUsbInfoDevice& record) noexcept {
   const client_code sink;
-  YLog::output(log_information, "DEVICE Vendor ID\t\t: 0x%04X", record.vendorID());
-  YLog::output(log_information, "DEVICE Product ID\t\t: 0x%04X", record.productID());
-  YLog::output(log_information, "DEVICE Revised ID\t\t: 0x%04X", record.revisedID());
+  YLog::output(log_information, "DEVICE Vendor ID\t\t: %s", hexadecimal(record.vendorID()).data());
+  YLog::output(log_information, "DEVICE Product ID\t\t: %s", hexadecimal(record.productID()).data());
+  YLog::output(log_information, "DEVICE Revised ID\t\t: %s", hexadecimal(record.revisedID()).data());
   YLog::output(log_information, "DEVICE Factory\t\t: %s", record.factory().data());
   YLog::output(log_information, "DEVICE Serial Number\t: %s", record.serialNumber().data());
   YLog::output(log_information, "DEVICE Location\t\t: %s", record.location().data());
