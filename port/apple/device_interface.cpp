@@ -90,7 +90,8 @@ const IOUSBDeviceInterface500& device_table() {
 }
 
 HRESULT query_plugin(void* self, REFIID iid, LPVOID* ppv) {
-  if (!equal(iid, CFUUIDGetUUIDBytes(kIOUSBDeviceInterfaceID500))) return E_NOINTERFACE;
+  static const CFUUIDBytes known = CFUUIDGetUUIDBytes(kIOUSBDeviceInterfaceID500);
+  if (!equal(iid, known)) return E_NOINTERFACE;
   const plugin_object& plugin = plugin_object::of(self);
   const grant granted = plugin.attached->device_interface();
   if (granted.status != status_ok) return granted.status;
@@ -116,8 +117,9 @@ kern_return_t IOCreatePlugInInterfaceForService(io_service_t handle, CFUUIDRef p
                                                 SInt32* theScore) {
   const auto found = find<service>(handle);
   if (found == nullptr) return kIOReturnBadArgument;
-  if (!equal(CFUUIDGetUUIDBytes(pluginType), CFUUIDGetUUIDBytes(kIOUSBDeviceUserClientTypeID)) ||
-      !equal(CFUUIDGetUUIDBytes(interfaceType), CFUUIDGetUUIDBytes(kIOCFPlugInInterfaceID))) {
+  static const CFUUIDRef knownPlugin = kIOUSBDeviceUserClientTypeID;  // equal ones are one object
+  static const CFUUIDRef knownInterface = kIOCFPlugInInterfaceID;
+  if (pluginType != knownPlugin || interfaceType != knownInterface) {
     return kIOReturnUnsupported;
   }
   const grant granted = found->attached->plugin();

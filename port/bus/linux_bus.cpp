@@ -195,6 +195,8 @@ change linux_session::depart(iterator device) {
 }
 
 linux_session::iterator linux_session::place_of(const std::string& path) {
+  // Those that are there at the start come in order.
+  if (_attached.empty() || path_before(_attached.back().path, path)) return _attached.end();
   return std::lower_bound(_attached.begin(), _attached.end(), path,
                           [](const attached_device& device, const std::string& searched) {
                             return path_before(device.path, searched);
@@ -203,6 +205,7 @@ linux_session::iterator linux_session::place_of(const std::string& path) {
 
 std::uint32_t linux_session::free_location(const std::string& path) const {
   std::uint32_t location = location_of(path).value_or(0);
+  if (!may_collide(location)) return location;
   const auto is_taken = [&](const attached_device& device) { return device.location == location; };
   while (std::any_of(_attached.begin(), _attached.end(), is_taken)) location = next_location(location);
   return location;

@@ -9,8 +9,9 @@ namespace {
 constexpr std::size_t most_digits = 9;  // of a number, so that it fits in 32 bits
 
 std::size_t count_digits(std::string_view text) {
-  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
-  return static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), is_digit) - text.begin());
+  std::size_t digits = 0;
+  while (digits < text.size() && text[digits] >= '0' && text[digits] <= '9') ++digits;
+  return digits;
 }
 
 // Takes a number off the front; 0 if there is none.
@@ -92,6 +93,10 @@ std::optional<std::uint32_t> location_of(std::string_view path) {
   if (fits) return top | ports;
   const std::uint32_t hash = hash_of(path);
   return top | (hash == 0 ? 1 : hash);
+}
+
+bool may_collide(std::uint32_t location) {
+  return (location & 0x00F00000) == 0 && (location & 0x000FFFFF) != 0;
 }
 
 std::uint32_t next_location(std::uint32_t taken) {

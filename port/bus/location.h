@@ -32,6 +32,9 @@ bool is_within(std::string_view path, std::string_view hub);
 // together. Never 0.
 std::optional<std::uint32_t> location_of(std::string_view path);
 
+// False for the location of a path that fits: no other path has it.
+bool may_collide(std::uint32_t location);
+
 // The location to try where another device already has this one; comes round to the first after 1,048,575
 // others.
 std::uint32_t next_location(std::uint32_t taken);

@@ -1,5 +1,7 @@
 #include "bus/utf16.h"
 
+#include <algorithm>
+
 namespace yusb::port {
 
 namespace {
@@ -32,13 +34,20 @@ std::uint32_t decode(std::string_view text, std::size_t& at) {
 }  // namespace
 
 string_descriptor encode_string_descriptor(std::string_view utf8) {
-  string_descriptor made{};
+  string_descriptor made;
   std::size_t size = 2;
   const auto put = [&](std::uint32_t unit) {
     made.bytes[size++] = static_cast<std::uint8_t>(unit & 0xFF);
     made.bytes[size++] = static_cast<std::uint8_t>(unit >> 8);
   };
-  for (std::size_t at = 0; at < utf8.size();) {
+  // Most texts are ASCII from end to end.
+  const auto not_ascii = std::find_if(utf8.begin(), utf8.end(), [](char c) { return (c & 0x80) != 0; });
+  std::size_t at = std::min<std::size_t>(not_ascii - utf8.begin(), (string_descriptor_limit - size) / 2);
+  for (std::size_t i = 0; i < at; ++i, size += 2) {
+    made.bytes[size] = static_cast<std::uint8_t>(utf8[i]);
+    made.bytes[size + 1] = 0;
+  }
+  while (at < utf8.size()) {
     const std::uint32_t point = decode(utf8, at);
     const std::size_t needed = point < 0x10000 ? 2 : 4;
     if (size + needed > string_descriptor_limit) break;

@@ -1,8 +1,10 @@
 #include <YorvanCore/YLog.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -53,6 +55,26 @@ void hand(EYORVAN_LOG_LEVEL level, const char* line, std::size_t size) {
   _insideSink = false;
 }
 
+// As vsnprintf, in fewer steps for a line that ends in its only %s or has no conversion, as most.
+int formatLine(char* buffer, std::size_t capacity, const char* format, va_list arguments) {
+  const char* const found = std::strchr(format, '%');
+  const char* const rest = found == nullptr ? format + std::strlen(format) : found;
+  const auto start = static_cast<std::size_t>(rest - format);
+  if (start >= capacity) return std::vsnprintf(buffer, capacity, format, arguments);
+  std::memcpy(buffer, format, start);
+  if (std::strcmp(rest, "%s") != 0) {
+    const int length = std::vsnprintf(buffer + start, capacity - start, rest, arguments);
+    return length < 0 ? length : length + static_cast<int>(start);
+  }
+  const char* const given = va_arg(arguments, const char*);
+  const char* const text = given == nullptr ? "(null)" : given;
+  const std::size_t size = std::strlen(text);
+  const std::size_t fitting = std::min(size, capacity - start - 1);
+  std::memcpy(buffer + start, text, fitting);
+  buffer[start + fitting] = '\0';
+  return static_cast<int>(start + size);
+}
+
 }  // namespace
 
 void YLog::output(EYORVAN_LOG_LEVEL level, const char* format, ...) noexcept {
@@ -62,7 +84,7 @@ void YLog::output(EYORVAN_LOG_LEVEL level, const char* format, ...) noexcept {
   va_start(arguments, format);
   va_list again;
   va_copy(again, arguments);
-  const int length = std::vsnprintf(buffer, sizeof buffer, format, arguments);
+  const int length = formatLine(buffer, sizeof buffer, format, arguments);
   va_end(arguments);
   const std::size_t size = length < 0 ? 0 : static_cast<std::size_t>(length);
   if (length >= 0 && size < sizeof buffer) {

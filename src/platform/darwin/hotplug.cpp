@@ -70,28 +70,32 @@ void darwin_device_from_IOUSBDeviceInterface(IOUSBDeviceStruct500** device, YUsb
   const YString manufacturerText = darwin_device_request_string_descriptor(device, manufacturerIndex);
   const YString productText = darwin_device_request_string_descriptor(device, productIndex);
   const YString serialNumberText = darwin_device_request_string_descriptor(device, serialNumberIndex);
+  const YString locationText = YString::format("0x%X", location);
 
   record.setVendorID(vendor);
   record.setProductID(product);
   record.setRevisedID(release);
   record.setFactory(manufacturerText);
   record.setSerialNumber(serialNumberText);
-  record.setLocation(YString::format("0x%X", location));
-  record.setInstancePath(YString::format("0x%X", location));
+  record.setLocation(locationText);
+  record.setInstancePath(locationText);
   record.setDescribe(productText);
 }
 
 // ---- The handlers: each reads its iterator to the end, which arms the notification again ----
 
 void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) {
+  static const CFUUIDRef deviceType = kIOUSBDeviceUserClientTypeID;
+  static const CFUUIDRef plugInInterface = kIOCFPlugInInterfaceID;
+  static const CFUUIDBytes deviceInterface = CFUUIDGetUUIDBytes(kIOUSBDeviceInterfaceID500);
   IOCFPlugInInterface** plugin = nullptr;
   IOUSBDeviceStruct500** device = nullptr;
   SInt32 score = 0;
   while (const io_service_t service = IOIteratorNext(iterator)) {
     plugin = nullptr;  // a success that hands back nothing must not find the previous device's
     device = nullptr;
-    const kern_return_t status = IOCreatePlugInInterfaceForService(service, kIOUSBDeviceUserClientTypeID,
-                                                                   kIOCFPlugInInterfaceID, &plugin, &score);
+    const kern_return_t status =
+        IOCreatePlugInInterfaceForService(service, deviceType, plugInInterface, &plugin, &score);
     if (status != 0 || plugin == nullptr) {
       const client_code sink;
       YLog::output(log_error, "[ %s : %d ] Unable to create a plug-in (%08x)", "darwin_handle_device_append",
@@ -99,8 +103,8 @@ void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) {
       IOObjectRelease(service);
       continue;
     }
-    const HRESULT answer = (*plugin)->QueryInterface(plugin, CFUUIDGetUUIDBytes(kIOUSBDeviceInterfaceID500),
-                                                     reinterpret_cast<LPVOID*>(&device));
+    const HRESULT answer =
+        (*plugin)->QueryInterface(plugin, deviceInterface, reinterpret_cast<LPVOID*>(&device));
     (*plugin)->Release(plugin);
     if (answer != 0 || device == nullptr) {
       const client_code sink;
