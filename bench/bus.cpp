@@ -67,6 +67,7 @@ void stop(benchmark::State& state, const subject& program) {
   for (auto _ : state) {
     listener to;
     auto running = start_and_wait(program, to, device_count);
+    wait_until_others_sleep();
     const auto begin = clock::now();
     running.reset();
     times.add(state, clock::now() - begin);
@@ -128,13 +129,14 @@ void register_bus() {
           ->Unit(benchmark::kMicrosecond)
           ->Iterations(iterations);
     };
-    for (const int devices : {1, device_count}) add("start", start, 300)->Arg(devices);
-    for (const int devices : {11, 1001, 5001}) add("start", start, 10)->Arg(devices);
-    add("stop", stop, 300);
-    add(
-        "arrival", [](auto& state, auto& of) { changes(state, of, true); }, 3000);
-    add(
-        "removal", [](auto& state, auto& of) { changes(state, of, false); }, 3000);
+    for (const int devices : {1, device_count}) add("start", start, 100)->Arg(devices);
+    for (const int devices : {11, 1001, 5001}) add("start", start, 3)->Arg(devices);
+    add("stop", stop, 100);
+    for (const bool arrival : {true, false}) {
+      add(
+          arrival ? "arrival" : "removal", [arrival](auto& at, auto& of) { changes(at, of, arrival); }, 200)
+          ->Repetitions(25);  // in turns: the machine's pace changes from one second to the next
+    }
   }
 }
 

@@ -110,9 +110,13 @@ def gates(counts):
 def measure_times(build):
     """Google Benchmark's results by name, without its remarks on how it ran."""
     program = os.path.join(build, 'bench', 'yusb_bench')
-    print('report.py: measuring times, for a minute or two', file=sys.stderr)
-    results = json.loads(run([program, '--benchmark_format=json']))['benchmarks']
-    return {re.sub(r'/(iterations:|manual_time|real_time|min_time:).*', '', result['name']): result for result in results}
+    print('report.py: measuring times, for a few minutes', file=sys.stderr)
+    # What else the machine does meets all alike when they take turns.
+    results = json.loads(run([program, '--benchmark_format=json', '--benchmark_min_time=0.05',
+                              '--benchmark_repetitions=5', '--benchmark_enable_random_interleaving=true',
+                              '--benchmark_report_aggregates_only=true']))['benchmarks']
+    return {re.sub(r'/(iterations:|manual_time|real_time|min_time:).*', '', result['run_name']): result
+            for result in results if result['aggregate_name'] == 'median'}
 
 
 # ---- Tables and plots ----
@@ -164,7 +168,7 @@ def core_table(counts, times):
     return table(['what', 'floor, instructions', 'library', '× floor', 'floor, ns', 'library, ns'], [
         [name, counts['instructions', name + '/floor'], counts['instructions', name + '/library'],
          core_ratio(counts, name), times[name + '/floor']['cpu_time'], times[name + '/library']['cpu_time']]
-        for name in core_names(counts) if not name.startswith('start')])
+        for name in sorted(core_names(counts), key=lambda name: name.split('/')[0])])
 
 
 def growth_tables(times):
@@ -173,7 +177,8 @@ def growth_tables(times):
         for devices in (11, 101, 1001, 5001)])
     storms = table(['reading threads', 'events a second', 'walks of 100 records a second'], [
         [name.split('/')[1], result['items_per_second'], result['walks']]
-        for name, result in times.items() if name.startswith('storm/')])
+        for name, result in sorted(times.items(), key=lambda item: item[1]['family_index'] * 1000
+                                   + item[1]['per_family_instance_index']) if name.startswith('storm/')])
     flood, burst = times['flood'], times['burst/5000']
     rest = table(['what', 'result'], [
         ['100,000 arrivals and as many removals on a simulated bus, events a second', flood['items_per_second']],
@@ -192,22 +197,23 @@ def machine():
     return f'{model.group(1) if model else platform.machine()}, {os.cpu_count()} cores, Linux {kernel}.'
 
 
-def bars(title, groups):
-    """An SVG of horizontal bars: {group: {name: value}}."""
+def bars(title, groups, alike):
+    """An SVG of horizontal bars, {group: {name: value}}; groups that are alike share a scale."""
     colours = {'floor': '#9aa5b1', 'libudev': '#d9a441', 'libusb': '#c96b4b', 'library': '#2f6fb0'}
-    most = max(max(group.values()) for group in groups.values())
+    shown = {'library': 'libYorvanUsb'}
     body, y = [f'<text x="16" y="28" font-size="16" font-weight="bold">{title}</text>'], 44
     for group, members in groups.items():
         body.append(f'<text x="16" y="{y + 14}" font-weight="bold">{group}</text>')
         y += 22
+        most = max(max(other.values()) for other in (groups.values() if alike else [members]))
         for name, value in members.items():
             width = max(1, 440 * value / most)
-            body.append(f'<text x="100" y="{y + 13}" text-anchor="end">{name}</text>'
-                        f'<rect x="108" y="{y}" width="{width:.1f}" height="17" fill="{colours[name]}"/>'
-                        f'<text x="{114 + width:.1f}" y="{y + 13}">{number(value)}</text>')
+            body.append(f'<text x="110" y="{y + 13}" text-anchor="end">{shown.get(name, name)}</text>'
+                        f'<rect x="118" y="{y}" width="{width:.1f}" height="17" fill="{colours[name]}"/>'
+                        f'<text x="{124 + width:.1f}" y="{y + 13}">{number(value)}</text>')
             y += 22
         y += 8
-    return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 640 {y}" font-family="sans-serif" font-size="13">'
+    return (f'<svg xmlns="http://www.w3.org/2000/svg" width="640" height="{y}" font-family="sans-serif" font-size="13">'
             f'<rect width="640" height="{y}" fill="#fff"/><g fill="#222">{"".join(body)}</g></svg>\n')
 
 
@@ -216,15 +222,18 @@ def write_documents(folder, tables, counts, times):
     with open(path, encoding='utf-8') as file:
         text = file.read()
     for name, content in tables.items():
-        text, found = re.subn(rf'(<!-- {name} -->\n).*?(\n<!-- end -->)',
-                              lambda match, new=content: match.group(1) + new + match.group(2), text, flags=re.S)
+        text, found = re.subn(rf'(<!-- {name} -->\n)[^<]*(<!-- end -->)',
+                              lambda match, new=content: f'{match.group(1)}{new}\n{match.group(2)}', text)
         if not found:
             sys.exit(f'report.py: {path} has no place for the table "{name}"')
     plots = {
-        'cost-per-device.svg': bars('Instructions to list one USB device', {
-            'at the start, of 101 devices': {name: a_device(counts, 'instructions', name) for name in PROGRAMS}}),
+        'cost-per-device.svg': bars('To list one USB device', {
+            title: {name: a_device(counts, what, name) for name in PROGRAMS}
+            for what, title in (('instructions', 'instructions'), ('calls', 'system calls'),
+                                ('allocations', 'allocations'))}, alike=False),
         'latency.svg': bars('From the kernel\'s announcement to the handler, in µs', {
-            what: {name: times[f'{what}/{name}']['p50'] for name in PROGRAMS} for what in ('arrival', 'removal')}),
+            what: {name: times[f'{what}/{name}']['p50'] for name in PROGRAMS} for what in ('arrival', 'removal')},
+            alike=True),
         'performance.md': text,
     }
     for name, content in plots.items():

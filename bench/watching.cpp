@@ -72,7 +72,7 @@ class floor_program final : public event_thread {
   ~floor_program() override { end(); }
 
  private:
-  static constexpr std::string_view folder = "/sys/bus/usb/devices/";
+  static constexpr char folder[] = "/sys/bus/usb/devices/";
 
   void run() {
     const int events = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT);
@@ -83,7 +83,7 @@ class floor_program final : public event_thread {
     address.nl_groups = 1;
     bind(events, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 
-    DIR* const directory = opendir(folder.data());
+    DIR* const directory = opendir(folder);
     while (const dirent* entry = readdir(directory)) {
       if (entry->d_name[0] != '.' && std::strchr(entry->d_name, ':') == nullptr) keep(entry->d_name);
     }
@@ -93,23 +93,18 @@ class floor_program final : public event_thread {
   }
 
   void keep(std::string_view name) {
-    char path[256];
-    char* const file = path + folder.size() + name.size() + 1;
-    folder.copy(path, folder.size());
-    name.copy(path + folder.size(), name.size());
-    file[-1] = '/';
     char text[3 * 512];
-    const auto read_file = [&](std::string_view attribute, char* into) {
-      attribute.copy(file, attribute.size());
-      file[attribute.size()] = '\0';
-      const int opened = open(path, O_RDONLY | O_CLOEXEC);
+    std::snprintf(text, sizeof text, "%s%.*s", folder, static_cast<int>(name.size()), name.data());
+    const int directory = open(text, O_PATH | O_DIRECTORY | O_CLOEXEC);
+    const auto read_file = [&](const char* attribute, char* into) {
+      const int opened = openat(directory, attribute, O_RDONLY | O_CLOEXEC);
       const ssize_t size = opened < 0 ? 0 : read(opened, into, 511);
       if (opened >= 0) close(opened);
       char* const end = into + (size > 0 ? size - 1 : 0);  // without the line's end
       *end = '\0';
       return end + 1;
     };
-    const auto number = [&](std::string_view attribute) {
+    const auto number = [&](const char* attribute) {
       read_file(attribute, text);
       return static_cast<unsigned short>(std::strtoul(text, nullptr, 16));
     };
@@ -117,8 +112,8 @@ class floor_program final : public event_thread {
     const unsigned short product = number("idProduct");
     const unsigned short release = number("bcdDevice");
     char* end = text;
-    for (const std::string_view attribute : {"manufacturer", "product", "serial"})
-      end = read_file(attribute, end);
+    for (const char* const attribute : {"manufacturer", "product", "serial"}) end = read_file(attribute, end);
+    close(directory);
     _devices.push_back({vendor, product, release, std::string(name),
                         std::string(text, static_cast<std::size_t>(end - text))});
     _to.heard();
