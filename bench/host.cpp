@@ -25,6 +25,8 @@ namespace bench {
 
 namespace {
 
+constexpr char started_on[] = "YUSB_BENCH_FOLDER";  // of the process that start_on_umockdev has started
+
 std::string _root;  // before "/sys": empty, or umockdev's folder
 int _attached = 0;
 int _shown = 0;
@@ -71,7 +73,9 @@ std::string link_of(const place& at) { return _root + "/sys/bus/usb/devices/" + 
 void make_directory(const place& at, int device) {
   const std::string directory = _root + "/sys" + at.path + "/";
   fs::create_directories(directory);
-  fs::create_directory_symlink(_root + "/sys/bus/usb", directory + "subsystem");
+  std::string up;
+  for (const char c : at.path) up += c == '/' ? "../" : "";
+  fs::create_directory_symlink(up + "bus/usb", directory + "subsystem");
   const auto file = [&](const char* name, const std::string& line) { write(directory + name, line + "\n"); };
   file("uevent", text("MAJOR=189\nMINOR=%d\nDEVNAME=bus/usb/%03d/%03d\nDEVTYPE=usb_device\nDRIVER=usb\n"
                       "PRODUCT=18d1/4ee7/440\nTYPE=0/0/0\nBUSNUM=%03d\nDEVNUM=%03d",
@@ -145,28 +149,23 @@ void start_on_umockdev(char** arguments) {
                std::strerror(errno));
   char folder[] = "/tmp/yusb_bench.XXXXXX";
   if (mkdtemp(folder) == nullptr) fail("make a folder");
+  setenv(started_on, folder, 1);
   setenv("UMOCKDEV_DIR", folder, 1);
-  setenv("LD_PRELOAD", "libumockdev-preload.so.0", 1);
-  execv("/proc/self/exe", arguments);
+  const char* const preloaded = std::getenv("LD_PRELOAD");
+  setenv("LD_PRELOAD", text("libumockdev-preload.so.0 %s", preloaded == nullptr ? "" : preloaded).c_str(), 1);
+  execv(fs::read_symlink("/proc/self/exe").c_str(), arguments);
   fail("start on umockdev");
-}
-
-// A user namespace gives whoever may not have the others alone the right to have them.
-bool enter_namespaces() {
-  const int identity = static_cast<int>(getuid());
-  if (unshare(CLONE_NEWNS | CLONE_NEWNET) == 0) return true;
-  if (unshare(CLONE_NEWUSER | CLONE_NEWNS | CLONE_NEWNET) != 0) return false;
-  write("/proc/self/uid_map", text("0 %d 1", identity));
-  return true;
 }
 
 }  // namespace
 
 void enter_host(char** arguments) {
-  if (const char* folder = std::getenv("UMOCKDEV_DIR")) {
+  if (const char* folder = std::getenv(started_on)) {
     _root = folder;
+    std::atexit([] { fs::remove_all(_root); });
     _socket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  } else if (enter_namespaces()) {
+  } else if (unshare(CLONE_NEWNS | CLONE_NEWNET) == 0) {
+    // Not in a user namespace too: there the library would rightly not believe that the kernel speaks.
     setenv("SYSTEMD_DEVICE_VERIFY_SYSFS", "0", 1);  // libudev would look for a sysfs
     if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) fail("have mounts of my own");
     for (const char* const folder : {"/sys", "/run"}) {
@@ -182,6 +181,8 @@ void enter_host(char** arguments) {
   fs::create_directories(_root + "/sys/bus/usb/devices");
 }
 
+bool on_umockdev() { return !_root.empty(); }
+
 void attach_until(int count) {
   for (; _attached < count; ++_attached) make_directory(place(_attached), _attached);
   while (_shown < count) show(_shown++);
@@ -190,7 +191,7 @@ void attach_until(int count) {
 
 void show(int device) {
   const place at(device);
-  fs::create_directory_symlink(_root + "/sys" + at.path, link_of(at));
+  fs::create_directory_symlink("../../.." + at.path, link_of(at));
 }
 
 void hide(int device) { fs::remove(link_of(place(device))); }
@@ -204,7 +205,7 @@ clock::time_point announce(announcer from, int device, bool arrived) {
       "DEVTYPE=usb_device\nPRODUCT=18d1/4ee7/440\nTYPE=0/0/0\nBUSNUM=%03d\nDEVNUM=%03d\n",
       action, at.path.c_str(), device, from == announcer::udev ? "/dev/" : "", at.bus, at.number, at.bus,
       at.number);
-  if (from == announcer::udev) fields += "SEQNUM=1\n";  // the kernel adds its own
+  if (from == announcer::udev || on_umockdev()) fields += "SEQNUM=1\n";  // the kernel adds its own
   for (char& c : fields) {
     if (c == '\n') c = '\0';
   }
@@ -215,7 +216,7 @@ clock::time_point announce(announcer from, int device, bool arrived) {
   std::string datagram;
   if (from == announcer::udev) {
     datagram = udev_header(fields.size()) + fields;
-  } else if (!_root.empty()) {
+  } else if (on_umockdev()) {
     datagram = header + '\0' + fields;
   } else {
     asked.nlmsg_len = static_cast<std::uint32_t>(NLMSG_LENGTH(header.size() + 1 + fields.size()));
@@ -224,7 +225,7 @@ clock::time_point announce(announcer from, int device, bool arrived) {
     datagram = std::string(reinterpret_cast<const char*>(&asked), sizeof asked) + header + '\0' + fields;
   }
   const clock::time_point sent = clock::now();
-  if (!_root.empty()) {
+  if (on_umockdev()) {
     send_to_umockdev(datagram);
   } else if (sendto(_socket, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to),
                     sizeof to) < 0 &&

@@ -15,6 +15,9 @@ namespace bench {
 // count. Ends the process, with a line that says why, where neither is to be had.
 void enter_host(char** arguments);
 
+// True if the program runs on umockdev, where announcing waits for the listeners.
+bool on_umockdev();
+
 // Makes the host have devices 0 to count-1, without announcing any. Device 0 is a root hub.
 void attach_until(int count);
 

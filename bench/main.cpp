@@ -13,6 +13,7 @@ int main(int argc, char** argv) {
   // The lines are made, and go nowhere.
   YLog::setSink([](EYORVAN_LOG_LEVEL, const char*, std::size_t, void*) {}, nullptr);
   if (argc > 1 && std::strcmp(argv[1], "--counts") == 0) {
+    bench::print("umockdev host", bench::on_umockdev());
     bench::count_core();
     bench::count_bus();
     return 0;
