@@ -47,14 +47,6 @@ immortal<constants<__CFUUID>> _uuids;
 immortal<__CFAllocator> _systemAllocator;
 immortal<__CFString> _defaultMode;
 
-// Stores the low bits as a T; whether that is the whole value.
-template <typename T>
-Boolean store(std::int32_t value, void* where) {
-  const T low = static_cast<T>(value);
-  std::memcpy(where, &low, sizeof low);
-  return static_cast<Boolean>(static_cast<std::int64_t>(low) == value);
-}
-
 }  // namespace
 
 const CFAllocatorRef kCFAllocatorDefault = nullptr;
@@ -80,15 +72,7 @@ CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef /*alloc*/, UInt8 byte0, 
 CFUUIDBytes CFUUIDGetUUIDBytes(CFUUIDRef uuid) { return uuid->bytes; }
 
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePtr) {
-  switch (theType) {
-    case kCFNumberSInt8Type:
-      return store<std::int8_t>(number->value, valuePtr);
-    case kCFNumberSInt16Type:
-      return store<std::int16_t>(number->value, valuePtr);
-    case kCFNumberSInt32Type:
-      return store<std::int32_t>(number->value, valuePtr);
-    case kCFNumberSInt64Type:
-      return store<std::int64_t>(number->value, valuePtr);
-  }
-  return 0;
+  if (theType != kCFNumberSInt32Type) return 0;
+  std::memcpy(valuePtr, &number->value, sizeof number->value);
+  return 1;
 }

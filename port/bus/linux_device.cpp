@@ -46,11 +46,7 @@ port::status status_of(int error) {
 }  // namespace
 
 port::status linux_device::get(number which, std::uint32_t* value) {
-  if (which == number::location) {
-    *value = _location;
-    return status_ok;
-  }
-  if (_devnum == 0) return status_no_device;
+  if (_devnum == 0 && which != number::location) return status_no_device;
   switch (which) {
     case number::vendor:
       *value = _facts.numbers.vendor;
@@ -71,6 +67,7 @@ port::status linux_device::get(number which, std::uint32_t* value) {
       *value = _facts.index[2];
       break;
     case number::location:
+      *value = _location;
       break;
   }
   return status_ok;

@@ -18,9 +18,7 @@ typedef struct IONotificationPort* IONotificationPortRef;
 typedef void (*IOServiceMatchingCallback)(void* refcon, io_iterator_t iterator);
 
 #define KERN_SUCCESS 0
-#define kIOReturnSuccess KERN_SUCCESS
 #define kIOReturnError ((IOReturn)0xe00002bc)
-#define kIOReturnNoResources ((IOReturn)0xe00002be)
 #define kIOReturnNoDevice ((IOReturn)0xe00002c0)
 #define kIOReturnBadArgument ((IOReturn)0xe00002c2)
 #define kIOReturnUnsupported ((IOReturn)0xe00002c7)
