@@ -14,8 +14,9 @@ endif()
 
 if(YORVANUSB_SANITIZE)
   add_compile_options(-fsanitize=${YORVANUSB_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  # The linker would take the runtime's symbols for undefined ones.
-  add_link_options(-fsanitize=${YORVANUSB_SANITIZE} LINKER:-z,undefs)
+  add_link_options(-fsanitize=${YORVANUSB_SANITIZE})
+elseif(NOT APPLE AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+  add_link_options(LINKER:--no-undefined)  # it would take a sanitizer's own symbols for undefined ones
 endif()
 if(YORVANUSB_COVERAGE)
   add_compile_options(--coverage -fprofile-update=atomic)
