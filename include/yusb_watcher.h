@@ -283,7 +283,7 @@ class watch_queue {
     }
 
     const std::size_t capacity;
-    std::mutex mutex;
+    std::mutex mutex;  // guards all that follows but `closed`
     std::condition_variable changed;
     std::deque<watch_event> events;
     std::vector<YUsbInfoDevice> picture;  // what a client would know that had taken every event

@@ -3,6 +3,7 @@
 #include <set>
 
 #include <yusb.h>
+
 #include "common/reentry.h"
 
 namespace yusb {
