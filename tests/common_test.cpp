@@ -4,287 +4,239 @@
 
 #include "support.h"
 
+using namespace yusb;
+
 TEST(Record, ExistsByItsNumbersAndEqualsByItsLocation) {
-  YUsbInfoDevice record;
-  EXPECT_TRUE(record.empty());
-  EXPECT_EQ(record, YUsbInfoDevice());
-  for (const auto set :
-       {&YUsbInfoDevice::setFactory, &YUsbInfoDevice::setSerialNumber, &YUsbInfoDevice::setLocation,
-        &YUsbInfoDevice::setInstancePath, &YUsbInfoDevice::setDescribe}) {
-    (record.*set)("text");
-  }
-  EXPECT_TRUE(record.empty());
-  for (const auto set :
-       {&YUsbInfoDevice::setVendorID, &YUsbInfoDevice::setProductID, &YUsbInfoDevice::setRevisedID}) {
-    YUsbInfoDevice one;
+  using record = YUsbInfoDevice;
+  record described = make_record(0, 0, "location", "path", {"factory", "describe", "serial"});
+  described.setRevisedID(0);
+  EXPECT_TRUE(described.empty());
+  for (const auto set : {&record::setVendorID, &record::setProductID, &record::setRevisedID}) {
+    record one;
     (one.*set)(1);
     EXPECT_TRUE(one.exist());
   }
-  EXPECT_EQ(make_record(1, 2, "0x1", "a"), make_record(3, 4, "0x1", "b"));
-  EXPECT_NE(make_record(1, 2, "0x1"), make_record(1, 2, "0x2"));
-
-  struct never_empty : YUsbInfoDevice {
+  struct never_empty : record {
     bool empty() const override { return false; }
   };
   EXPECT_TRUE(never_empty().exist());
+  EXPECT_EQ(record(), record());
+  EXPECT_EQ(make_record(1, 2, "0x1", "a"), make_record(3, 4, "0x1", "b"));
+  EXPECT_NE(make_record(1, 2, "0x1"), make_record(1, 2, "0x2"));
 }
 
 TEST(Record, CopiesEveryField) {
-  YUsbInfoDevice record = make_record(1, 2, "location", "path");
-  record.setFactory("factory");
-  record.setSerialNumber("serial");
-  record.setDescribe("describe");
-  YUsbInfoDevice assigned;
+  const std::string all = "0001:0002 0100 location path factory describe serial";
+  YUsbInfoDevice record = make_record(1, 2, "location", "path", {"factory", "describe", "serial"}), assigned;
   assigned = record;
   YUsbInfoDevice& alias = record;
   record = alias;
   const YUsbInfoDevice copied(record);
   for (YUsbInfoDevice* changed : {&record, &assigned}) {
-    EXPECT_EQ(changed->vendorID() << 8 | changed->productID(), 0x0102);
-    EXPECT_EQ(changed->revisedID(), 0x0100);
-    strings texts;
-    for (const auto text :
-         {&YUsbInfoDevice::factory, &YUsbInfoDevice::serialNumber, &YUsbInfoDevice::location,
-          &YUsbInfoDevice::instancePath, &YUsbInfoDevice::describe}) {
-      texts.emplace_back((changed->*text)().data());
-    }
-    EXPECT_EQ(texts, (strings{"factory", "serial", "location", "path", "describe"}));
+    EXPECT_EQ(shown(*changed), all);
     changed->setFactory("changed");
-    EXPECT_STREQ(copied.factory().data(), "factory");
+    EXPECT_EQ(shown(copied), all);
   }
 }
 
 TEST_F(Library, ReportsAnArrivalAndARemovalInTheLog) {
-  YUsbInfoDevice record = make_record(5, 0xABCD, "0x14100000", "path");
-  record.setFactory("maker");
-  record.setSerialNumber("serial");
-  record.setDescribe("product");
-  yusb::common_device_append(record);
-  yusb::common_device_remove_from_instance_path("path");
-  yusb::common_device_remove_from_location("0x14100000");
-  yusb::common_device_remove(record);
-  EXPECT_EQ(log.take(), (strings{
-                            "1 ---------- DEVICE APPEND ----------",
-                            "1 DEVICE Vendor ID\t\t: 0x0005",
-                            "1 DEVICE Product ID\t\t: 0xABCD",
-                            "1 DEVICE Revised ID\t\t: 0x0100",
-                            "1 DEVICE Factory\t\t: maker",
-                            "1 DEVICE Serial Number\t: serial",
-                            "1 DEVICE Location\t\t: 0x14100000",
-                            "1 DEVICE InstancePath\t: path",
-                            "1 DEVICE Describe\t\t: product",
-                            "1 ---------- DEVICE REMOVE ----------",
-                            "1 DEVICE Location\t\t: 0x14100000",
-                            "1 ---------- DEVICE REMOVE ----------",
-                            "1 DEVICE Location\t\t: ",
-                        }));
+  const YUsbInfoDevice record = make_record(5, 0xABCD, "0x14100000", "path", {"maker", "product", "serial"});
+  common_device_append(record);
+  common_device_remove_from_instance_path("path");
+  common_device_remove_from_location("0x14100000");
+  common_device_remove(record);
+  EXPECT_EQ(log.take(), (strings{"1 ---------- DEVICE APPEND ----------", "1 DEVICE Vendor ID\t\t: 0x0005",
+                                 "1 DEVICE Product ID\t\t: 0xABCD", "1 DEVICE Revised ID\t\t: 0x0100",
+                                 "1 DEVICE Factory\t\t: maker", "1 DEVICE Serial Number\t: serial",
+                                 "1 DEVICE Location\t\t: 0x14100000", "1 DEVICE InstancePath\t: path",
+                                 "1 DEVICE Describe\t\t: product", "1 ---------- DEVICE REMOVE ----------",
+                                 "1 DEVICE Location\t\t: 0x14100000", "1 ---------- DEVICE REMOVE ----------",
+                                 "1 DEVICE Location\t\t: "}));
 }
 
 TEST_F(Library, RemovesTheFirstMatchOnlyAndTellsOfEveryRemovalAlsoOfNothing) {
-  recorder client;
-  ASSERT_TRUE(yusb::context_notify_object_append(context, &client));
-  const auto fill = [&] {
-    for (const char* key : {"a", "b", "c"}) yusb::common_device_append(make_record(1, 1, key, key));
-    yusb::common_device_append(make_record(1, 1, "a", "second a"));
+  listen();
+  const auto record = [](const char* location, const char* path) {
+    return [=] { common_device_remove(make_record(1, 1, location, path)); };
+  };
+  const auto location = [](const char* key) { return [=] { common_device_remove_from_location(key); }; };
+  const auto path = [](const char* key) { return [=] { common_device_remove_from_instance_path(key); }; };
+  const std::tuple<std::function<void()>, const char*, const char*> cases[] = {
+      {record("a", "other"), "b c a", "-a"},    {record("other", "second a"), "a b c", "-other"},
+      {record("b", "second a"), "a c a", "-b"}, {record("x", "y"), "a b c a", "-x"},
+      {location("a"), "b c a", "-a"},           {location("second a"), "a b c a", "-(empty)"},
+      {path("second a"), "a b c", "-a"},        {path("x"), "a b c a", "-(empty)"}};
+  for (const auto& [remove, left, heard] : cases) {
+    append({"a", "b", "c"});
+    common_device_append(make_record(1, 1, "a", "second a"));
     client.take();
-  };
-  struct {
-    std::function<void()> remove;
-    strings left, heard;
-  } const cases[] = {
-      {[] { yusb::common_device_remove(make_record(1, 1, "a", "other")); }, {"b", "c", "a"}, {"-a"}},
-      {[] { yusb::common_device_remove(make_record(1, 1, "other", "second a")); },
-       {"a", "b", "c"},
-       {"-other"}},
-      {[] { yusb::common_device_remove(make_record(1, 1, "b", "second a")); }, {"a", "c", "a"}, {"-b"}},
-      {[] { yusb::common_device_remove(make_record(1, 1, "x", "y")); }, {"a", "b", "c", "a"}, {"-x"}},
-      {[] { yusb::common_device_remove_from_location("a"); }, {"b", "c", "a"}, {"-a"}},
-      {[] { yusb::common_device_remove_from_location("second a"); }, {"a", "b", "c", "a"}, {"-(empty)"}},
-      {[] { yusb::common_device_remove_from_instance_path("second a"); }, {"a", "b", "c"}, {"-a"}},
-      {[] { yusb::common_device_remove_from_instance_path("x"); }, {"a", "b", "c", "a"}, {"-(empty)"}},
-  };
-  for (const auto& each : cases) {
-    fill();
-    each.remove();
-    EXPECT_EQ(listed(), each.left) << &each - cases;
-    EXPECT_EQ(client.take(), each.heard) << &each - cases;
-    for (const std::string& left : listed()) yusb::common_device_remove_from_location(left.c_str());
+    remove();
+    EXPECT_EQ(listed(), left);
+    EXPECT_EQ(client.take(), heard);
+    for (const char* each : {"a", "b", "c", "a"}) common_device_remove_from_location(each);
   }
 }
 
 TEST_F(Library, FindsADeviceByEitherKey) {
-  EXPECT_FALSE(yusb::device_is_exist(context, make_record(1, 1, "a")));
-  yusb::common_device_append(make_record(1, 1, "a", "path"));
-  EXPECT_TRUE(yusb::device_is_exist(context, make_record(9, 9, "a", "other")));
-  EXPECT_TRUE(yusb::device_is_exist(nullptr, make_record(9, 9, "other", "path")));
-  EXPECT_FALSE(yusb::device_is_exist(nullptr, make_record(1, 1, "path", "a")));
+  EXPECT_FALSE(device_is_exist(context, make_record(1, 1, "a")));
+  common_device_append(make_record(1, 1, "a", "path"));
+  EXPECT_TRUE(device_is_exist(context, make_record(9, 9, "a", "other")));
+  EXPECT_TRUE(device_is_exist(nullptr, make_record(9, 9, "other", "path")));
+  EXPECT_FALSE(device_is_exist(nullptr, make_record(1, 1, "path", "a")));
 }
 
 TEST_F(Library, WalksASnapshotThatAVisitorMayChange) {
-  EXPECT_FALSE(yusb::device_traverse(context, nullptr));
-  for (const char* key : {"a", "b"}) yusb::common_device_append(make_record(1, 1, key));
-  strings seen;
-  EXPECT_TRUE(yusb::device_traverse(nullptr, [&seen](const YUsbInfoDevice& record) {
-    seen.emplace_back(record.location().data());
-    yusb::common_device_remove_from_location("b");
-    yusb::common_device_append(make_record(1, 1, "c"));
-    return true;
-  }));
-  EXPECT_EQ(seen, (strings{"a", "b"}));
-  EXPECT_EQ(listed(), (strings{"a", "c", "c"}));
-  int calls = 0;
-  EXPECT_TRUE(yusb::device_traverse(nullptr, [&calls](const YUsbInfoDevice&) { return ++calls == 0; }));
-  EXPECT_EQ(calls, 1);
+  EXPECT_FALSE(device_traverse(context, nullptr));
+  append({"a", "b"});
+  std::string seen;
+  const auto visitor = [&seen](const YUsbInfoDevice& record) {
+    common_device_remove_from_location("b");
+    append({"c"});
+    seen += record.location().data();
+    return seen != "aba";
+  };
+  EXPECT_TRUE(device_traverse(nullptr, visitor));
+  EXPECT_EQ(seen, "ab");
+  EXPECT_EQ(listed(), "a c c");
+  EXPECT_TRUE(device_traverse(nullptr, visitor));
+  EXPECT_EQ(seen, "aba") << "the visitor stopped the walk";
 }
 
-TEST_F(Library, DeliversInAscendingOrderOfAddress) {
+TEST_F(Library, DeliversInAscendingOrderOfAddressToEveryContextOrToTheOneGiven) {
   std::array<_yusb_context*, 3> contexts{};
-  for (auto& each : contexts) yusb::context_create(&each);
-  std::array<recorder, 3> clients;
-  std::vector<std::pair<int, const recorder*>> heard;
-  std::vector<std::pair<int, const recorder*>> expected;
-  for (auto& client : clients) {
-    client.then = [&heard, &client](const YUsbInfoDevice&, _yusb_device_event event) {
-      heard.emplace_back(event, &client);
-    };
-  }
-  // Registered backwards; clients of one array have ascending addresses.
+  for (auto& each : contexts) context_create(&each);
   std::sort(contexts.begin(), contexts.end());
-  yusb::context_notify_object_append(contexts[2], &clients[0]);
-  yusb::context_notify_object_append(contexts[0], &clients[2]);
-  yusb::context_notify_object_append(contexts[0], &clients[1]);
-  yusb::context_notify_object_append(contexts[1], &clients[1]);
-  yusb::common_device_append(make_record(1, 1, "a"));
-  yusb::common_device_remove(make_record(1, 1, "a"));
-  for (const int event : {0, 1}) {
-    for (const int client : {1, 2, 1, 0})
-      expected.emplace_back(event, &clients[static_cast<std::size_t>(client)]);
+  std::array<recorder, 3> clients;  // their addresses ascend
+  std::string heard;
+  for (auto& each : clients) {
+    each.then = [&](auto&, auto event) { heard += "+-"[event] + std::to_string(&each - clients.data()); };
   }
-  EXPECT_EQ(heard, expected);
-  for (auto* each : contexts) EXPECT_TRUE(yusb::context_release(each));
+  // Registered backwards.
+  for (const auto& [place, client] : {std::pair(2, 0), {0, 2}, {0, 1}, {1, 1}})
+    context_notify_object_append(contexts.at(place), &clients.at(client));
+  append({"a"});
+  EXPECT_EQ(std::exchange(heard, {}), "+1+2+1+0");
+  common_notify_device_append(contexts[0], make_record(1, 1, "b"));
+  common_notify_device_remove(contexts[0], make_record(1, 1, "a"));
+  EXPECT_EQ(std::exchange(heard, {}), "+1+2-1-2");
+  EXPECT_EQ(listed(), "a");
+  common_device_remove(make_record(1, 1, "a"));
+  EXPECT_EQ(heard, "-1-2-1-0");
+  EXPECT_EQ(clients[2].take(), "+a +b -a -a");
+  for (auto* each : contexts) EXPECT_TRUE(context_release(each));
 }
 
 TEST_F(Library, ReplaysTheListAroundARegistrationToThatInterfaceAlone) {
-  recorder first;
   recorder second;
-  for (const char* key : {"a", "b"}) yusb::common_device_append(make_record(1, 1, key));
-  EXPECT_TRUE(yusb::context_notify_object_append(context, &first));
-  EXPECT_EQ(first.take(), (strings{"+a", "+b"}));
+  append({"a", "b"});
+  listen();
+  EXPECT_EQ(client.take(), "+a +b");
   second.then = [](const YUsbInfoDevice& record, _yusb_device_event) {
-    EXPECT_TRUE(yusb::device_is_exist(nullptr, record));  // this replay holds no lock
+    EXPECT_TRUE(device_is_exist(nullptr, record));  // this replay holds no lock
   };
-  EXPECT_TRUE(yusb::context_notify_object_append(context, &second));
-  EXPECT_EQ(second.take(), (strings{"+a", "+b"}));
-  EXPECT_FALSE(yusb::context_notify_object_append(context, &first));
-  EXPECT_TRUE(yusb::context_notify_object_remove(context, &second));
-  EXPECT_EQ(second.take(), (strings{"-a", "-b"}));
-  EXPECT_FALSE(yusb::context_notify_object_remove(context, &second));
-  yusb::common_device_append(make_record(1, 1, "c"));
-  EXPECT_EQ(first.take(), (strings{"+c"}));
-  EXPECT_EQ(second.take(), strings());
-  EXPECT_FALSE(yusb::context_notify_object_append(nullptr, &first));
-  EXPECT_FALSE(yusb::context_notify_object_append(context, nullptr));
-  EXPECT_FALSE(yusb::context_notify_object_remove(nullptr, &first));
-  EXPECT_FALSE(yusb::context_notify_object_remove(context, nullptr));
+  EXPECT_TRUE(context_notify_object_append(context, &second));
+  EXPECT_EQ(second.take(), "+a +b");
+  EXPECT_FALSE(context_notify_object_append(context, &client));
+  EXPECT_TRUE(context_notify_object_remove(context, &second));
+  EXPECT_EQ(second.take(), "-a -b");
+  EXPECT_FALSE(context_notify_object_remove(context, &second));
+  append({"c"});
+  EXPECT_EQ(client.take(), "+c");
+  EXPECT_EQ(second.take(), "");
 }
 
 TEST_F(Library, ReplaysTheListToAContextThatEntersOrLeaves) {
   std::array<recorder, 2> clients;
-  strings heard;
-  for (std::size_t i = 0; i < clients.size(); ++i) {
-    clients[i].then = [&heard, i](const YUsbInfoDevice& record, _yusb_device_event event) {
-      heard.push_back(std::to_string(i) + (event == YUSB_DEVICE_EVENT_APPEND ? "+" : "-") +
-                      record.location().data());
+  std::string heard;
+  for (auto& each : clients) {
+    each.then = [&](const YUsbInfoDevice& record, _yusb_device_event event) {
+      heard += " " + std::to_string(&each - clients.data()) + "+-"[event] + record.location().data();
     };
-    yusb::context_notify_object_append(context, &clients[i]);
+    context_notify_object_append(context, &each);
   }
-  EXPECT_FALSE(yusb::common_object_append(context));
-  for (const char* key : {"a", "b"}) yusb::common_device_append(make_record(1, 1, key));
+  EXPECT_FALSE(common_object_append(context));
+  append({"a", "b"});
   heard.clear();
-  EXPECT_TRUE(yusb::common_object_remove(context));
-  EXPECT_EQ(std::exchange(heard, {}), (strings{"0-a", "1-a", "0-b", "1-b"}));
-  EXPECT_FALSE(yusb::common_object_remove(context));
-  EXPECT_TRUE(yusb::common_object_append(context));
-  EXPECT_EQ(std::exchange(heard, {}), (strings{"0+a", "1+a", "0+b", "1+b"}));
-  EXPECT_TRUE(yusb::context_release(context));
-  EXPECT_EQ(heard, (strings{"0-a", "1-a", "0-b", "1-b"}));
-  EXPECT_FALSE(yusb::context_create(nullptr));
-  EXPECT_FALSE(yusb::context_release(nullptr));
-  EXPECT_FALSE(yusb::common_object_append(nullptr));
-  EXPECT_FALSE(yusb::common_object_remove(nullptr));
+  EXPECT_TRUE(common_object_remove(context));
+  EXPECT_FALSE(common_object_remove(context));
+  EXPECT_TRUE(common_object_append(context));
+  EXPECT_TRUE(context_release(context));
+  EXPECT_EQ(heard, " 0-a 1-a 0-b 1-b 0+a 1+a 0+b 1+b 0-a 1-a 0-b 1-b");
 }
 
-// Everything that takes a lock; each call must leave the world as it is.
+TEST_F(Library, RefusesNull) {
+  EXPECT_FALSE(context_create(nullptr));
+  EXPECT_FALSE(context_release(nullptr));
+  EXPECT_FALSE(common_object_append(nullptr));
+  EXPECT_FALSE(common_object_remove(nullptr));
+  for (const auto call : {context_notify_object_append, context_notify_object_remove}) {
+    EXPECT_FALSE(call(nullptr, &client));
+    EXPECT_FALSE(call(context, nullptr));
+  }
+}
+
+// Everything that takes a lock, by its name in the log. Refused, a call leaves the world as it is.
 using locking_call = std::pair<const char*, bool (*)(_yusb_context*, yusb_device_event_interface*)>;
-static const locking_call kLockingCalls[] = {
-    {"context_create",
-     [](auto*, auto*) { return yusb::context_create(std::array<_yusb_context*, 1>().data()); }},
-    {"context_release", [](auto* context, auto*) { return yusb::context_release(context); }},
-    {"common_object_append", [](auto* context, auto*) { return yusb::common_object_append(context); }},
-    {"common_object_remove", [](auto* context, auto*) { return yusb::common_object_remove(context); }},
-    {"common_notify_append",
-     [](auto* context, auto* iface) { return yusb::context_notify_object_append(context, iface); }},
-    {"common_notify_remove",
-     [](auto* context, auto* iface) { return yusb::context_notify_object_remove(context, iface); }},
+const auto everything = [](const YUsbInfoDevice&) { return true; };
+const locking_call kLockingCalls[] = {
+    {"context_create", [](auto*, auto*) { return context_create(std::array<_yusb_context*, 1>().data()); }},
+    {"context_release", [](auto* context, auto*) { return context_release(context); }},
+    {"common_global_initialize", [](auto*, auto*) { return global_initialize(), false; }},
+    {"airpods_traverse", [](auto*, auto*) { return airpods_traverse(nullptr, everything); }},
+    // Before initialisation these do nothing, and return false.
+    {"common_global_release", [](auto*, auto*) { return global_release(), false; }},
+    {"common_object_append", [](auto* context, auto*) { return common_object_append(context); }},
+    {"common_object_remove", [](auto* context, auto*) { return common_object_remove(context); }},
+    {"common_notify_append", context_notify_object_append},
+    {"common_notify_remove", context_notify_object_remove},
     {"common_notify_handle",
-     [](auto* context, auto*) { return (yusb::common_notify_device_append(context, {}), false); }},
-    {"common_device_append", [](auto*, auto*) { return (yusb::common_device_append({}), false); }},
+     [](auto* context, auto*) { return common_notify_handle(context, {}, {}), false; }},
+    {"common_device_append", [](auto*, auto*) { return common_device_append({}), false; }},
     {"common_device_remove",
-     [](auto*, auto*) { return (yusb::common_device_remove(make_record(1, 1, "a")), false); }},
+     [](auto*, auto*) { return common_device_remove(make_record(1, 1, "a")), false; }},
     {"common_device_remove_from_location",
-     [](auto*, auto*) { return (yusb::common_device_remove_from_location("a"), false); }},
+     [](auto*, auto*) { return common_device_remove_from_location("a"), false; }},
     {"common_device_remove_from_instance_path",
-     [](auto*, auto*) { return (yusb::common_device_remove_from_instance_path("a"), false); }},
-    {"common_device_is_exist",
-     [](auto*, auto*) { return yusb::device_is_exist(nullptr, make_record(1, 1, "a")); }},
-    {"common_device_traverse",
-     [](auto*, auto*) { return (yusb::common_device_traverse([](auto&) { return true; }), false); }},
-    {"device_traverse",
-     [](auto*, auto*) { return yusb::device_traverse(nullptr, [](auto&) { return true; }); }},
-    {"airpods_traverse",
-     [](auto*, auto*) { return yusb::airpods_traverse(nullptr, [](auto&) { return true; }); }},
-    {"common_global_initialize", [](auto*, auto*) { return (yusb::global_initialize(), false); }},
-    {"common_global_release", [](auto*, auto*) { return (yusb::global_release(), false); }},
-};
+     [](auto*, auto*) { return common_device_remove_from_instance_path("a"), false; }},
+    {"common_device_is_exist", [](auto*, auto*) { return device_is_exist(nullptr, make_record(1, 1, "a")); }},
+    {"common_device_traverse", [](auto*, auto*) { return common_device_traverse(everything), false; }},
+    {"device_traverse", [](auto*, auto*) { return device_traverse(nullptr, everything); }}};
 
 TEST_F(Library, RefusesAHandlerUnderTheLocksAndSaysSo) {
-  recorder client;
   client.then = [&](const YUsbInfoDevice&, _yusb_device_event) {
     for (const auto& [name, call] : kLockingCalls) EXPECT_FALSE(call(context, &client)) << name;
   };
-  const auto check = [&](const strings& heard) {
+  const auto expect_heard = [&](const char* heard, std::size_t events) {
     EXPECT_EQ(client.take(), heard);
-    strings lines = log.take();
-    lines.erase(std::remove_if(lines.begin(), lines.end(), [](auto& line) { return line[0] == '1'; }),
-                lines.end());
-    ASSERT_EQ(lines.size(), heard.size() * std::size(kLockingCalls));
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-      const std::string start =
-          std::string("4 [ ") + kLockingCalls[i % std::size(kLockingCalls)].first + " : ";
-      EXPECT_EQ(lines[i].compare(0, start.size(), start), 0) << lines[i];
+    const strings errors = log.take('4');
+    ASSERT_EQ(errors.size(), events * std::size(kLockingCalls));
+    for (std::size_t i = 0; i < errors.size(); ++i) {
+      const std::string name = kLockingCalls[i % std::size(kLockingCalls)].first;
+      EXPECT_EQ(errors[i].find("4 [ " + name + " : "), 0u) << errors[i];
     }
   };
-  yusb::context_notify_object_append(context, &client);
-  yusb::common_device_append(make_record(1, 1, "a"));  // on this thread
-  check({"+a"});
+  listen();
+  append({"a"});  // on this thread
+  expect_heard("+a", 1);
   const int id = bus.plug(make_device(1, 2, 0xB));  // on the monitor thread
-  ASSERT_TRUE(bus.settle());
+  settle();
   bus.unplug(id);
-  ASSERT_TRUE(bus.settle());
-  check({"+0xB", "-0xB"});
-  yusb::context_release(context);  // in a replay under the locks
-  check({"-a"});
-  EXPECT_EQ(listed(), strings{"a"});
+  settle();
+  expect_heard("+0xB -0xB", 2);
+  context_release(context);  // in a replay under the locks
+  expect_heard("-a", 1);
+  EXPECT_EQ(listed(), "a");
 }
 
 TEST_F(Library, RefusesALogSinkUnderTheLocks) {
   static bool exists;
   exists = true;
   testing::internal::CaptureStderr();
-  YLog::setSink(
-      [](auto, auto*, auto, auto*) { exists = yusb::device_is_exist(nullptr, make_record(1, 1, "a")); },
-      nullptr);
-  yusb::common_device_append(make_record(1, 1, "a"));
+  const auto sink = [](auto, auto*, auto, auto*) {
+    exists = device_is_exist(nullptr, make_record(1, 1, "a"));
+  };
+  YLog::setSink(sink, nullptr);
+  append({"a"});
   YLog::setSink(nullptr, nullptr);
   EXPECT_FALSE(exists);
   EXPECT_NE(testing::internal::GetCapturedStderr().find("[ common_device_is_exist : "), std::string::npos);
@@ -293,40 +245,28 @@ TEST_F(Library, RefusesALogSinkUnderTheLocks) {
 TEST(Uninitialised, DoesNothingBeforeInitialisationAndAfterRelease) {
   recorder client;
   for (int round = 0; round < 2; ++round) {
-    for (const auto& [name, call] : kLockingCalls) {
-      const std::string called = name;
-      if (called.find("context_") == 0 || called.find("global_init") != std::string::npos ||
-          called == "airpods_traverse")
-        continue;
-      if (called == "common_notify_handle") continue;  // needs a context
-      EXPECT_FALSE(call(nullptr, &client)) << name;
-    }
-    EXPECT_TRUE(yusb::airpods_traverse(nullptr, [](auto&) { return true; }));
     _yusb_context* context = nullptr;
-    EXPECT_TRUE(yusb::context_create(&context));
+    EXPECT_TRUE(context_create(&context));
     ASSERT_NE(context, nullptr);
-    EXPECT_FALSE(yusb::context_notify_object_append(context, &client));
-    EXPECT_FALSE(yusb::context_notify_object_remove(context, &client));
-    EXPECT_TRUE(yusb::context_release(context));
-    EXPECT_EQ(client.take(), strings());
-    yusb::global_release();
-    if (round == 0) {
-      const yusb::simulator bus;
-      yusb::global_initialize();
-      yusb::global_release();
-    }
+    for (auto each = kLockingCalls + 4; each != std::end(kLockingCalls); ++each)
+      EXPECT_FALSE(each->second(context, &client)) << each->first;
+    EXPECT_TRUE(airpods_traverse(nullptr, everything));
+    EXPECT_TRUE(context_release(context));
+    EXPECT_EQ(client.take(), "");
+    if (round == 1) break;
+    const simulator bus;
+    global_initialize();
+    global_release();
   }
 }
 
 TEST_F(Library, ReleasesWithoutAnEventWhatIsStillOpen) {
-  recorder client;
-  yusb::context_notify_object_append(context, &client);
-  yusb::common_device_append(make_record(1, 1, "a"));
-  client.take();
-  yusb::global_initialize();  // a second one keeps everything
-  EXPECT_EQ(listed(), strings{"a"});
-  yusb::global_release();
-  EXPECT_EQ(client.take(), strings());
-  yusb::global_initialize();  // afresh
-  EXPECT_EQ(listed(), strings());
+  listen();
+  append({"a"});
+  global_initialize();  // a second one keeps everything
+  EXPECT_EQ(listed(), "a");
+  global_release();
+  EXPECT_EQ(client.take(), "+a");
+  global_initialize();  // afresh
+  EXPECT_EQ(listed(), "");
 }

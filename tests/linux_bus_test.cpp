@@ -1,6 +1,5 @@
 // The Linux bus: paths and uevents by themselves, then what a session tells of a bus that umockdev pretends.
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <linux/netlink.h>
 #include <linux/usbdevice_fs.h>
 #include <poll.h>
@@ -11,23 +10,16 @@
 #include <umockdev.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
-#include <functional>
 #include <map>
 #include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <YorvanCore/YLog.h>
-#include <YorvanCore/YString.h>
 
 #include "bus/bus.h"
 #include "bus/location.h"
 #include "bus/uevent.h"
+#include "support.h"
 
 namespace {
 
@@ -61,12 +53,10 @@ extern "C" int ioctl(int descriptor, unsigned long request, ...) noexcept {
 namespace yusb::port {
 namespace {
 
-using lines = std::vector<std::string>;
-
 TEST(Location, IsTheBusAndADigitAPort) {
-  const std::pair<const char*, std::uint32_t> exact[] = {
-      {"usb1", 0x01000000},    {"1-2.3", 0x01230000},         {"255-15", 0xFFF00000},
-      {"20-1.10", 0x141A0000}, {"1-2.3.4.5.6.7", 0x01234567}, {"usb255", 0xFF000000}};
+  const std::map<const char*, std::uint32_t> exact = {{"usb1", 0x01000000},          {"1-2.3", 0x01230000},
+                                                      {"255-15", 0xFFF00000},        {"20-1.10", 0x141A0000},
+                                                      {"1-2.3.4.5.6.7", 0x01234567}, {"usb255", 0xFF000000}};
   for (const auto& [path, location] : exact) EXPECT_EQ(location_of(path), location) << path;
   for (const char* const path :
        {"", "usb", "usb0", "usb1-1", "1", "1-", "1-0", "1-02", "0-1", "1-2:1.0", "1-2.", "1-.2", "-1-2",
@@ -82,8 +72,9 @@ TEST(Location, IsTheBusAndADigitAPort) {
 }
 
 TEST(Location, TreeOrderPutsAHubBeforeWhatIsBehindIt) {
-  const lines ordered = {"usb1", "1-2", "1-2.3", "1-2.3.1", "1-2.10", "1-10", "usb2", "2-1", "usb10", "10-1"};
-  lines sorted(ordered.rbegin(), ordered.rend());
+  const strings ordered = {"usb1", "1-2",  "1-2.3", "1-2.3.1", "1-2.10",
+                           "1-10", "usb2", "2-1",   "usb10",   "10-1"};
+  strings sorted(ordered.rbegin(), ordered.rend());
   std::sort(sorted.begin(), sorted.end(), path_before);
   EXPECT_EQ(sorted, ordered);
   EXPECT_TRUE(is_within("1-2.10", "1-2") && is_within("1-2", "usb1") && is_within("1-2", "1-2"));
@@ -91,7 +82,7 @@ TEST(Location, TreeOrderPutsAHubBeforeWhatIsBehindIt) {
 }
 
 // What is made of the kernel's announcement of a device, with other fields behind: the last of a kind counts.
-std::optional<uevent> parsed(const lines& more) {
+std::optional<uevent> parsed(const strings& more) {
   constexpr char start[] =
       "add@/1-2\0ACTION=add\0DEVPATH=/usb1/1-2\0SUBSYSTEM=usb\0DEVTYPE=usb_device\0DEVNUM=012";
   std::string datagram(start, sizeof start - 1);
@@ -124,22 +115,17 @@ class LinuxBus : public testing::Test {
  protected:
   static constexpr const char* files[] = {"manufacturer", "product", "serial", "devnum", "descriptors"};
 
-  LinuxBus() {
-    const auto keep = [](EYORVAN_LOG_LEVEL level, const char* line, std::size_t, void* log) {
-      static_cast<lines*>(log)->push_back(std::to_string(level) + " " + line);
-    };
-    YLog::setSink(keep, &_log);
-  }
-  ~LinuxBus() override { YLog::setSink(nullptr, nullptr); }
-
   // Attaches a device 05ac:1393, which the kernel announces. Its texts are what sysfs holds.
-  void plug(const std::string& path, int devnum, const lines& texts = {}) {
+  void plug(const std::string& path, int devnum, const strings& texts = {}) {
     const YString text = YString::format(
         "P: /devices/%s\nN: bus/usb/001/%03d\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DEVNUM=%03d\n"
         "E: PRODUCT=5ac/1393/100\nH: descriptors=1201000200000040AC059313000107080901\nA: devnum=%d\\n\n",
         path.c_str(), devnum, devnum, devnum);
     ASSERT_TRUE(umockdev_testbed_add_from_string(_bed.get(), text.data(), nullptr));
     for (std::size_t i = 0; i < texts.size(); ++i) set(path, files[i], texts[i].c_str());
+  }
+  void plug(const strings& paths) {
+    for (const auto& path : paths) plug(path, 5);
   }
 
   void set(const std::string& path, const char* file, const char* content) {
@@ -148,8 +134,7 @@ class LinuxBus : public testing::Test {
 
   // What the kernel has taken out of sysfs when it announces a removal.
   void vanish(const std::string& path) {
-    const std::string directory = _root + "/sys/devices/" + path + "/";
-    for (const char* const file : files) unlink((directory + file).c_str());
+    for (const char* const file : files) unlink((_root + "/sys/devices/" + path + "/" + file).c_str());
     unlink((_root + "/sys/bus/usb/devices/" + path).c_str());
   }
 
@@ -163,14 +148,13 @@ class LinuxBus : public testing::Test {
     set(path, "devnum", found);
   }
 
-  // What the session has to say, "+0x1000000" for an arrival.
-  lines changes() {
+  // What the session has to say: "+0x1000000 -0x1100000 ", an arrival and a removal.
+  std::string changes() {
     if (_session == nullptr) _session = real_bus().open();
-    lines told;
+    std::string told;
     while (const auto next = _session->next()) {
-      const std::uint32_t location = next->device->registry_location().value();
-      told.emplace_back(YString::format("%c0x%X", next->arrived ? '+' : '-', location).data());
       _last = next->device;
+      told += YString::format("%c0x%X ", next->arrived ? '+' : '-', *_last->registry_location()).data();
     }
     return told;
   }
@@ -191,7 +175,7 @@ class LinuxBus : public testing::Test {
     return status;
   }
 
-  lines _log;
+  kept_log _log;
   const std::unique_ptr<UMockdevTestbed, void (*)(gpointer)> _bed{umockdev_testbed_new(), g_object_unref};
   const std::string _root =
       std::unique_ptr<char, void (*)(gpointer)>(umockdev_testbed_get_root_dir(_bed.get()), g_free).get();
@@ -201,12 +185,12 @@ class LinuxBus : public testing::Test {
 };
 
 TEST_F(LinuxBus, TellsEachDeviceOnceParentsFirstWhateverTheOrderOfTheDirectory) {
-  for (const char* const path : {"1-10", "1-2.3", "usb1", "1-2", "1-2:1.0"}) plug(path, 5);
-  EXPECT_EQ(changes(), (lines{"+0x1000000", "+0x1200000", "+0x1230000", "+0x1A00000"}));
+  plug({"1-10", "1-2.3", "usb1", "1-2", "1-2:1.0"});
+  EXPECT_EQ(changes(), "+0x1000000 +0x1200000 +0x1230000 +0x1A00000 ");
   for (const char* const action : {"add", "change", "bind", "unbind"}) announce("1-2", action);
-  EXPECT_EQ(changes(), lines{});
+  EXPECT_EQ(changes(), "");
   plug("1-3", 9);
-  EXPECT_EQ(changes(), lines{"+0x1300000"});
+  EXPECT_EQ(changes(), "+0x1300000 ");
 }
 
 TEST_F(LinuxBus, AnswersStringsByteForByteFromTheKernelsCache) {
@@ -221,44 +205,6 @@ TEST_F(LinuxBus, AnswersStringsByteForByteFromTheKernelsCache) {
   EXPECT_EQ(_reply, std::string("\x18\x03n\0o", 5));
   EXPECT_EQ(ask(9), status_ok);
   EXPECT_EQ(_reply.size(), 254u);
-}
-
-TEST_F(LinuxBus, KeepsTheLocationOfADeviceThatIsGoneAlsoWhereTwoWouldShareOne) {
-  ASSERT_EQ(location_of("1-22"), location_of("1-174.7"));
-  plug("1-22", 5);
-  EXPECT_EQ(changes(), lines{"+0x105E184"});
-  plug("1-174.7", 6);
-  EXPECT_EQ(changes(), lines{"+0x105E185"});
-  for (const char* const path : {"1-22", "1-174.7", "1-22"}) {
-    vanish(path);
-    announce(path, "remove");
-  }
-  EXPECT_EQ(changes(), (lines{"-0x105E184", "-0x105E185"}));
-}
-
-TEST_F(LinuxBus, ReplacesADeviceAndEverythingBehindItChildrenFirst) {
-  for (const char* const path : {"1-1", "1-1.4", "1-1.4.2", "1-2"}) plug(path, 5);
-  changes();
-  replace("1-1", "006", "6\n");
-  announce("1-1", "add");
-  EXPECT_EQ(changes(), (lines{"-0x1142000", "-0x1140000", "-0x1100000", "+0x1100000"}));
-  replace("1-1", "005", "6\n");
-  for (const char* const late : {"add", "remove"}) announce("1-1", late);
-  EXPECT_EQ(changes(), lines{}) << "older than what is there";
-}
-
-TEST_F(LinuxBus, GivesADeviceThatWasGoneBeforeItWasReadItsNumbersAndNoOthersTexts) {
-  changes();
-  for (const char* const path : {"1-1", "1-2"}) {
-    plug(path, 5, {"M", "P", "S"});
-    path[2] == '1' ? vanish(path) : replace(path, "005", "6\n");
-    EXPECT_EQ(changes().size(), 1u);
-    EXPECT_EQ(value(number::release), 0x0100);
-    EXPECT_EQ(value(number::serial_number_index), 0);
-    announce(path, "remove");
-    EXPECT_EQ(changes().size(), 1u);
-    EXPECT_EQ(value(number::release), -1);
-  }
 }
 
 TEST_F(LinuxBus, AsksTheDeviceItselfForWhatTheCacheLacks) {
@@ -279,24 +225,62 @@ TEST_F(LinuxBus, AsksTheDeviceItselfForWhatTheCacheLacks) {
   const std::map<int, port::status> failures = {
       {EPIPE, status_stalled}, {EINTR, status_timeout}, {ENODEV, status_no_device}, {EIO, status_error}};
   for (const auto& [error, status] : failures) {
-    _control = [error = error](usbdevfs_ctrltransfer*) { return errno = error, -1; };
+    _control = [error = error](auto*) { return errno = error, -1; };
     EXPECT_EQ(ask(9), status) << std::strerror(error);
   }
 }
 
+TEST_F(LinuxBus, KeepsTheLocationOfADeviceThatIsGoneAlsoWhereTwoWouldShareOne) {
+  ASSERT_EQ(location_of("1-22"), location_of("1-174.7"));
+  plug({"1-22"});
+  EXPECT_EQ(changes(), "+0x105E184 ");
+  plug({"1-174.7"});
+  EXPECT_EQ(changes(), "+0x105E185 ");
+  for (const char* const path : {"1-22", "1-174.7", "1-22"}) {
+    vanish(path);
+    announce(path, "remove");
+  }
+  EXPECT_EQ(changes(), "-0x105E184 -0x105E185 ");
+}
+
+TEST_F(LinuxBus, ReplacesADeviceAndEverythingBehindItChildrenFirst) {
+  plug({"1-1", "1-1.4", "1-1.4.2", "1-2"});
+  changes();
+  replace("1-1", "006", "6\n");
+  announce("1-1", "add");
+  EXPECT_EQ(changes(), "-0x1142000 -0x1140000 -0x1100000 +0x1100000 ");
+  replace("1-1", "005", "6\n");
+  for (const char* const late : {"add", "remove"}) announce("1-1", late);
+  EXPECT_EQ(changes(), "") << "older than what is there";
+}
+
+TEST_F(LinuxBus, GivesADeviceThatWasGoneBeforeItWasReadItsNumbersAndNoOthersTexts) {
+  changes();
+  for (const char* const path : {"1-1", "1-2"}) {
+    plug(path, 5, {"M", "P", "S"});
+    path[2] == '1' ? vanish(path) : replace(path, "005", "6\n");
+    EXPECT_EQ(changes()[0], '+');
+    EXPECT_EQ(value(number::release), 0x0100);
+    EXPECT_EQ(value(number::serial_number_index), 0);
+    announce(path, "remove");
+    EXPECT_EQ(changes()[0], '-');
+    EXPECT_EQ(value(number::release), -1);
+  }
+}
+
 TEST_F(LinuxBus, FindsWhatWasLostWhenTheKernelsQueueOverflows) {
-  for (const char* const path : {"usb1", "1-1", "1-1.1", "1-2"}) plug(path, 5);
+  plug({"usb1", "1-1", "1-1.1", "1-2"});
   changes();
   vanish("1-1.1");
   vanish("1-1");
   replace("1-2", "006", "6\n");
   plug("1-3", 7);
   _lost = true;
-  EXPECT_EQ(changes(), (lines{"-0x1200000", "-0x1110000", "-0x1100000", "+0x1200000", "+0x1300000"}));
+  EXPECT_EQ(changes(), "-0x1200000 -0x1110000 -0x1100000 +0x1200000 +0x1300000 ");
   announce("1-1", "remove");  // what the kernel says late
   announce("1-3", "add");
-  EXPECT_EQ(changes(), lines{});
-  EXPECT_EQ(_log, lines{"3 USB events were lost; the bus is compared with what was reported"});
+  EXPECT_EQ(changes(), "");
+  EXPECT_EQ(_log.take(), strings{"3 USB events were lost; the bus is compared with what was reported"});
 }
 
 TEST_F(LinuxBus, BelievesOnlyTheKernel) {
@@ -308,20 +292,20 @@ TEST_F(LinuxBus, BelievesOnlyTheKernel) {
       [](msghdr* message) { message->msg_flags |= MSG_TRUNC; }};
   for (int i = 0; i < 5; ++i) {
     _forge = i < 4 ? forgeries[i] : nullptr;
-    plug("1-" + std::to_string(i + 1), 5);
-    EXPECT_EQ(changes(), i < 4 ? lines{} : lines{"+0x1500000"}) << i;
+    plug({"1-" + std::to_string(i + 1)});
+    EXPECT_EQ(changes(), i < 4 ? "" : "+0x1500000 ") << i;
   }
 }
 
 TEST_F(LinuxBus, ComparesTheBusEverySecondWhereTheKernelDoesNotSpeak) {
-  plug("1-1", 5);
+  plug({"1-1"});
   const pid_t child = fork();  // only a process of one thread can enter a user namespace
   if (child == 0) {
     if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) _exit(77);
-    bool good = changes() == lines{"+0x1100000"} && _log.size() == 1 && _log[0][0] == '3';
+    bool good = changes() == "+0x1100000 " && _log.take('3').size() == 1;
     vanish("1-1");
     pollfd timer = {_session->descriptors()[1], POLLIN, 0};
-    good = good && changes().empty() && poll(&timer, 1, 20000) == 1 && changes() == lines{"-0x1100000"} &&
+    good = good && changes().empty() && poll(&timer, 1, 20000) == 1 && changes() == "-0x1100000 " &&
            poll(&timer, 1, 0) == 0;
     _exit(good ? 0 : 1);
   }

@@ -43,40 +43,36 @@ __attribute__((noinline)) void operator delete(void* block, std::size_t) noexcep
 
 namespace {
 
-long blocks_left() {
-  return std::count_if(_kept.begin(), _kept.end(), [](auto& slot) { return slot != nullptr; });
-}
-
 // The allocations in their order: context set, its mutex, device list, its mutex, platform context, a
 // context.
 void fail_allocation(int which) {
   YLog::setThreshold(EYORVAN_LOG_LEVEL_FATAL);
+  const bool contexts = which > 2, devices = which < 3 || which > 4, thread = which != 5;
   yusb::simulator bus;
+  recorder client;
+  _yusb_context* context = nullptr;
   _failNothrow = which;
   yusb::global_initialize();
-  const bool contexts = which > 2;
-  const bool devices = which < 3 || which > 4;
-  _yusb_context* context = nullptr;
   bool right = yusb::context_create(&context) && (context == nullptr) == (which == 6);
-  right = right && yusb::common_object_append(context) == false;  // in the set already, or there is no set
+  right = right && !yusb::common_object_append(context);  // in the set already, or there is no set
   if (context != nullptr) right = right && yusb::common_object_remove(context) == contexts;
-  yusb::common_device_append(make_record(1, 1, "a"));
-  right = right && listed() == (contexts && devices ? strings{"a"} : strings());
+  append({"a"});
+  right = right && listed() == (contexts && devices ? "a" : "");
   right = right && yusb::device_traverse(nullptr, [](auto&) { return true; }) == devices;
-  recorder client;
   if (context != nullptr) right = right && yusb::context_notify_object_append(context, &client) == devices;
-  right = right && bus.settle(std::chrono::milliseconds(which == 5 ? 0 : 30000)) == (which != 5);
+  right = right && bus.settle(std::chrono::seconds(thread ? 30 : 0)) == thread;
   if (context != nullptr) yusb::context_release(context);
   yusb::global_release();
-  std::exit(right && blocks_left() == 0 ? 0 : 1);
+  const bool left = std::any_of(_kept.begin(), _kept.end(), [](auto& slot) { return slot != nullptr; });
+  std::exit(right && !left ? 0 : 1);
 }
 
 template <typename Call>
 void with_no_memory(Call call) {
-  struct until_it_ends {
-    until_it_ends() { _failing = true; }
+  const struct until_it_ends {
     ~until_it_ends() { _failing = false; }
-  } const failing;
+  } failing;
+  _failing = true;
   call();
 }
 
@@ -91,9 +87,7 @@ TEST(OutOfMemory, EachAllocationThatFailsLeavesTheRestWorking) {
 
 TEST(OutOfMemory, PassesOnWhereItMayAndEndsTheProcessElsewhere) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
-  YUsbInfoDevice record = make_record(1, 1, "a");
-  record.setFactory("a maker");
-  record.setSerialNumber("serial");
+  const YUsbInfoDevice record = make_record(1, 1, "a", nullptr, {"a maker", "", "serial"});
   EXPECT_FALSE(yusb::device_is_android(record));  // builds the tables, for which there must be memory
   EXPECT_THROW(with_no_memory([&] { yusb::airpods_get_serial_number(record); }), std::bad_alloc);
   EXPECT_THROW(with_no_memory([&] { yusb::device_is_android(record); }), std::bad_alloc);
@@ -107,11 +101,10 @@ TEST(OutOfMemory, PassesOnWhereItMayAndEndsTheProcessElsewhere) {
 
 TEST_F(Library, EndsTheProcessWhenClientCodeThrows) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
-  recorder client;
-  client.then = [](const YUsbInfoDevice&, _yusb_device_event) { throw std::runtime_error("from a handler"); };
+  client.then = [](auto&, auto) { throw std::runtime_error("from a handler"); };
   const auto visitor = [](const YUsbInfoDevice&) -> bool { throw std::runtime_error("from a visitor"); };
-  EXPECT_TRUE(yusb::context_notify_object_append(context, &client));
-  EXPECT_DEATH(yusb::common_device_append(make_record(1, 1, "a")), "");
+  listen();
+  EXPECT_DEATH(append({"a"}), "");
   EXPECT_TRUE(yusb::context_notify_object_remove(context, &client));
   yusb::common_device_append(make_record(0x05AC, 0x1393, "a"));
   EXPECT_DEATH(yusb::context_notify_object_append(context, &client), "");

@@ -1,5 +1,5 @@
 // What the tests of the library share: a client that records, a log that is kept, a library on a simulated
-// bus.
+// bus. What was heard or is listed comes as one text, so that a test shows it as it would be told.
 #ifndef YUSB_TESTS_SUPPORT_H_
 #define YUSB_TESTS_SUPPORT_H_
 
@@ -11,56 +11,90 @@
 #define YUSB_TESTS_HAVE_SIMULATOR
 #endif
 
-#include <cstdio>
+#include <algorithm>
+#include <cstdlib>
 #include <functional>
 #include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
-inline YUsbInfoDevice make_record(unsigned short vendor, unsigned short product, const char* location,
-                                  const char* path = nullptr) {
+using strings = std::vector<std::string>;
+
+// A number from the environment.
+inline unsigned long chosen(const char* variable, unsigned long otherwise) {
+  const char* const text = std::getenv(variable);
+  return text == nullptr ? otherwise : std::strtoul(text, nullptr, 10);
+}
+
+struct device_texts {
+  YString factory, describe, serial;
+};
+
+inline YUsbInfoDevice make_record(unsigned short vendor, unsigned short product, const YString& location,
+                                  const char* path = nullptr, const device_texts& texts = {}) {
   YUsbInfoDevice record;
   record.setVendorID(vendor);
   record.setProductID(product);
   record.setRevisedID(0x0100);
   record.setLocation(location);
   record.setInstancePath(path == nullptr ? location : path);
+  record.setFactory(texts.factory);
+  record.setDescribe(texts.describe);
+  record.setSerialNumber(texts.serial);
   return record;
 }
 
-inline std::vector<std::string> listed() {
-  std::vector<std::string> locations;
+// Every field of it: "05ac:1393 0100 location path factory describe serial".
+inline std::string shown(const YUsbInfoDevice& record) {
+  std::string text =
+      YString::format("%04x:%04x %04x", record.vendorID(), record.productID(), record.revisedID()).data();
+  for (const YString& each :
+       {record.location(), record.instancePath(), record.factory(), record.describe(), record.serialNumber()})
+    text += std::string(" ") + each.data();
+  return text;
+}
+
+// The locations of what is listed: "0x1 0x2".
+inline std::string listed() {
+  std::string locations;
   yusb::device_traverse(nullptr, [&](const YUsbInfoDevice& record) {
-    locations.emplace_back(record.location().data());
+    locations += (locations.empty() ? "" : " ") + std::string(record.location().data());
     return true;
   });
   return locations;
 }
 
-// Keeps events as "+0x1" and "-0x1", of an empty record as "-(empty)", and then does what the test wants.
+// Adds devices that the bus does not know.
+inline void append(const strings& locations) {
+  for (const auto& each : locations) yusb::common_device_append(make_record(1, 1, each.c_str()));
+}
+
+// Hears "+0x1 -0x1", of an empty record "-(empty)", and then does what the test wants.
 class recorder : public yusb_device_event_interface {
  public:
   std::function<void(const YUsbInfoDevice&, _yusb_device_event)> then;
 
   void on_device_event(const YUsbInfoDevice& device, _yusb_device_event event) override {
-    {
-      const std::lock_guard<std::mutex> lock(_mutex);
-      _events.push_back(event == YUSB_DEVICE_EVENT_APPEND ? "+" : "-");
-      _events.back() += device.empty() ? "(empty)" : device.location().data();
-    }
+    keep((event == YUSB_DEVICE_EVENT_APPEND ? "+" : "-") +
+         std::string(device.empty() ? "(empty)" : device.location().data()));
     if (then) then(device, event);
   }
 
   // What was heard since the last call.
-  std::vector<std::string> take() {
+  std::string take() {
     const std::lock_guard<std::mutex> lock(_mutex);
-    return std::exchange(_events, {});
+    return std::exchange(_heard, {});
   }
 
  private:
+  void keep(const std::string& text) {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _heard += (_heard.empty() ? "" : " ") + text;
+  }
+
   std::mutex _mutex;
-  std::vector<std::string> _events;  // under _mutex
+  std::string _heard;  // under _mutex
 };
 
 // Takes the log for as long as it lives; lines as "1 text".
@@ -68,26 +102,24 @@ class kept_log {
  public:
   kept_log() { YLog::setSink(keep, this); }
   ~kept_log() { YLog::setSink(nullptr, nullptr); }
-  kept_log(const kept_log&) = delete;
-  kept_log& operator=(const kept_log&) = delete;
 
-  std::vector<std::string> take() {
+  // What was logged since the last call, at this level or above.
+  strings take(char level = '0') {
     const std::lock_guard<std::mutex> lock(_mutex);
+    const auto below = [level](const std::string& line) { return line[0] < level; };
+    _lines.erase(std::remove_if(_lines.begin(), _lines.end(), below), _lines.end());
     return std::exchange(_lines, {});
   }
 
  private:
   static void keep(EYORVAN_LOG_LEVEL level, const char* line, std::size_t size, void* self) {
-    auto& log = *static_cast<kept_log*>(self);
-    const std::lock_guard<std::mutex> lock(log._mutex);
-    log._lines.push_back(std::to_string(level) + " " + std::string(line, size));
+    const std::lock_guard<std::mutex> lock(static_cast<kept_log*>(self)->_mutex);
+    static_cast<kept_log*>(self)->_lines.push_back(std::to_string(level) + " " + std::string(line, size));
   }
 
   std::mutex _mutex;
-  std::vector<std::string> _lines;  // under _mutex
+  strings _lines;  // under _mutex
 };
-
-using strings = std::vector<std::string>;
 
 #ifdef YUSB_TESTS_HAVE_SIMULATOR
 inline yusb::simulated_device make_device(std::uint16_t vendor, std::uint16_t product,
@@ -95,7 +127,6 @@ inline yusb::simulated_device make_device(std::uint16_t vendor, std::uint16_t pr
   yusb::simulated_device device;
   device.vendor = vendor;
   device.product = product;
-  device.release = 0x0100;
   device.location = location;
   return device;
 }
@@ -105,7 +136,7 @@ class Library : public testing::Test {
  protected:
   void SetUp() override {
     yusb::global_initialize();
-    ASSERT_TRUE(bus.settle());
+    settle();
     yusb::context_create(&context);
     ASSERT_NE(context, nullptr);
   }
@@ -115,8 +146,12 @@ class Library : public testing::Test {
     EXPECT_EQ(yusb::simulator::leaks(), strings());
   }
 
+  void settle() { ASSERT_TRUE(bus.settle()); }
+  void listen() { ASSERT_TRUE(yusb::context_notify_object_append(context, &client)); }
+
   kept_log log;
   yusb::simulator bus;
+  recorder client;
   _yusb_context* context = nullptr;
 };
 #endif

@@ -26,20 +26,15 @@ namespace {
 
 YUsbInfoDevice device(unsigned short vendor, unsigned short product, const char* location,
                       const YString& text = {}) {
-  YUsbInfoDevice made = make_record(vendor, product, location);
-  made.setFactory(text);
-  made.setDescribe(text);
-  made.setSerialNumber(text);
-  return made;
+  return make_record(vendor, product, location, nullptr, {text, text, text});
 }
 
-std::string every_byte() {
+// A record's text of every byte.
+YString every_byte() {
   std::string bytes;
   for (int byte = 1; byte < 256; ++byte) bytes += static_cast<char>(byte);
-  return bytes;
+  return {bytes.data(), bytes.size()};
 }
-
-YString record(const std::string& bytes) { return {bytes.data(), bytes.size()}; }
 
 struct result {
   int status;
@@ -65,7 +60,7 @@ result shell(const std::string& command, const std::string& file = {}) {
 }  // namespace
 
 TEST(ToolText, NoControlCharacterAndNothingButUtf8ReachesTheTerminal) {
-  std::string shown = visible(utf8(record(every_byte())));
+  std::string shown = visible(utf8(every_byte()));
   EXPECT_NE(shown.find("\\x9B"), std::string::npos);  // the C1 form of ESC [
   EXPECT_NE(shown.find("\u00E9"), std::string::npos);
   for (std::string_view rest = shown; !rest.empty();) {
@@ -94,32 +89,32 @@ TEST(ToolLine, ColumnsAreAlignedWhateverTheTexts) {
 
 TEST(ToolLine, JsonIsOneAsciiLineThatKeepsEveryByte) {
   const time_point when{std::chrono::milliseconds(86400123)};
-  const std::string line =
-      json_line({when, false, device(0x05AC, 0x139A, "0x1200000", record(every_byte()))});
+  const std::string line = json_line({when, false, device(0x05AC, 0x139A, "0x1200000", every_byte())});
   for (const char c : line) EXPECT_TRUE(c == '\n' || (c >= 0x20 && c < 0x7F));
   EXPECT_EQ(line.find('\n'), line.size() - 1);
   json expected = json::parse(R"({"schema": 1, "time": "1970-01-02T00:00:00.123Z", "event": "removal",
       "location": "0x1200000", "vendor_id": "05ac", "product_id": "139a", "release": "1.00",
       "apple": true, "airpods": true, "android": false})");
   for (const char* field : {"manufacturer", "product", "serial_number"}) {
-    expected[field] = utf8(record(every_byte()));
+    expected[field] = utf8(every_byte());
   }
   EXPECT_EQ(json::parse(line), expected);
 }
 
 TEST(ToolFilter, ChoosesByWhatIsGiven) {
-  const YUsbInfoDevice phone =
-      device(0x18D1, 0x4EE7, "0x1200000", "caf\xE9,\x3D");  // 0x3D: the low byte of U+013D
+  // The low byte of each UTF-16 unit: of U+013D, then of the two of U+1F601.
+  const YUsbInfoDevice phone = device(0x18D1, 0x4EE7, "0x1200000", "caf\xE9,\x3D\x3D\x01");
+  const std::pair<bool, strings> cases[] = {
+      {true,
+       {"android", "apple,android", "id=18d1:4EE7", "vendor=0x18D1", "location=0x01200000",
+        "serial=caf\u00E9,\u013D\U0001F601", "apple,serial=caf\u00E9,=\U0001F601"}},
+      {false, {"apple", "airpods,vendor=05ac", "id=18d1:4ee8", "location=1200001", "serial="}}};
   std::string error;
-  for (const char* passing : {"android", "apple,android", "id=18d1:4EE7", "vendor=0x18D1",
-                              "location=0x01200000", "serial=caf\u00E9,\u013D", "apple,serial=caf\u00E9,="}) {
-    const auto filter = parse_filter(passing, &error);
-    EXPECT_TRUE(filter && filter(phone)) << passing;
-  }
-  for (const char* failing :
-       {"apple", "airpods,vendor=05ac", "id=18d1:4ee8", "location=1200001", "serial="}) {
-    const auto filter = parse_filter(failing, &error);
-    EXPECT_TRUE(filter && !filter(phone)) << failing;
+  for (const auto& [passes, texts] : cases) {
+    for (const std::string& text : texts) {
+      const auto filter = parse_filter(text, &error);
+      EXPECT_TRUE(filter && filter(phone) == passes) << text;
+    }
   }
   for (const char* wrong : {"", "Apple", "apple,", "id=18d1", "id=18d1:", "id=18d1:4ee70", "vendor=",
                             "vendor=18g1", "vendor=0x", "location=0x123456789", "color=red", "serial=\xFF"}) {
