@@ -164,10 +164,10 @@ void enter_host(char** arguments) {
     _root = folder;
     std::atexit([] { fs::remove_all(_root); });
     _socket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  } else if (unshare(CLONE_NEWNS | CLONE_NEWNET) == 0) {
+  } else if (unshare(CLONE_NEWNS | CLONE_NEWNET) == 0 &&
+             mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0) {  // not in a plain chroot
     // Not in a user namespace too: there the library would rightly not believe that the kernel speaks.
     setenv("SYSTEMD_DEVICE_VERIFY_SYSFS", "0", 1);  // libudev would look for a sysfs
-    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) fail("have mounts of my own");
     for (const char* const folder : {"/sys", "/run"}) {
       if (mount("tmpfs", folder, "tmpfs", 0, nullptr) != 0) fail("mount a tree in place of sysfs");
     }
