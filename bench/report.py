@@ -63,10 +63,13 @@ def count_calls(program, folder):
 
 def count_all(build):
     program = os.path.join(build, 'bench', 'yusb_bench')
-    heap = os.path.join(build, 'bench', 'libyusb_bench_heap.so')
+    # Named without its folder, for LD_PRELOAD ends a name at a space.
+    heap = {'LD_PRELOAD': 'libyusb_bench_heap.so', 'LD_LIBRARY_PATH': os.path.join(build, 'bench')}
     with tempfile.TemporaryDirectory() as folder, subprocess.Popen(
             [program, '--idle'], stdout=subprocess.PIPE, text=True) as idle:
-        found = values(run([program, '--counts'], env={**os.environ, 'LD_PRELOAD': heap}))
+        found = values(run([program, '--counts'], env={**os.environ, **heap}))
+        if not found['held', 'start/library/101']:
+            sys.exit('report.py: the allocations were not counted')
         found.update(count_instructions(program, folder))
         found.update(count_calls(program, folder))
         found.update(values(idle.communicate()[0]))

@@ -207,17 +207,18 @@ class udev_program final : public event_thread {
 class usb_program final : public event_thread {
  public:
   explicit usb_program(listener& to) : event_thread(to) {
+    libusb_init(&_context);
     _thread = std::thread([this] { run(); });
   }
   ~usb_program() override {
     _ending = true;
     libusb_interrupt_event_handler(_context);
     end();
+    libusb_exit(_context);
   }
 
  private:
   void run() {
-    libusb_init(&_context);
     libusb_hotplug_callback_handle handle;
     libusb_hotplug_register_callback(
         _context, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT,
@@ -225,7 +226,6 @@ class usb_program final : public event_thread {
         LIBUSB_HOTPLUG_MATCH_ANY, heard, this, &handle);
     while (!_ending) libusb_handle_events(_context);
     libusb_hotplug_deregister_callback(_context, handle);
-    libusb_exit(_context);
   }
 
   static int heard(libusb_context*, libusb_device* device, libusb_hotplug_event, void* self) {

@@ -93,6 +93,8 @@ if(TARGET yusb)
   install(FILES tools/completion/yusb.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
     RENAME yusb COMPONENT tool)
   install(FILES tools/completion/_yusb DESTINATION ${CMAKE_INSTALL_DATADIR}/${zsh_dir} COMPONENT tool)
+  install(FILES examples/lab.scenario examples/yusb-journal.service
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/yusb/examples COMPONENT tool)
   yorvan_manual(1 tool)
 endif()
 yorvan_manual(3 development)

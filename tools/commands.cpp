@@ -75,12 +75,7 @@ class playing {
 
 time_point now() { return std::chrono::system_clock::now(); }
 
-int status_of(const output& out) {
-  std::string error;
-  if (!out.failed(&error)) return exit_ok;
-  complain(error);
-  return exit_failure;
-}
+int status_of(const output& out) { return out.check() ? exit_ok : exit_failure; }
 
 int list(const options& chosen) {
   const bool complete = settle(patience);

@@ -63,8 +63,9 @@ std::unique_ptr<player> load_scenario(const std::string& name, std::string* erro
 int run_program(int argc, char** argv) {
   const command_line given = parse_command_line(argc, argv);
   if (!given.run && given.status == exit_ok) {
-    output().write(given.text);
-    return exit_ok;
+    output out;
+    out.write(given.text);
+    return out.check() ? exit_ok : exit_failure;
   }
   if (!given.run) {
     complain(visible(given.text) + "\nTry 'yusb --help'.");

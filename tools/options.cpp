@@ -29,9 +29,19 @@ std::string check_duration(const std::string& text) {
   return parse_duration(text) ? std::string() : "'" + text + "' is not " + duration_rule;
 }
 
+std::string check_count(const std::string& text) {
+  const bool whole = text.find_first_not_of("0123456789") == std::string::npos;
+  return whole && text.find_first_not_of('0') != std::string::npos
+             ? std::string()
+             : "'" + text + "' is not a whole number above 0";
+}
+
+std::string check_file(const std::string& name) { return name.empty() ? "no file is named" : std::string(); }
+
 void add_common_options(CLI::App* app, raw_options* raw) {
   app->add_option("--simulate", raw->scenario_file, "Play a scenario on a simulated bus, and end with it")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(check_file);
   app->add_flag("--log", raw->values.log, "Show the library's log on standard error");
 }
 
@@ -85,7 +95,7 @@ command_line parse_command_line(int argc, const char* const* argv) {
   add_duration(watch, "--for", "End after this long: 250ms, 10s, 5m", &raw);
   watch->add_option("--count", raw.values.count, "End after this many lines")
       ->type_name("N")
-      ->check(CLI::Validator(CLI::PositiveNumber).description(""));
+      ->check(check_count);
 
   CLI::App* const wait = add_command(&app, "wait", "Wait until a device is attached, and show it", &raw);
   wait->add_flag("--gone", raw.values.gone, "Wait until no such device is attached instead");

@@ -37,10 +37,10 @@ bool output::write(std::string_view text) {
   return !_ended;
 }
 
-bool output::failed(std::string* error) const {
-  if (_errno == 0 || _errno == EPIPE) return false;
-  *error = std::string("cannot write to standard output: ") + std::strerror(_errno);
-  return true;
+bool output::check() const {
+  if (_errno == 0 || _errno == EPIPE) return true;
+  complain(std::string("cannot write to standard output: ") + std::strerror(_errno));
+  return false;
 }
 
 bool coloured_output() {

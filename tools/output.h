@@ -15,9 +15,9 @@ class output {
   // False if not all could be written, and then ever after.
   bool write(std::string_view text);
 
-  // Whether writing failed for another reason than that the reader went away or the program is to end. The
-  // reason goes to *error.
-  bool failed(std::string* error) const;
+  // Complains and returns false if writing failed for another reason than that the reader went away or the
+  // program is to end.
+  bool check() const;
 
  private:
   bool may_write() const;

@@ -9,7 +9,7 @@ files() { find / -xdev \( -iname '*yorvan*' -o -iname '*yusb*' \) ! -path '/try/
 files >before
 apt_get install ./yusb_*.deb ./libyorvanusb5_*.deb ./libyorvancore2_*.deb
 yusb --version
-yusb list --simulate lab.scenario >listed
+yusb list --simulate /usr/share/doc/yusb/examples/lab.scenario >listed
 test -s listed
 echo "packages: the program runs, with $(dpkg-query -W -f '${Package} ' 'libyorvan*')"
 
