@@ -3,20 +3,7 @@
 #include <IOKit/IOKitLib.h>
 #include <IOKit/usb/IOUSBLib.h>
 
-#include <thread>
-
 #include "support.h"
-
-struct notified {
-  int calls = 0;
-  io_iterator_t iterator = IO_OBJECT_NULL;
-
-  int drain() const {
-    int devices = 0;
-    for (; const io_service_t service = IOIteratorNext(iterator); ++devices) IOObjectRelease(service);
-    return devices;
-  }
-};
 
 TEST(Apple, ANotificationIsArmedOnceByReadingItsIteratorToTheEndAndAnEarlyStopIsLost) {
   yusb::simulator bus;
@@ -24,34 +11,37 @@ TEST(Apple, ANotificationIsArmedOnceByReadingItsIteratorToTheEndAndAnEarlyStopIs
     const CFRunLoopRef loop = CFRunLoopGetCurrent();
     const IONotificationPortRef port = IONotificationPortCreate(kIOMasterPortDefault);
     CFRunLoopAddSource(loop, IONotificationPortGetRunLoopSource(port), kCFRunLoopDefaultMode);
-    const auto watch = [port](notified& client, IOServiceMatchingCallback callback) {
-      EXPECT_EQ(IOServiceAddMatchingNotification(port, kIOFirstMatchNotification,
-                                                 IOServiceMatching(kIOUSBDeviceClassName), callback, &client,
-                                                 &client.iterator),
-                KERN_SUCCESS);
-    };
-    notified client, last;  // the last to be called stops the loop
+    int calls = 0;
+    io_iterator_t iterator = IO_OBJECT_NULL;
     bus.plug(make_device(1, 1, 1));
-    watch(client, [](void* self, io_iterator_t) { ++static_cast<notified*>(self)->calls; });
-    watch(last, [](void* self, io_iterator_t) {
-      static_cast<notified*>(self)->drain();
-      CFRunLoopStop(CFRunLoopGetCurrent());
-    });
-    last.drain();
+    EXPECT_EQ(IOServiceAddMatchingNotification(
+                  port, kIOFirstMatchNotification, IOServiceMatching(kIOUSBDeviceClassName),
+                  [](void* counted, io_iterator_t) { ++*static_cast<int*>(counted); }, &calls, &iterator),
+              KERN_SUCCESS);
+    const auto drain = [iterator] {
+      int devices = 0;
+      for (; const io_service_t service = IOIteratorNext(iterator); ++devices) IOObjectRelease(service);
+      return devices;
+    };
     const auto calls_after_another_device = [&] {
       bus.plug(make_device(1, 1, 1));
       CFRunLoopStop(loop);
+      std::thread stopping([&] {
+        EXPECT_TRUE(bus.settle());
+        CFRunLoopStop(loop);
+      });
       CFRunLoopRun();
-      return client.calls;
+      stopping.join();
+      return calls;
     };
     EXPECT_EQ(calls_after_another_device(), 0) << "never read";
-    IOObjectRelease(IOIteratorNext(client.iterator));
+    IOObjectRelease(IOIteratorNext(iterator));
     EXPECT_EQ(calls_after_another_device(), 0) << "not read to the end";
-    EXPECT_EQ(client.drain(), 2);
+    EXPECT_EQ(drain(), 2);
     EXPECT_EQ(calls_after_another_device(), 1);
     EXPECT_EQ(calls_after_another_device(), 1) << "not read since";
-    EXPECT_EQ(client.drain(), 2);
-    for (const notified& each : {client, last}) IOObjectRelease(each.iterator);
+    EXPECT_EQ(drain(), 2);
+    IOObjectRelease(iterator);
     IONotificationPortDestroy(port);
   })
       .join();

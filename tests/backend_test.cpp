@@ -1,9 +1,5 @@
 // The backend on a simulated bus: what a device's answers become, what the handlers do with faults, and how
 // the monitor thread starts and stops.
-#include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <thread>
 
 #include "platform/darwin/context.h"
 #include "support.h"
@@ -65,25 +61,21 @@ TEST_F(Library, TakesTheLowBytesOfAStringReply) {
 
 TEST_F(Library, LeavesOutWhatCannotBeReadAndGoesOn) {
   global_release();
-  const std::function<void(simulated_device&)> faults[] = {
-      [](auto& device) { device.plugin_status = static_cast<std::int32_t>(0xE00002BE); },
-      [](auto& device) { device.plugin_missing = true; },  // does not pass for the one before it
-      [](auto& device) { device.interface_status = static_cast<std::int32_t>(0x80000004); },
-      [](auto& device) { device.interface_missing = true; },
-      [](auto& device) { device.failing = {simulated_number::vendor}; },
-      [](auto& device) { device.failing = {simulated_number::product}; },
-      [](auto& device) {
-        device.serial_number = "unseen";
-        device.failing = {simulated_number::release, simulated_number::location,
-                          simulated_number::serial_number_index};
-      },
-      [](auto& device) { device.location_property = false; }};
+  std::vector<simulated_device> faulty(8, make_device(1, 2, 0));
+  faulty[0].plugin_status = static_cast<std::int32_t>(0xE00002BE);
+  faulty[1].plugin_missing = true;  // does not pass for the one before it
+  faulty[2].interface_status = static_cast<std::int32_t>(0x80000004);
+  faulty[3].interface_missing = true;
+  faulty[4].failing = {simulated_number::vendor};
+  faulty[5].failing = {simulated_number::product};
+  faulty[6].failing = {simulated_number::release, simulated_number::location,
+                       simulated_number::serial_number_index};
+  faulty[6].serial_number = "unseen";
+  faulty[7].location_property = false;
   std::vector<int> ids;
-  for (const auto& fault : faults) {
-    const auto place = static_cast<std::uint32_t>(ids.size() + 1);
-    simulated_device faulty = make_device(1, 2, 0x10 * place);
-    fault(faulty);
-    ids.push_back(bus.plug(faulty));
+  for (std::uint32_t place = 1; place <= faulty.size(); ++place) {
+    faulty[place - 1].location = 0x10 * place;
+    ids.push_back(bus.plug(faulty[place - 1]));
     bus.plug(make_device(1, 1, place));
   }
   global_initialize();  // all of them are in one iterator
@@ -104,6 +96,70 @@ TEST_F(Library, LeavesOutWhatCannotBeReadAndGoesOn) {
   EXPECT_EQ(client.take(), "-(empty) -(empty) -(empty) -(empty) -(empty) -(empty) -(empty)");
   EXPECT_EQ(listed(), "0x1 0x2 0x3 0x4 0x5 0x6 0x0 0x7 0x80 0x8");
 }
+
+// ---- Devices that come, go and answer at the worst moment ----
+
+struct AwkwardDevice : Library {
+  void SetUp() override {
+    Library::SetUp();
+    client.then = [this](const YUsbInfoDevice& device, _yusb_device_event event) {
+      heard.push_back("+-"[event] + std::string(device.location().data()) + " " + device.factory().data() +
+                      " " + device.serialNumber().data());
+    };
+    listen();
+  }
+
+  // Attaches a device; one with a delay is on its way to tell its manufacturer when this returns.
+  int plug(std::uint32_t location, const char* serial, int delay = 0, std::int32_t status = 0) {
+    simulated_device device = make_device(1, 2, location);
+    device.manufacturer = "any";
+    device.serial_number = serial;
+    device.replies[1] = {status, {4, 3, 'm', 0}, std::chrono::milliseconds(delay)};
+    const int id = bus.plug(device);
+    while (delay != 0 && bus.requests(id).empty()) std::this_thread::yield();
+    return id;
+  }
+
+  void expect_heard(const strings& expected) {
+    settle();
+    EXPECT_EQ(std::exchange(heard, {}), expected);
+  }
+
+  strings heard;  // "+0xA manufacturer serial"; the monitor thread's until the bus has settled
+};
+
+TEST_F(AwkwardDevice, UnpluggedWhileItIsReadArrivesWithWhatWasReadAndLeaves) {
+  bus.unplug(plug(0xA, "serial", 300));
+  expect_heard({"+0xA m ", "-0xA m "});
+}
+
+TEST_F(AwkwardDevice, UnpluggedBetweenTheListingAndTheWatchingIsToldOf) {
+  global_release();
+  const int id = plug(0xA, "unread");
+  plug(0xB, "read");
+  std::atomic<bool> ready{false};
+  bus.before_calls([&](const std::string& call) {
+    if (call != "IOServiceAddMatchingNotification") return true;
+    while (!ready) std::this_thread::yield();
+    bus.unplug(id);
+    return true;
+  });
+  global_initialize();
+  context_create(&context);
+  listen();
+  ready = true;
+  expect_heard({"+0xA  ", "+0xB m read", "-0xA  "});
+}
+
+TEST_F(AwkwardDevice, OneThatDoesNotAnswerHoldsUpOthersAndLosesNone) {
+  plug(0xA, "slow", 300, static_cast<std::int32_t>(0xE00002D6));  // kIOReturnTimeout
+  bus.unplug(plug(0xB, "unread"));
+  plug(0xB, "read");
+  EXPECT_EQ(listed(), "");  // only the monitor thread waits
+  expect_heard({"+0xA  slow", "+0xB  ", "-0xB  ", "+0xB m read"});
+}
+
+// ---- The monitor thread ----
 
 TEST(Monitor, RefusesASecondStartAndForgetsNothing) {
   simulator bus;

@@ -1,4 +1,3 @@
-#include <thread>
 
 #include "support.h"
 
@@ -37,25 +36,20 @@ TEST(Classification, GoesByNumbersAndBrandWordsFromTheFirstCallOnEveryThread) {
   for (std::thread& thread : threads) thread.join();
 }
 
-TEST_F(Library, WalksTheListedAirPodsToTheEnd) {
+TEST_F(Library, WalksTheListedAirPodsToTheEndAndRaisesTheCaseOfASerialNumber) {
   std::string seen;
   const auto visitor = [&seen](const YUsbInfoDevice& record) {
-    seen += record.location().data();
+    seen += airpods_get_serial_number(record).data();
     EXPECT_TRUE(device_is_exist(nullptr, record));  // no lock is held
     return false;
   };
   EXPECT_TRUE(airpods_traverse(context, visitor));
   EXPECT_EQ(seen, "");
-  for (const unsigned short product : {0x1393, 0x1394, 0x139A})
-    common_device_append(make_record(0x05AC, product, YString::format("0x%X", product)));
+  common_device_append(make_record(0x05AC, 0x1393, "0x1", nullptr, {"", "", "abc-12\xE9"}));
+  common_device_append(make_record(0x05AC, 0x1394, "0x2", nullptr, {"", "", "none"}));
+  common_device_append(make_record(0x05AC, 0x139A, "0x3", nullptr, {"", "", "xyz"}));
   EXPECT_TRUE(airpods_traverse(nullptr, visitor));
-  EXPECT_EQ(seen, "0x13930x139A");
+  EXPECT_EQ(seen, "ABC-12\xE9XYZ");
   EXPECT_TRUE(airpods_traverse(nullptr, nullptr));
   EXPECT_FALSE(device_reset_apple());
-}
-
-TEST(Classification, RaisesTheCaseOfAnySerialNumber) {
-  EXPECT_EQ(airpods_get_serial_number(make_record(1, 2, "", "", {"", "", "abc-12\xE9"})),
-            YString("ABC-12\xE9"));
-  EXPECT_EQ(airpods_get_serial_number(YUsbInfoDevice()), YString());
 }

@@ -1,7 +1,5 @@
 #include <YorvanCore/YString.h>
 
-#include <thread>
-
 #include "support.h"
 
 TEST(YString, HoldsAnyByteComparesByUnsignedBytesAndCopiesAlsoItself) {
@@ -26,7 +24,7 @@ TEST(YString, HoldsAnyByteComparesByUnsignedBytesAndCopiesAlsoItself) {
   EXPECT_STREQ(a.data(), "other");
 }
 
-TEST(YString, MapsTheCaseOfAsciiLettersOnlyAndFindsRuns) {
+TEST(YString, MapsTheCaseOfAsciiLettersOnlyFindsRunsAndFormatsWithoutALimit) {
   const YString text("@AZ[`az{\0\xC9Q", 11);
   EXPECT_EQ(text.toLower(), YString("@az[`az{\0\xC9q", 11));
   EXPECT_EQ(text.toUpper(), YString("@AZ[`AZ{\0\xC9Q", 11));
@@ -35,9 +33,6 @@ TEST(YString, MapsTheCaseOfAsciiLettersOnlyAndFindsRuns) {
   EXPECT_TRUE(text.contains(""));
   EXPECT_TRUE(text.contains(YString("\0\xC9", 2)));
   EXPECT_FALSE(text.contains("aZ"));
-}
-
-TEST(YString, FormatsWithoutALimit) {
   for (const std::size_t size : {0u, 1u, 127u, 128u, 100000u}) {
     const std::string long_text(size, 'x');
     EXPECT_EQ(YString::format("%s", long_text.c_str()), YString(long_text.data(), size)) << size;
@@ -80,7 +75,6 @@ TEST(YLog, KeepsLinesWholeWhenThreadsLogAtOnce) {
   for (std::thread& thread : threads) thread.join();
   const std::string all = testing::internal::GetCapturedStderr();
   ASSERT_EQ(all.size(), 4 * 500 * 601u);
-  for (std::size_t at = 0; at < all.size(); at += 601) {
+  for (std::size_t at = 0; at < all.size(); at += 601)
     ASSERT_EQ(all.substr(at, 601), std::string(600, all[at]) + '\n');
-  }
 }

@@ -60,9 +60,8 @@ TEST(Location, IsTheBusAndADigitAPort) {
   for (const auto& [path, location] : exact) EXPECT_EQ(location_of(path), location) << path;
   for (const char* const path :
        {"", "usb", "usb0", "usb1-1", "1", "1-", "1-0", "1-02", "0-1", "1-2:1.0", "1-2.", "1-.2", "-1-2",
-        "1-2 ", "1_2", "1-2-3", "4294967297-1", "1-99999999999", "0x1-2"}) {
+        "1-2 ", "1_2", "1-2-3", "4294967297-1", "1-99999999999", "0x1-2"})
     EXPECT_EQ(location_of(path), std::nullopt) << path;
-  }
   for (const char* const path : {"1-16", "1-2.31", "1-1.1.1.1.1.1.1", "256-1", "usb256", "usb4096"}) {
     const std::uint32_t location = location_of(path).value();  // not like one that fits
     EXPECT_EQ(location & 0xFFF00000, bus_of(path) == 1 ? 0x01000000u : 0u) << path;
@@ -93,26 +92,21 @@ std::optional<uevent> parsed(const strings& more) {
 TEST(Uevent, TellsOfADeviceThatComesOrGoes) {
   EXPECT_TRUE(parsed({"", "=", "ACTION=add"}).value().added);
   const uevent event = parsed({"PRODUCT=5ac/1393/100", "ACTION=remove"}).value();
-  EXPECT_FALSE(event.added);
-  EXPECT_EQ(event.path, "1-2");
-  EXPECT_EQ(event.devnum, 12u);
-  EXPECT_EQ(event.numbers.vendor << 16 | event.numbers.product, 0x05AC1393);
-  EXPECT_EQ(event.numbers.release, 0x0100);
+  const auto [vendor, product, release] = event.numbers;
+  EXPECT_EQ(std::tie(event.added, event.path, event.devnum, vendor, product, release),
+            std::tuple(false, "1-2", 12u, 0x05AC, 0x1393, 0x0100));
   for (const char* const field :
        {"ACTION=", "ACTION=bind", "DEVTYPE=", "DEVTYPE=usb_interface", "SUBSYSTEM=", "SUBSYSTEM=usbmon",
         "DEVNUM=", "DEVNUM=0", "DEVNUM=-1", "DEVNUM=99999999999", "DEVNUM=2x", "DEVPATH=/1-2/1-2:1.0",
-        "DEVPATH=/", "DEVPATH="}) {
+        "DEVPATH=/", "DEVPATH="})
     EXPECT_FALSE(parsed({field}).has_value()) << field;
-  }
-  for (const char* const product : {"5ac/1", "5ac/1/2/3", "10000/1/1", "//", ""}) {
-    EXPECT_EQ(parsed({std::string("PRODUCT=") + product}).value().numbers.vendor, 0) << product;
-  }
+  for (const std::string product : {"5ac/1", "5ac/1/2/3", "10000/1/1", "//", ""})
+    EXPECT_EQ(parsed({"PRODUCT=" + product}).value().numbers.vendor, 0) << product;
   for (const char* const cut : {"", "add@/1-2", "ACTION=add"}) EXPECT_FALSE(parse_uevent(cut).has_value());
 }
 
 // All devices of the pretended bus are children of /devices: only the last part of a device's path counts.
-class LinuxBus : public testing::Test {
- protected:
+struct LinuxBus : testing::Test {
   static constexpr const char* files[] = {"manufacturer", "product", "serial", "devnum", "descriptors"};
 
   // Attaches a device 05ac:1393, which the kernel announces. Its texts are what sysfs holds.
@@ -121,7 +115,7 @@ class LinuxBus : public testing::Test {
         "P: /devices/%s\nN: bus/usb/001/%03d\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DEVNUM=%03d\n"
         "E: PRODUCT=5ac/1393/100\nH: descriptors=1201000200000040AC059313000107080901\nA: devnum=%d\\n\n",
         path.c_str(), devnum, devnum, devnum);
-    ASSERT_TRUE(umockdev_testbed_add_from_string(_bed.get(), text.data(), nullptr));
+    ASSERT_TRUE(umockdev_testbed_add_from_string(bed.get(), text.data(), nullptr));
     for (std::size_t i = 0; i < texts.size(); ++i) set(path, files[i], texts[i].c_str());
   }
   void plug(const strings& paths) {
@@ -129,32 +123,32 @@ class LinuxBus : public testing::Test {
   }
 
   void set(const std::string& path, const char* file, const char* content) {
-    umockdev_testbed_set_attribute(_bed.get(), ("/sys/devices/" + path).c_str(), file, content);
+    umockdev_testbed_set_attribute(bed.get(), ("/sys/devices/" + path).c_str(), file, content);
   }
 
   // What the kernel has taken out of sysfs when it announces a removal.
   void vanish(const std::string& path) {
-    for (const char* const file : files) unlink((_root + "/sys/devices/" + path + "/" + file).c_str());
-    unlink((_root + "/sys/bus/usb/devices/" + path).c_str());
+    for (const char* const file : files) unlink((root + "/sys/devices/" + path + "/" + file).c_str());
+    unlink((root + "/sys/bus/usb/devices/" + path).c_str());
   }
 
   void announce(const std::string& path, const char* action) {
-    umockdev_testbed_uevent(_bed.get(), ("/sys/devices/" + path).c_str(), action);
+    umockdev_testbed_uevent(bed.get(), ("/sys/devices/" + path).c_str(), action);
   }
 
   // The device that is announced from now on, and the one that has taken its place.
   void replace(const std::string& path, const char* announced, const char* found) {
-    umockdev_testbed_set_property(_bed.get(), ("/sys/devices/" + path).c_str(), "DEVNUM", announced);
+    umockdev_testbed_set_property(bed.get(), ("/sys/devices/" + path).c_str(), "DEVNUM", announced);
     set(path, "devnum", found);
   }
 
   // What the session has to say: "+0x1000000 -0x1100000 ", an arrival and a removal.
   std::string changes() {
-    if (_session == nullptr) _session = real_bus().open();
+    if (opened == nullptr) opened = real_bus().open();
     std::string told;
-    while (const auto next = _session->next()) {
-      _last = next->device;
-      told += YString::format("%c0x%X ", next->arrived ? '+' : '-', *_last->registry_location()).data();
+    while (const auto next = opened->next()) {
+      told_of = next->device;
+      told += YString::format("%c0x%X ", next->arrived ? '+' : '-', *told_of->registry_location()).data();
     }
     return told;
   }
@@ -162,26 +156,26 @@ class LinuxBus : public testing::Test {
   // Of the device that changes() told of last; -1 if it does not say.
   std::int64_t value(number which) {
     std::uint32_t found = 0;
-    return _last->get(which, &found) == status_ok ? std::int64_t{found} : -1;
+    return told_of->get(which, &found) == status_ok ? std::int64_t{found} : -1;
   }
 
   // Asks the same one for a string.
   port::status ask(int index, std::uint16_t length = 255) {
-    _reply.assign(255, '\xEE');
+    reply.assign(255, '\xEE');
     const auto wanted = static_cast<std::uint16_t>(0x300 | index);
-    control_request request = {0x80, 6, wanted, 0x0409, length, _reply.data(), 0};
-    const port::status status = _last->control(request);
-    _reply.resize(request.transferred);
+    control_request request = {0x80, 6, wanted, 0x0409, length, reply.data(), 0};
+    const port::status status = told_of->control(request);
+    reply.resize(request.transferred);
     return status;
   }
 
-  kept_log _log;
-  const std::unique_ptr<UMockdevTestbed, void (*)(gpointer)> _bed{umockdev_testbed_new(), g_object_unref};
-  const std::string _root =
-      std::unique_ptr<char, void (*)(gpointer)>(umockdev_testbed_get_root_dir(_bed.get()), g_free).get();
-  std::unique_ptr<session> _session;
-  std::shared_ptr<device> _last;
-  std::string _reply;
+  kept_log log;
+  const std::unique_ptr<UMockdevTestbed, void (*)(gpointer)> bed{umockdev_testbed_new(), g_object_unref};
+  const std::string root =
+      std::unique_ptr<char, void (*)(gpointer)>(umockdev_testbed_get_root_dir(bed.get()), g_free).get();
+  std::unique_ptr<session> opened;
+  std::shared_ptr<device> told_of;
+  std::string reply;
 };
 
 TEST_F(LinuxBus, TellsEachDeviceOnceParentsFirstWhateverTheOrderOfTheDirectory) {
@@ -200,11 +194,11 @@ TEST_F(LinuxBus, AnswersStringsByteForByteFromTheKernelsCache) {
   changes();
   EXPECT_EQ(value(number::product_index), 8);
   EXPECT_EQ(ask(7), status_ok);
-  EXPECT_EQ(_reply, std::string("\x0E\x03 \0\xE9\0\x3D\xD8\0\xDE\n\0x\0", 14));
+  EXPECT_EQ(reply, std::string("\x0E\x03 \0\xE9\0\x3D\xD8\0\xDE\n\0x\0", 14));
   EXPECT_EQ(ask(8, 5), status_ok);
-  EXPECT_EQ(_reply, std::string("\x18\x03n\0o", 5));
+  EXPECT_EQ(reply, std::string("\x18\x03n\0o", 5));
   EXPECT_EQ(ask(9), status_ok);
-  EXPECT_EQ(_reply.size(), 254u);
+  EXPECT_EQ(reply.size(), 254u);
 }
 
 TEST_F(LinuxBus, AsksTheDeviceItselfForWhatTheCacheLacks) {
@@ -220,11 +214,12 @@ TEST_F(LinuxBus, AsksTheDeviceItselfForWhatTheCacheLacks) {
   EXPECT_EQ(ask(7), status_ok);
   EXPECT_EQ(limit, 0u) << "not for what it has";
   EXPECT_EQ(ask(9), status_ok);
-  EXPECT_EQ(_reply, std::string("\4\3x", 4));
+  EXPECT_EQ(reply, std::string("\4\3x", 4));
   EXPECT_EQ(limit, 500u);
-  const std::map<int, port::status> failures = {
-      {EPIPE, status_stalled}, {EINTR, status_timeout}, {ENODEV, status_no_device}, {EIO, status_error}};
-  for (const auto& [error, status] : failures) {
+  for (const auto& [error, status] : {std::pair(EPIPE, status_stalled),
+                                      {EINTR, status_timeout},
+                                      {ENODEV, status_no_device},
+                                      {EIO, status_error}}) {
     _control = [error = error](auto*) { return errno = error, -1; };
     EXPECT_EQ(ask(9), status) << std::strerror(error);
   }
@@ -280,7 +275,7 @@ TEST_F(LinuxBus, FindsWhatWasLostWhenTheKernelsQueueOverflows) {
   announce("1-1", "remove");  // what the kernel says late
   announce("1-3", "add");
   EXPECT_EQ(changes(), "");
-  EXPECT_EQ(_log.take(), strings{"3 USB events were lost; the bus is compared with what was reported"});
+  EXPECT_EQ(log.take(), strings{"3 USB events were lost; the bus is compared with what was reported"});
 }
 
 TEST_F(LinuxBus, BelievesOnlyTheKernel) {
@@ -302,9 +297,9 @@ TEST_F(LinuxBus, ComparesTheBusEverySecondWhereTheKernelDoesNotSpeak) {
   const pid_t child = fork();  // only a process of one thread can enter a user namespace
   if (child == 0) {
     if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) _exit(77);
-    bool good = changes() == "+0x1100000 " && _log.take('3').size() == 1;
+    bool good = changes() == "+0x1100000 " && log.take('3').size() == 1;
     vanish("1-1");
-    pollfd timer = {_session->descriptors()[1], POLLIN, 0};
+    pollfd timer = {opened->descriptors()[1], POLLIN, 0};
     good = good && changes().empty() && poll(&timer, 1, 20000) == 1 && changes() == "-0x1100000 " &&
            poll(&timer, 1, 0) == 0;
     _exit(good ? 0 : 1);

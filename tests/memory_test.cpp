@@ -1,8 +1,5 @@
 // What happens when memory runs out, and when client code throws. Each case runs in a process of its own.
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <cstdlib>
+#include <cstddef>
 #include <new>
 #include <stdexcept>
 
@@ -13,31 +10,30 @@ namespace {
 std::atomic<int> _failNothrow{0};    // which of the coming allocations that must not throw fails; 0 for none
 thread_local bool _failing = false;  // whether every allocation that may throw fails on this thread
 
-std::array<std::atomic<void*>, 64> _kept{};  // blocks from allocations that must not throw
+std::atomic<long> _left{0};  // allocations that must not throw and that nothing has freed
+
+// A block, with what it counts in front of it.
+void* allocate(std::size_t size, long count) {
+  auto* const block = static_cast<std::max_align_t*>(std::malloc(sizeof(std::max_align_t) + size));
+  *reinterpret_cast<long*>(block) = count;
+  _left += count;
+  return block + 1;
+}
 
 }  // namespace
 
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  if (_failNothrow > 0 && --_failNothrow == 0) return nullptr;
-  void* const block = std::malloc(size);
-  for (auto& slot : _kept) {
-    void* none = nullptr;
-    if (slot.compare_exchange_strong(none, block)) break;
-  }
-  return block;
+// Not inlined: a compiler that sees free() behind a new-expression takes it for a mistake.
+__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return _failNothrow > 0 && --_failNothrow == 0 ? nullptr : allocate(size, 1);
 }
 __attribute__((noinline)) void* operator new(std::size_t size) {
-  void* const block = _failing ? nullptr : std::malloc(size);
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
+  return _failing ? throw std::bad_alloc() : allocate(size, 0);
 }
-// Not inlined: a compiler that sees free() behind a new-expression takes it for a mistake.
 __attribute__((noinline)) void operator delete(void* block) noexcept {
-  for (auto& slot : _kept) {
-    void* same = block;
-    if (block != nullptr && slot.compare_exchange_strong(same, nullptr)) break;
-  }
-  std::free(block);
+  if (block == nullptr) return;
+  auto* const whole = static_cast<std::max_align_t*>(block) - 1;
+  _left -= *reinterpret_cast<long*>(whole);
+  std::free(whole);
 }
 __attribute__((noinline)) void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
 
@@ -63,8 +59,7 @@ void fail_allocation(int which) {
   right = right && bus.settle(std::chrono::seconds(thread ? 30 : 0)) == thread;
   if (context != nullptr) yusb::context_release(context);
   yusb::global_release();
-  const bool left = std::any_of(_kept.begin(), _kept.end(), [](auto& slot) { return slot != nullptr; });
-  std::exit(right && !left ? 0 : 1);
+  std::exit(right && _left == 0 ? 0 : 1);
 }
 
 template <typename Call>

@@ -12,10 +12,13 @@
 #endif
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -47,12 +50,10 @@ inline YUsbInfoDevice make_record(unsigned short vendor, unsigned short product,
 
 // Every field of it: "05ac:1393 0100 location path factory describe serial".
 inline std::string shown(const YUsbInfoDevice& record) {
-  std::string text =
-      YString::format("%04x:%04x %04x", record.vendorID(), record.productID(), record.revisedID()).data();
-  for (const YString& each :
-       {record.location(), record.instancePath(), record.factory(), record.describe(), record.serialNumber()})
-    text += std::string(" ") + each.data();
-  return text;
+  return YString::format("%04x:%04x %04x %s %s %s %s %s", record.vendorID(), record.productID(),
+                         record.revisedID(), record.location().data(), record.instancePath().data(),
+                         record.factory().data(), record.describe().data(), record.serialNumber().data())
+      .data();
 }
 
 // The locations of what is listed: "0x1 0x2".
@@ -76,8 +77,7 @@ class recorder : public yusb_device_event_interface {
   std::function<void(const YUsbInfoDevice&, _yusb_device_event)> then;
 
   void on_device_event(const YUsbInfoDevice& device, _yusb_device_event event) override {
-    keep((event == YUSB_DEVICE_EVENT_APPEND ? "+" : "-") +
-         std::string(device.empty() ? "(empty)" : device.location().data()));
+    keep("+-"[event] + std::string(device.empty() ? "(empty)" : device.location().data()));
     if (then) then(device, event);
   }
 
@@ -132,8 +132,7 @@ inline yusb::simulated_device make_device(std::uint16_t vendor, std::uint16_t pr
 }
 
 // The library on a simulated bus. A test that ends leaves nothing behind.
-class Library : public testing::Test {
- protected:
+struct Library : testing::Test {
   void SetUp() override {
     yusb::global_initialize();
     settle();

@@ -1,6 +1,4 @@
 // The program yusb: its parts one by one, then the program itself as a script or a terminal sees it.
-#include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -36,43 +34,39 @@ YString every_byte() {
   return {bytes.data(), bytes.size()};
 }
 
-struct result {
-  int status;
-  std::string text;  // standard output and error
-};
-
-// What a shell makes of `command`. In it `yusb` is the program, `play` the program with the scenario `file`,
-// and `signalled TERM` what happens to `play watch` when it gets that signal after its first line.
-result shell(const std::string& command, const std::string& file = {}) {
+// What a shell makes of `command`: standard output and error, then "exit STATUS". In it `yusb` is the
+// program, `play` the program with the scenario `file`, and `signalled TERM` what happens to `play watch`
+// when it gets that signal after its first line.
+std::string shell(const std::string& command, const std::string& file = {}) {
   const std::string prelude = "exec 2>&1; p='" YUSB_PROGRAM "' f='" + file + R"(';
       yusb() { "$p" "$@"; }
       play() { yusb "$@" --simulate "$f"; }
       signalled() { { sh -c 'echo $$; exec "$0" watch --simulate "$1"' "$p" "$f"; echo status $?; } |
                     (read pid; read line; kill -$1 $pid; cat); }
       )";
-  FILE* const pipe = popen((prelude + command).c_str(), "r");
+  FILE* const pipe = popen((prelude + "(" + command + "); echo exit $?").c_str(), "r");
   std::string text;
   for (int c; (c = std::fgetc(pipe)) != EOF;) text += static_cast<char>(c);
-  const int status = pclose(pipe);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text};
+  pclose(pipe);
+  return text;
 }
+
+bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 }  // namespace
 
 TEST(ToolText, NoControlCharacterAndNothingButUtf8ReachesTheTerminal) {
   std::string shown = visible(utf8(every_byte()));
-  EXPECT_NE(shown.find("\\x9B"), std::string::npos);  // the C1 form of ESC [
-  EXPECT_NE(shown.find("\u00E9"), std::string::npos);
+  EXPECT_TRUE(has(shown, "\\x9B"));  // the C1 form of ESC [
+  EXPECT_TRUE(has(shown, "\u00E9"));
   for (std::string_view rest = shown; !rest.empty();) {
     char32_t c = 0;
     ASSERT_TRUE(take_code_point(rest, &c));
     EXPECT_FALSE(c < 0x20 || (c >= 0x7F && c < 0xA0)) << c;
   }
   EXPECT_EQ(visible("\u4E2D \U0001F600"), "\u4E2D \U0001F600");
-  for (const char* bytes : {"\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xE0\x80\xAF"}) {
-    EXPECT_EQ(visible(bytes).size(), 4 * std::string_view(bytes).size())
-        << "malformed: every byte is escaped";
-  }
+  for (const std::string bytes : {"\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xE0\x80\xAF"})
+    EXPECT_EQ(visible(bytes).size(), 4 * bytes.size()) << "malformed: every byte is escaped";
 }
 
 TEST(ToolLine, ColumnsAreAlignedWhateverTheTexts) {
@@ -80,57 +74,54 @@ TEST(ToolLine, ColumnsAreAlignedWhateverTheTexts) {
   const event long_one{{}, false, device(0x04E8, 2, "0x1234560", "a manufacturer with quite a name")};
   columns lines(false);
   lines.fit(long_one);
-  const std::string first = lines.line(short_one);
-  const std::string second = lines.line(long_one);
+  const std::string first = lines.line(short_one), second = lines.line(long_one);
   EXPECT_EQ(first.find("apple,airpods") - 3, second.find("android")) << "\u00E9 is two bytes, three times";
-  EXPECT_NE(first.find("  +  0x1000000   05ac:1393  1.00 "), std::string::npos) << first;
-  EXPECT_NE(second.find("  -  0x1234560   04e8:0002  1.00 "), std::string::npos) << second;
+  EXPECT_TRUE(has(first, "  +  0x1000000   05ac:1393  1.00 ")) << first;
+  EXPECT_TRUE(has(second, "  -  0x1234560   04e8:0002  1.00 ")) << second;
 }
 
 TEST(ToolLine, JsonIsOneAsciiLineThatKeepsEveryByte) {
-  const time_point when{std::chrono::milliseconds(86400123)};
-  const std::string line = json_line({when, false, device(0x05AC, 0x139A, "0x1200000", every_byte())});
+  const time_point when{std::chrono::milliseconds(86400023)};
+  const YUsbInfoDevice pods = make_record(0x05AC, 0x139A, "0x1200000", nullptr, {every_byte(), "p", "s"});
+  const std::string line = json_line({when, false, pods});
   for (const char c : line) EXPECT_TRUE(c == '\n' || (c >= 0x20 && c < 0x7F));
   EXPECT_EQ(line.find('\n'), line.size() - 1);
-  json expected = json::parse(R"({"schema": 1, "time": "1970-01-02T00:00:00.123Z", "event": "removal",
-      "location": "0x1200000", "vendor_id": "05ac", "product_id": "139a", "release": "1.00",
-      "apple": true, "airpods": true, "android": false})");
-  for (const char* field : {"manufacturer", "product", "serial_number"}) {
-    expected[field] = utf8(every_byte());
-  }
+  json expected = json::parse(R"({"schema": 1, "time": "1970-01-02T00:00:00.023Z", "event": "removal",
+      "location": "0x1200000", "vendor_id": "05ac", "product_id": "139a", "release": "1.00", "product": "p",
+      "serial_number": "s", "apple": true, "airpods": true, "android": false})");
+  expected["manufacturer"] = utf8(every_byte());
   EXPECT_EQ(json::parse(line), expected);
 }
 
 TEST(ToolFilter, ChoosesByWhatIsGiven) {
   // The low byte of each UTF-16 unit: of U+013D, then of the two of U+1F601.
-  const YUsbInfoDevice phone = device(0x18D1, 0x4EE7, "0x1200000", "caf\xE9,\x3D\x3D\x01");
-  const std::pair<bool, strings> cases[] = {
-      {true,
-       {"android", "apple,android", "id=18d1:4EE7", "vendor=0x18D1", "location=0x01200000",
+  const YUsbInfoDevice phone = device(0x18D1, 0x4EE7, "0x1A00000", "caf\xE9,\x3D\x3D\x01");
+  const std::pair<const char*, strings> cases[] = {
+      {"kept",
+       {"android", "apple,android", "id=18d1:4EE7", "vendor=0x18D1", "location=0x01a00000",
         "serial=caf\u00E9,\u013D\U0001F601", "apple,serial=caf\u00E9,=\U0001F601"}},
-      {false, {"apple", "airpods,vendor=05ac", "id=18d1:4ee8", "location=1200001", "serial="}}};
-  std::string error;
-  for (const auto& [passes, texts] : cases) {
+      {"dropped",
+       {"apple", "airpods,vendor=05ac", "id=18d1:4ee8", "id=18d2:4ee7", "location=1a00001", "serial="}},
+      {"wrong",
+       {"", "Apple", "apple,", "id=18d1", "id=18d1:", "id=18d1:4ee70", "vendor=", "vendor=18g1", "vendor=0x",
+        "location=0x123456789", "color=red", "serial=\xFF"}}};
+  for (const auto& [expected, texts] : cases) {
     for (const std::string& text : texts) {
+      std::string error;
       const auto filter = parse_filter(text, &error);
-      EXPECT_TRUE(filter && filter(phone) == passes) << text;
+      EXPECT_STREQ(!filter ? "wrong" : filter(phone) ? "kept" : "dropped", expected) << text;
+      EXPECT_EQ(has(error, "is none of"), !filter) << text;
     }
-  }
-  for (const char* wrong : {"", "Apple", "apple,", "id=18d1", "id=18d1:", "id=18d1:4ee70", "vendor=",
-                            "vendor=18g1", "vendor=0x", "location=0x123456789", "color=red", "serial=\xFF"}) {
-    EXPECT_FALSE(parse_filter(wrong, &error)) << wrong;
-    EXPECT_NE(error.find("is none of"), std::string::npos);
   }
 }
 
 TEST(ToolTree, ADeviceHangsFromTheNearestHubThatIsListed) {
   std::vector<YUsbInfoDevice> devices;
   for (const char* location :
-       {"0x2000000", "0x1230000", "0x1400000", "0x1234000", "0x1000000", "0x1231000", "0x1231100"}) {
+       {"0x2000000", "0x1230000", "0x1400000", "0x1234000", "0x1000000", "0x1231000", "0x1231100"})
     devices.push_back(device(1, 1, location));
-  }
   sort_by_location(&devices);
-  EXPECT_EQ(tree_branches(devices), (std::vector<std::string>{"", "├─", "│ ├─", "│ │ └─", "│ └─", "└─", ""}));
+  EXPECT_EQ(tree_branches(devices), (strings{"", "├─", "│ ├─", "│ │ └─", "│ └─", "└─", ""}));
 }
 
 TEST(ToolPicture, TurnsAResyncIntoTheChangesThatLeadToIt) {
@@ -139,9 +130,8 @@ TEST(ToolPicture, TurnsAResyncIntoTheChangesThatLeadToIt) {
   picture known;
   for (const auto& each : {hub, gone, before}) known.apply({yusb::watch_kind::arrival, each, {}}, {});
   std::string told;
-  for (const event& each : known.apply({yusb::watch_kind::resync, {}, {hub, after}}, {})) {
+  for (const event& each : known.apply({yusb::watch_kind::resync, {}, {hub, after}}, {}))
     told += (each.arrived ? "+" : "-") + std::to_string(each.device.productID());
-  }
   EXPECT_EQ(told, "-3-2+4");
 }
 
@@ -185,29 +175,25 @@ TEST(ToolScenario, SaysWhatIsWrong) {
     EXPECT_FALSE(parse_scenario(text, "a\nfile", &error)) << text;
     const char* const line = text.find('\n') == std::string::npos ? "a\\x0Afile:1: " : "a\\x0Afile:2: ";
     EXPECT_EQ(error.rfind(line, 0), 0u) << error;
-    EXPECT_NE(error.find(reason), std::string::npos) << error;
+    EXPECT_TRUE(has(error, reason)) << error;
   }
 }
 
 TEST(ToolProgram, PlaysTheExampleToItsEndAndEveryEventIsBalanced) {
-  const result played = shell("play watch --json", YUSB_EXAMPLE);
-  ASSERT_EQ(played.status, 0) << played.text;
+  const std::string played = shell("play watch --json", YUSB_EXAMPLE);
+  ASSERT_TRUE(has(played, "exit 0\n")) << played;
   std::map<std::string, bool> attached;
   std::set<std::string> seconds;
-  std::istringstream lines(played.text);
-  for (std::string line; std::getline(lines, line);) {
+  std::istringstream lines(played);
+  for (std::string line; std::getline(lines, line) && line[0] == '{';) {
     const json event = json::parse(line);
     bool& there = attached[event["location"]];
-    EXPECT_NE(there, event["event"] == "arrival") << line;
-    there = !there;
+    EXPECT_NE(std::exchange(there, !there), event["event"] == "arrival") << line;
     seconds.insert(std::string(event["time"]).substr(0, 19));
   }
   EXPECT_EQ(attached.size(), 8u);
   EXPECT_GE(seconds.size(), 3u) << "it waits for 2.4 s";
   EXPECT_FALSE(attached["0x1200000"]) << "the hub left";
-  const result listed = shell("play list --tree --filter android", YUSB_EXAMPLE);
-  EXPECT_NE(listed.text.find("0x1210000   18d1:4ee7  4.40"), std::string::npos) << listed.text;
-  EXPECT_EQ(std::count(listed.text.begin(), listed.text.end(), '\n'), 1);
 }
 
 TEST(ToolProgram, EndsWithTheStatusThatScriptsRelyOn) {
@@ -219,6 +205,8 @@ TEST(ToolProgram, EndsWithTheStatusThatScriptsRelyOn) {
                             wait 10m)";
   const std::tuple<const char*, int, const char*> cases[] = {
       {"yusb", 0, "Usage: yusb"},
+      {"f='" YUSB_EXAMPLE "'; play list --tree --filter android", 0, "0x1210000   18d1:4ee7  4.40"},
+      {"f='" YUSB_EXAMPLE "'; play list --filter android | wc -l", 0, "1"},
       {"play list >&-", 1, "Bad file descriptor"},
       {"play list >/dev/full", 1, "No space"},
       {"ASAN_OPTIONS=verify_asan_link_order=0 umockdev-run -- \"$p\" list", 1, "--simulate FILE"},
@@ -234,7 +222,7 @@ TEST(ToolProgram, EndsWithTheStatusThatScriptsRelyOn) {
        "env --default-signal=PIPE \"$p\" list --simulate \"$f\"; echo status $? >&3) | :",
        0, "status 0"},
       {"play wait --filter apple,android --filter vendor=18d1 --json", 0, "\"product_id\":\"4ee7\""},
-      {"play wait --filter vendor=1 --timeout 20ms", 3, "no such device has arrived"},
+      {"play wait --filter apple --filter vendor=18d1 --timeout 20ms", 3, "no such device has arrived"},
       {"f=/dev/stdin; (echo attach 1-1 1:1; echo wait 1ms; echo detach 1-1) | play wait --gone", 0, ""},
       {"f=/dev/stdin; (for i in 1 2 3 4 5; do echo attach 1-1 1:1 'serial=\"A\"'; echo detach 1-1; done) |"
        "play watch | grep -c A",
@@ -244,29 +232,22 @@ TEST(ToolProgram, EndsWithTheStatusThatScriptsRelyOn) {
       {"TERM=xterm NO_COLOR= script -qec \"'$p' watch --count 1 --simulate '$f'\" /dev/null", 0,
        "\033[32m+"}};
   for (const auto& [command, status, text] : cases) {
-    const result ended = shell(command, file);
-    EXPECT_EQ(ended.status, status) << command << "\n" << ended.text;
-    EXPECT_NE(ended.text.find(text), std::string::npos) << command << "\n" << ended.text;
-    EXPECT_EQ(ended.text.find("\033[") != std::string::npos, *text == '\033') << command << "\n"
-                                                                              << ended.text;
-    EXPECT_EQ(ended.text.find("\033[31m"), std::string::npos) << "a device sets a colour";
+    const std::string told = shell(command, file), trace = command + ("\n" + told);
+    EXPECT_TRUE(has(told, text) && has(told, "exit " + std::to_string(status) + "\n")) << trace;
+    EXPECT_EQ(has(told, "\033["), *text == '\033') << trace;
+    EXPECT_FALSE(has(told, "\033[31m")) << "a device sets a colour";
   }
-  for (const char* wrong :
+  for (const std::string wrong :
        {"--nonsense", "--log", "look", "list watch", "list --tree --json", "list --filter pear", "list extra",
         "list --simulate", "watch --for 5", "watch --for 1.5s", "watch --for 525601m", "watch --for -1s",
-        "watch --count 0", "watch --count -1", "watch --gone"}) {
-    EXPECT_EQ(shell(std::string("yusb ") + wrong).status, 2) << wrong;
-  }
+        "watch --count 0", "watch --count -1", "watch --gone"})
+    EXPECT_TRUE(has(shell("yusb " + wrong), "exit 2\n")) << wrong;
   std::remove(file.c_str());
 }
 
 TEST(ToolProgram, NothingIsGoneBeforeTheBusHasBeenRead) {
-  class no_bus : public simulated_bus {
-    int plug(const scenario_device&) override { return 0; }
-    void unplug(int) override {}
-  };
-  player silent({{}, {{step::wait, 0, std::chrono::minutes(10)}}}, std::make_unique<no_bus>());
-  yusb::simulator bus;
+  player silent({{}, {{step::wait, 0, std::chrono::minutes(10)}}}, make_simulated_bus());
+  yusb::simulator bus;  // takes the place of that one
   yusb::simulated_device slow = make_device(1, 1, 0x01100000);
   slow.product_name = "slow";
   slow.replies[2].delay = std::chrono::milliseconds(50);

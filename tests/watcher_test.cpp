@@ -6,7 +6,6 @@
 #include <optional>
 #include <random>
 #include <set>
-#include <thread>
 
 #include "support.h"
 
@@ -25,10 +24,8 @@ std::string next(watch_queue& queue) {
   return text;
 }
 
-class Watcher : public Library {
- protected:
+struct Watcher : Library {
   Watcher() { YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR); }
-  ~Watcher() override { YLog::setThreshold(EYORVAN_LOG_LEVEL_TRACE); }
 
   const watch_callback hear = [this](auto& device, auto event) { client.on_device_event(device, event); };
 };
@@ -205,15 +202,4 @@ TEST_F(Watcher, AClosedQueueGivesWhatItHasAndThenNothingToEverybody) {
   EXPECT_NE(first.get().has_value(), second.get().has_value());
   EXPECT_TRUE(queue.closed());
   EXPECT_FALSE(queue.next(std::chrono::milliseconds::max()));
-}
-
-TEST(Filter, ChoosesByTheRecord) {
-  const YUsbInfoDevice device = make_record(0x18D1, 2, "0x1", nullptr, {"", "", "serial"});
-  const device_filter yes = device_is_android, no = device_is_apple;
-  for (auto& filter : {yes, with_vendor(0x18D1), with_id(0x18D1, 2), with_serial_number("serial"),
-                       with_location("0x1"), both(yes, yes), either(no, yes), either(yes, no), except(no)})
-    EXPECT_TRUE(filter(device));
-  for (auto& filter : {no, with_vendor(2), with_id(0x18D1, 3), with_id(3, 2), with_serial_number("Serial"),
-                       with_location("0x"), both(yes, no), both(no, yes), either(no, no), except(yes)})
-    EXPECT_FALSE(filter(device));
 }
