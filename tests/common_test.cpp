@@ -224,7 +224,6 @@ TEST(Uninitialised, DoesNothingBeforeInitialisationAndAfterRelease) {
       EXPECT_FALSE(each->second(context, &client)) << each->first;
     EXPECT_TRUE(airpods_traverse(nullptr, everything));
     EXPECT_TRUE(context_release(context));
-    EXPECT_EQ(client.take(), "");
     if (round == 1) break;
     const simulator bus;
     global_initialize();

@@ -22,11 +22,6 @@ using nlohmann::json;
 
 namespace {
 
-YUsbInfoDevice device(unsigned short vendor, unsigned short product, const char* location,
-                      const YString& text = {}) {
-  return make_record(vendor, product, location, nullptr, {text, text, text});
-}
-
 // A record's text of every byte.
 YString every_byte() {
   std::string bytes;
@@ -70,8 +65,9 @@ TEST(ToolText, NoControlCharacterAndNothingButUtf8ReachesTheTerminal) {
 }
 
 TEST(ToolLine, ColumnsAreAlignedWhateverTheTexts) {
-  const event short_one{{}, true, device(0x05AC, 0x1393, "0x1000000", "\xE9")};
-  const event long_one{{}, false, device(0x04E8, 2, "0x1234560", "a manufacturer with quite a name")};
+  const YString accent = "\xE9", lengthy = "a manufacturer with quite a name";
+  const event short_one{{}, true, make_record(0x05AC, 0x1393, "0x1000000", "", {accent, accent, accent})};
+  const event long_one{{}, false, make_record(0x04E8, 2, "0x1234560", "", {lengthy, lengthy, lengthy})};
   columns lines(false);
   lines.fit(long_one);
   const std::string first = lines.line(short_one), second = lines.line(long_one);
@@ -95,7 +91,7 @@ TEST(ToolLine, JsonIsOneAsciiLineThatKeepsEveryByte) {
 
 TEST(ToolFilter, ChoosesByWhatIsGiven) {
   // The low byte of each UTF-16 unit: of U+013D, then of the two of U+1F601.
-  const YUsbInfoDevice phone = device(0x18D1, 0x4EE7, "0x1A00000", "caf\xE9,\x3D\x3D\x01");
+  const YUsbInfoDevice phone = make_record(0x18D1, 0x4EE7, "0x1A00000", "", {"", "", "caf\xE9,\x3D\x3D\x01"});
   const std::pair<const char*, strings> cases[] = {
       {"kept",
        {"android", "apple,android", "id=18d1:4EE7", "vendor=0x18D1", "location=0x01a00000",
@@ -119,14 +115,15 @@ TEST(ToolTree, ADeviceHangsFromTheNearestHubThatIsListed) {
   std::vector<YUsbInfoDevice> devices;
   for (const char* location :
        {"0x2000000", "0x1230000", "0x1400000", "0x1234000", "0x1000000", "0x1231000", "0x1231100"})
-    devices.push_back(device(1, 1, location));
+    devices.push_back(make_record(1, 1, location));
   sort_by_location(&devices);
   EXPECT_EQ(tree_branches(devices), (strings{"", "├─", "│ ├─", "│ │ └─", "│ └─", "└─", ""}));
 }
 
 TEST(ToolPicture, TurnsAResyncIntoTheChangesThatLeadToIt) {
-  const auto hub = device(1, 1, "0x1000000"), gone = device(1, 2, "0x1100000"),
-             before = device(1, 3, "0x1200000"), after = device(1, 4, "0x1200000");  // in the same place
+  const auto hub = make_record(1, 1, "0x1000000"), gone = make_record(1, 2, "0x1100000"),
+             before = make_record(1, 3, "0x1200000"),
+             after = make_record(1, 4, "0x1200000");  // in the same place
   picture known;
   for (const auto& each : {hub, gone, before}) known.apply({yusb::watch_kind::arrival, each, {}}, {});
   std::string told;

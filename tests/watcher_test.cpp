@@ -33,17 +33,15 @@ struct Watcher : Library {
 // ---- Threads change the list and renew their watchers at random, and now and then all is compared ----
 
 // What a client knows: the product ID at each location.
-struct picture {
-  std::map<std::string, unsigned short> known;
+using picture = std::map<std::string, unsigned short>;
 
-  void apply(const YUsbInfoDevice& device, bool arrival) {
-    const std::string location = device.location().data();
-    EXPECT_TRUE(device.exist() && !location.empty());
-    const auto [at, absent] = known.emplace(location, device.productID());
-    EXPECT_TRUE(arrival ? absent : !absent && at->second == device.productID()) << location;
-    if (!arrival) known.erase(at);
-  }
-};
+void apply(picture& known, const YUsbInfoDevice& device, bool arrival) {
+  const std::string location = device.location().data();
+  EXPECT_TRUE(device.exist() && !location.empty());
+  const auto [at, absent] = known.emplace(location, device.productID());
+  EXPECT_TRUE(arrival ? absent : !absent && at->second == device.productID()) << location;
+  if (!arrival) known.erase(at);
+}
 
 struct actor {
   std::mt19937 random;
@@ -59,38 +57,39 @@ struct actor {
     filter = [odd = random() % 3](auto& device) { return odd == 2 || device.productID() % 2 == odd; };
     end = random() % 2 == 0 ? watch_end::silent : watch_end::removals;
     queue.emplace(filter, random() % 32, end);
-    watcher = yusb::watcher(
-        [&](auto& device, auto event) { live.apply(device, event == YUSB_DEVICE_EVENT_APPEND); }, filter,
-        end);
+    const auto hear = [&](auto& device, auto event) {
+      apply(live, device, event == YUSB_DEVICE_EVENT_APPEND);
+    };
+    watcher = yusb::watcher(hear, filter, end);
   }
 
   void drain() {
     while (const auto event = queue->next(0ms)) {
-      if (event->kind == watch_kind::resync) queued.known.clear();
-      for (const YUsbInfoDevice& device : event->devices) queued.apply(device, true);
-      if (event->kind != watch_kind::resync) queued.apply(event->device, event->kind == watch_kind::arrival);
+      if (event->kind == watch_kind::resync) queued = {};
+      for (const YUsbInfoDevice& device : event->devices) apply(queued, device, true);
+      if (event->kind != watch_kind::resync) apply(queued, event->device, event->kind == watch_kind::arrival);
     }
   }
 
   void stop() {
     watcher.stop();
     if (queue) queue->close(), drain();
-    EXPECT_TRUE(end == watch_end::silent || (live.known.empty() && queued.known.empty()));
+    EXPECT_TRUE(end == watch_end::silent || (live.empty() && queued.empty()));
     live = queued = {};
   }
 
   void compare() {
     drain();
     std::set<std::string> locations;
-    std::map<std::string, unsigned short> expected;
+    picture expected;
     device_traverse(nullptr, [&](const YUsbInfoDevice& listed) {
       const std::string location = listed.location().data();
       const bool is_device = listed.exist() && !location.empty() && locations.insert(location).second;
       if (is_device && filter(listed)) expected[location] = listed.productID();
       return true;
     });
-    EXPECT_EQ(live.known, expected);
-    EXPECT_EQ(queued.known, expected);
+    EXPECT_EQ(live, expected);
+    EXPECT_EQ(queued, expected);
   }
 
   void change_list(simulator& bus) {
