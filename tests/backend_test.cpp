@@ -164,8 +164,7 @@ TEST_F(AwkwardDevice, OneThatDoesNotAnswerHoldsUpOthersAndLosesNone) {
 TEST(Monitor, RefusesASecondStartAndForgetsNothing) {
   simulator bus;
   EXPECT_FALSE(platform_hotplug_start(nullptr));
-  _yusb_platform_context own;
-  _yusb_platform_context* const context = &own;
+  _yusb_platform_context own, *const context = &own;
   EXPECT_TRUE(platform_hotplug_stop(context));  // never started
   EXPECT_TRUE(context->stopRequested);
   for (int i = 0; i < 3; ++i) {

@@ -22,7 +22,6 @@ using nlohmann::json;
 
 namespace {
 
-// A record's text of every byte.
 YString every_byte() {
   std::string bytes;
   for (int byte = 1; byte < 256; ++byte) bytes += static_cast<char>(byte);
