@@ -7,7 +7,7 @@ using namespace yusb;
 
 TEST(Record, ExistsByItsNumbersEqualsByItsLocationAndIsCopiedWhole) {
   using record = YUsbInfoDevice;
-  record numberless = make_record(0, 0, "location", "path", {"factory", "describe", "serial"});
+  record assigned, numberless = make_record(0, 0, "location", "path", {"factory", "describe", "serial"});
   numberless.setRevisedID(0);
   EXPECT_TRUE(numberless.empty());
   for (const auto set : {&record::setVendorID, &record::setProductID, &record::setRevisedID}) {
@@ -22,7 +22,6 @@ TEST(Record, ExistsByItsNumbersEqualsByItsLocationAndIsCopiedWhole) {
   const record whole = make_record(1, 2, "location", "path", {"factory", "describe", "serial"});
   EXPECT_EQ(make_record(3, 4, "location", "other"), whole);
   EXPECT_NE(make_record(1, 2, "other", "path"), whole);
-  record assigned;
   assigned = whole;
   record& alias = assigned;
   assigned = alias;
