@@ -187,12 +187,16 @@ TEST_F(LinuxBus, TellsEachDeviceOnceParentsFirstWhateverTheOrderOfTheDirectory) 
   EXPECT_EQ(changes(), "+0x1300000 ");
 }
 
-TEST_F(LinuxBus, AnswersStringsByteForByteFromTheKernelsCache) {
+TEST_F(LinuxBus, AnswersFromTheKernelsCacheStringsByteForByte) {
   std::string full;
   for (int i = 0; i < 127; ++i) full += "中";
   plug("1-1", 5, {" \xC3\xA9\xF0\x9F\x98\x80\nx\n", "no newline\xFF", full + "\n"});
   changes();
-  EXPECT_EQ(value(number::product_index), 8);
+  for (const auto& [which, expected] : {std::pair(number::vendor, 0x05AC),
+                                        {number::product, 0x1393},
+                                        {number::release, 0x0100},
+                                        {number::product_index, 8}})
+    EXPECT_EQ(value(which), expected);
   EXPECT_EQ(ask(7), status_ok);
   EXPECT_EQ(reply, std::string("\x0E\x03 \0\xE9\0\x3D\xD8\0\xDE\n\0x\0", 14));
   EXPECT_EQ(ask(8, 5), status_ok);
