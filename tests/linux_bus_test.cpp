@@ -243,11 +243,13 @@ TEST_F(LinuxBus, KeepsTheLocationOfADeviceThatIsGoneAlsoWhereTwoWouldShareOne) {
 }
 
 TEST_F(LinuxBus, ReplacesADeviceAndEverythingBehindItChildrenFirst) {
-  plug({"1-1", "1-1.4", "1-1.4.2", "1-2"});
+  plug({"1-1", "1-1.1", "1-1.2", "1-1.3", "1-1.4", "1-1.4.1", "1-1.4.2", "1-1.5", "1-2"});
   changes();
   replace("1-1", "006", "6\n");
   announce("1-1", "add");
-  EXPECT_EQ(changes(), "-0x1142000 -0x1140000 -0x1100000 +0x1100000 ");
+  EXPECT_EQ(changes(),
+            "-0x1150000 -0x1142000 -0x1141000 -0x1140000 -0x1130000 -0x1120000 -0x1110000 -0x1100000 "
+            "+0x1100000 ");
   replace("1-1", "005", "6\n");
   for (const char* const late : {"add", "remove"}) announce("1-1", late);
   EXPECT_EQ(changes(), "") << "older than what is there";
