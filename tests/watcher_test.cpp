@@ -168,6 +168,24 @@ TEST_F(Watcher, IsRefusedWhereItCannotWork) {
   EXPECT_THROW(watch_queue(), std::runtime_error);
 }
 
+TEST_F(Watcher, ASlowClientOfAQueueDelaysNobody) {
+  watch_queue slow, quick;
+  std::promise<void> go_on;
+  const auto sleeper = std::async(std::launch::async, [&] { slow.next(30s), go_on.get_future().wait(); });
+  std::vector<std::chrono::duration<double, std::milli>> waits;
+  for (unsigned location = 1; location <= 200 && !HasFailure(); ++location) {
+    const auto start = std::chrono::steady_clock::now();
+    bus.plug(make_device(1, 1, location));
+    EXPECT_TRUE(quick.next(30s));
+    waits.push_back(std::chrono::steady_clock::now() - start);
+  }
+  go_on.set_value();
+  sleeper.wait();
+  for (unsigned location = 2; location <= 200; ++location) EXPECT_EQ(next(slow)[0], '+');
+  std::sort(waits.begin(), waits.end());
+  EXPECT_LT(waits[100], 5ms);  // the longest is the scheduler's
+}
+
 TEST_F(Watcher, AQueueThatOverflowsBeginsAgainFromTheList) {
   const auto expect = [](watch_queue& queue, const strings& events) {
     for (const auto& each : events) EXPECT_EQ(next(queue), each);

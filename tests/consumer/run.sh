@@ -23,7 +23,7 @@ quietly() {
 
 configure() { quietly cmake -S "$here" -G Ninja -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF -B "$@"; }
 run_both() {
-  quietly "$1/client"
+  quietly "$1/client" 0
   quietly "$1/simulated"
 }
 works_through_cmake() {
@@ -66,9 +66,9 @@ libraries=$(dirname "$pkgconfig")
 mkdir "$work/pc"
 flags() { PKG_CONFIG_PATH='' PKG_CONFIG_LIBDIR=$pkgconfig pkg-config --cflags --libs "$@"; }
 # shellcheck disable=SC2046 # flags are words
-quietly "$cxx" "$here/client.cpp" -o "$work/pc/client" $(flags YorvanUsb)
+quietly "$cxx" "$source_tree/examples/client.cpp" -pthread -o "$work/pc/client" $(flags YorvanUsb)
 # shellcheck disable=SC2046
-quietly "$cxx" "$here/simulated.cpp" -o "$work/pc/simulated" $(flags YorvanUsbSimulator)
+quietly "$cxx" "$source_tree/examples/client_test.cpp" -pthread -o "$work/pc/simulated" $(flags YorvanUsbSimulator)
 LD_LIBRARY_PATH=$libraries run_both "$work/pc"
 
 step "add_subdirectory"

@@ -14,10 +14,10 @@ test -s listed
 echo "packages: the program runs, with $(dpkg-query -W -f '${Package} ' 'libyorvan*')"
 
 apt_get install ./libyorvanusb-dev_*.deb
-for program in client simulated; do
+for program in client client_test; do
   # shellcheck disable=SC2046 # flags are words
-  g++ $program.cpp -o $program $(pkg-config --cflags --libs YorvanUsbSimulator)
-  ./$program
+  g++ -pthread $program.cpp -o $program $(pkg-config --cflags --libs YorvanUsbSimulator)
+  ./$program 0
 done
 echo "packages: a client and its test are built and run"
 

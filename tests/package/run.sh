@@ -8,7 +8,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 mkdir "$work/try"
-cp "$folder"/*.deb "$here"/inside.sh "$here"/../consumer/*.cpp "$work/try/"
+cp "$folder"/*.deb "$here"/inside.sh "$here"/../../examples/*.cpp "$here"/../../examples/*.h "$work/try/"
 # The root is made, used and thrown away by this one command.
 # shellcheck disable=SC2016 # $1 is the hook's
 mmdebstrap --quiet --variant=apt --include=g++,pkg-config \
