@@ -104,17 +104,18 @@ class floor_program final : public event_thread {
       *end = '\0';
       return end + 1;
     };
-    const auto number = [&](const char* attribute) {
-      read_file(attribute, text);
-      return static_cast<unsigned short>(std::strtoul(text, nullptr, 16));
+    read_file("devnum", text);
+    unsigned char descriptor[18] = {};
+    const int opened = openat(directory, "descriptors", O_RDONLY | O_CLOEXEC);
+    const bool described = opened >= 0 && read(opened, descriptor, sizeof descriptor) == sizeof descriptor;
+    if (opened >= 0) close(opened);
+    const auto number = [&](int at) {
+      return static_cast<unsigned short>(described ? descriptor[at] | descriptor[at + 1] << 8 : 0);
     };
-    const unsigned short vendor = number("idVendor");
-    const unsigned short product = number("idProduct");
-    const unsigned short release = number("bcdDevice");
     char* end = text;
     for (const char* const attribute : {"manufacturer", "product", "serial"}) end = read_file(attribute, end);
     close(directory);
-    _devices.push_back({vendor, product, release, std::string(name),
+    _devices.push_back({number(8), number(10), number(12), std::string(name),
                         std::string(text, static_cast<std::size_t>(end - text))});
     _to.heard();
   }

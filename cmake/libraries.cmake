@@ -12,8 +12,10 @@ function(yorvan_library target)
 
   add_library(${arg_NAMESPACE}::${arg_EXPORT_NAME} ALIAS ${target})
   target_compile_features(${target} PUBLIC cxx_std_17)
-  # A call from one of the library's own functions to another cannot be redirected, and may be inlined.
-  target_compile_options(${target} PRIVATE -fno-semantic-interposition)
+  if(NOT APPLE)  # where it is so anyway, and clang objects to the flag
+    # A call from one of the library's own functions to another cannot be redirected, and may be inlined.
+    target_compile_options(${target} PRIVATE -fno-semantic-interposition)
+  endif()
   set_target_properties(${target} PROPERTIES
     EXPORT_NAME ${arg_EXPORT_NAME}
     INSTALL_RPATH_USE_LINK_PATH ON

@@ -30,10 +30,9 @@ std::string check_duration(const std::string& text) {
 }
 
 std::string check_count(const std::string& text) {
-  const bool whole = text.find_first_not_of("0123456789") == std::string::npos;
-  return whole && text.find_first_not_of('0') != std::string::npos
-             ? std::string()
-             : "'" + text + "' is not a whole number above 0";
+  const bool whole =
+      !text.empty() && text.size() <= 18 && text.find_first_not_of("0123456789") == std::string::npos;
+  return whole && text.front() != '0' ? std::string() : "'" + text + "' is not a whole number above 0";
 }
 
 std::string check_file(const std::string& name) { return name.empty() ? "no file is named" : std::string(); }

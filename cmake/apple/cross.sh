@@ -74,7 +74,7 @@ build_it() {
     -DCMAKE_FIND_ROOT_PATH="$work/packages" -DCMAKE_FIND_ROOT_PATH_MODE_PACKAGE=ONLY \
     -DCMAKE_SYSTEM_NAME=Darwin -DCMAKE_SYSTEM_VERSION=20.0 -DCMAKE_OSX_SYSROOT="$sdk" \
     -DCMAKE_CXX_COMPILER="$llvm/clang++" -DCMAKE_CXX_COMPILER_TARGET=arm64-apple-macos11.0 \
-    -DCMAKE_CXX_FLAGS="-stdlib=libc++ -Wno-unused-command-line-argument $headers" \
+    -DCMAKE_CXX_FLAGS="--start-no-unused-arguments -stdlib=libc++ $headers --end-no-unused-arguments" \
     -DCMAKE_CXX_ARCHIVE_CREATE="$llvm/llvm-libtool-darwin -static -o <TARGET> <OBJECTS>" \
     -DCMAKE_CXX_ARCHIVE_FINISH= \
     -DCMAKE_EXE_LINKER_FLAGS="-fuse-ld=lld -Wl,-undefined,dynamic_lookup" \

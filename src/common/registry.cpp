@@ -1,7 +1,5 @@
 // The device list: every arrival and removal passes through here, is reported to the log, and goes out
 // to every open context.
-#include <array>
-
 #include "common/delivery.h"
 #include "common/log.h"
 #include "common/reentry.h"
@@ -27,13 +25,6 @@ auto same_device(const YUsbInfoDevice& record) {
   return [&record](const YUsbInfoDevice& listed) {
     return listed.instancePath() == record.instancePath() || listed.location() == record.location();
   };
-}
-
-// "0x05AC". To write it with %04X takes several times as long, three times an event, under the locks.
-std::array<char, 7> hexadecimal(unsigned short value) {
-  constexpr char digits[] = "0123456789ABCDEF";
-  return {
-      '0', 'x', digits[value >> 12], digits[value >> 8 & 15], digits[value >> 4 & 15], digits[value & 15]};
 }
 
 using record_key = const YString& (YUsbInfoDevice::*)() const;
@@ -88,7 +79,8 @@ void common_device_remove_from_location(const YString& location) noexcept {
 }
 
 bool common_device_is_exist(const YUsbInfoDevice& record) noexcept {
-  if (refused() || !has_devices()) return false;
+  const client_code running;  // the record may be of a derived class
+  if (running.refused() || !has_devices()) return false;
   const MutexLock devices(_global_device_mutex);
   return find_listed(same_device(record)) != _global_device_array->end();
 }
@@ -107,9 +99,9 @@ void common_device_traverse(const device_visitor& visitor) noexcept {
 
 void common_device_printf(const YUsbInfoDevice& record) noexcept {
   const client_code sink;
-  YLog::output(log_information, "DEVICE Vendor ID\t\t: %s", hexadecimal(record.vendorID()).data());
-  YLog::output(log_information, "DEVICE Product ID\t\t: %s", hexadecimal(record.productID()).data());
-  YLog::output(log_information, "DEVICE Revised ID\t\t: %s", hexadecimal(record.revisedID()).data());
+  YLog::output(log_information, "DEVICE Vendor ID\t\t: 0x%04X", record.vendorID());
+  YLog::output(log_information, "DEVICE Product ID\t\t: 0x%04X", record.productID());
+  YLog::output(log_information, "DEVICE Revised ID\t\t: 0x%04X", record.revisedID());
   YLog::output(log_information, "DEVICE Factory\t\t: %s", record.factory().data());
   YLog::output(log_information, "DEVICE Serial Number\t: %s", record.serialNumber().data());
   YLog::output(log_information, "DEVICE Location\t\t: %s", record.location().data());
