@@ -51,6 +51,18 @@ TEST(YLog, HandsOverWholeLinesAboveTheThreshold) {
   EXPECT_EQ(log.take(), (strings{"4 " + long_text, "5 7"}));
 }
 
+TEST(YLog, MakesItsLinesAsPrintfDoes) {
+  kept_log log;
+  for (const char* const format : {"%04X", "ID: 0x%04X", "0x%04X.", "%%04X", "%5u"}) {
+    for (const unsigned value : {0u, 0xAu, 0xBEEFu, 0x12345u}) {
+      char line[64];
+      std::snprintf(line, sizeof line, format, value);
+      YLog::output(EYORVAN_LOG_LEVEL_INFO, format, value);
+      EXPECT_EQ(log.take(), strings{std::string("1 ") + line}) << format;
+    }
+  }
+}
+
 TEST(YLog, ShowsOneLineACallOnStandardErrorWhateverItHolds) {
   testing::internal::CaptureStderr();
   YLog::output(EYORVAN_LOG_LEVEL_INFO, "a\tb\nforged \x1B[31m\x7F %c \xE9", 0);
