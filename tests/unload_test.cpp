@@ -4,15 +4,28 @@
 
 #include <chrono>
 
+#include <yusb.h>
+
+struct listener : yusb_device_event_interface {
+  void on_device_event(const YUsbInfoDevice&, _yusb_device_event) override {}
+};
+
 TEST(Unloading, LeavesNoThreadInCodeThatIsGone) {
   for (int i = 0; i < 1000; ++i) {
     void* const library = dlopen(YUSB_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << dlerror();
-    for (const char* mangled : {"_ZN4yusb17global_initializeEv", "_ZN4yusb14global_releaseEv"}) {
+    const auto call = [library](const char* mangled, auto... arguments) {
       void* const found = dlsym(library, mangled);
       ASSERT_NE(found, nullptr) << mangled;
-      reinterpret_cast<void (*)()>(found)();
-    }
+      reinterpret_cast<void (*)(decltype(arguments)...)>(found)(arguments...);
+    };
+    listener client;
+    _yusb_context* context = nullptr;
+    call("_ZN4yusb17global_initializeEv");
+    call("_ZN4yusb14context_createEPP13_yusb_context", &context);
+    call("_ZN4yusb28context_notify_object_appendEP13_yusb_contextP27yusb_device_event_interface", context,
+         static_cast<yusb_device_event_interface*>(&client));
+    call("_ZN4yusb14global_releaseEv");
     ASSERT_EQ(dlclose(library), 0);
   }
   // The loader keeps the library for as long as its thread is ending.
