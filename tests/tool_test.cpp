@@ -205,6 +205,7 @@ TEST(ToolProgram, EndsWithTheStatusThatScriptsRelyOn) {
       {"f='" YUSB_EXAMPLE "'; play list --filter android | wc -l", 0, "1"},
       {"play list >&-", 1, "Bad file descriptor"},
       {"play list >/dev/full", 1, "No space"},
+      {"yusb --help >/dev/full", 1, "No space"},
       {"ASAN_OPTIONS=verify_asan_link_order=0 umockdev-run -- \"$p\" list", 1, "--simulate FILE"},
       {"f=/dev/zero; play list", 2, "larger than"},
       {"f=/dev/stdin; (echo attach 1-1 1:1; echo unplug) | play watch", 2, "yusb: /dev/stdin:2: 'unplug'"},
@@ -236,7 +237,7 @@ TEST(ToolProgram, EndsWithTheStatusThatScriptsRelyOn) {
   for (const std::string wrong :
        {"--nonsense", "--log", "look", "list watch", "list --tree --json", "list --filter pear", "list extra",
         "list --simulate", "watch --for 5", "watch --for 1.5s", "watch --for 525601m", "watch --for -1s",
-        "watch --count 0", "watch --count -1", "watch --gone"})
+        "watch --count 0", "watch --count -1", "watch --count 010", "watch --gone", "list --simulate ''"})
     EXPECT_TRUE(has(shell("yusb " + wrong), "exit 2\n")) << wrong;
   std::remove(file.c_str());
 }
