@@ -76,7 +76,7 @@ build_it() {
     -DCMAKE_CXX_COMPILER="$llvm/clang++" -DCMAKE_CXX_COMPILER_TARGET=arm64-apple-macos11.0 \
     -DCMAKE_CXX_FLAGS="--start-no-unused-arguments -stdlib=libc++ $headers --end-no-unused-arguments" \
     -DCMAKE_CXX_ARCHIVE_CREATE="$llvm/llvm-libtool-darwin -static -o <TARGET> <OBJECTS>" \
-    -DCMAKE_CXX_ARCHIVE_FINISH= \
+    -DCMAKE_CXX_ARCHIVE_FINISH= -DCMAKE_NM="$llvm/llvm-nm" \
     -DCMAKE_EXE_LINKER_FLAGS="-fuse-ld=lld -Wl,-undefined,dynamic_lookup" \
     -DCMAKE_SHARED_LINKER_FLAGS="-fuse-ld=lld -Wl,-undefined,dynamic_lookup" &&
     cmake --build "$build" && cmake --install "$build" --prefix "$work/prefix"
@@ -125,8 +125,8 @@ for arch in arm64 x86_64; do
   if grep -E ' _+k?(CF|IO)[A-Z].*\(dynamically' "$work/needed" >&2; then result=1; fi
   says "lib/libYorvanUsb.5.dylib finds in the frameworks all that it uses of Apple's" $result
   result=0
-  NM="$llvm/llvm-nm --arch=$arch" "$root/tests/check_exports.sh" "$library" "$root/cmake/exports/YorvanUsb.txt" >&2 ||
-    result=1
+  cmake "-DLIBRARY=$library" "-DLIST=$root/cmake/exports/YorvanUsb.txt" "-DNM=$llvm/llvm-nm;--arch=$arch" \
+    -P "$root/cmake/exports.cmake" >&2 || result=1
   says "lib/libYorvanUsb.5.dylib exports exactly what is listed" $result
 done
 exit $status
