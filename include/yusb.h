@@ -28,12 +28,14 @@
 //
 // Locks. There are three, none recursive, always taken in this order: the set of open contexts, the
 // device list, one context. Each function below says which it takes. An event handler runs under all
-// three during live events and during the replays of context_create and context_release; a handler that
-// runs under them must not call a function that takes one. Such a call is refused: it does nothing,
-// returns false where it returns something, and writes a line of level 4 to the log. During the replays
-// of context_notify_object_append and context_notify_object_remove a handler runs without any lock and
-// may call everything but global_release. The log's sink must not call the library at all: it may run under
-// these locks, or hold its own while somebody under them waits for it.
+// three during live events and during the replay of context_release. A handler that runs under them must not
+// call a function that takes one, nor global_initialize, global_release or platform_hotplug_stop, nor a
+// function that delivers an event (common_notify_handle and the two made of it), not even for another
+// context. Such a call is refused: it does nothing, returns false where it returns something unless it says
+// otherwise, and writes a line of level 4 to the log. During the replays of context_notify_object_append and
+// context_notify_object_remove a handler runs without any lock and may call everything but global_release.
+// The log's sink must not call the library at all: it may run under these locks, or hold its own while
+// somebody under them waits for it.
 //
 // Exceptions. No function throws unless it says so. An exception from a handler or a visitor, or for
 // want of memory, ends the process.
@@ -144,15 +146,18 @@ using device_visitor = std::function<bool(const YUsbInfoDevice&)>;
 // ---- Life ----
 
 // Creates the list and starts the monitor thread without waiting for it: devices attached already
-// arrive shortly afterwards as live events. A second call before a release does nothing
-// but try again what the first could not do: where memory, threads or descriptors are lacking it starts what
-// it can, and the list stays empty.
+// arrive shortly afterwards as live events. If memory, threads or file descriptors run out it starts what it
+// can, and the list stays empty. A second call before a release keeps everything and tries again to start the
+// monitor thread if that does not run. What memory ran out for while the list was created may stay missing
+// until a release.
 YUSB_EXPORT void global_initialize() noexcept;
 
 // Stops the monitor thread and waits for it, then destroys every context that is still open, without an
-// event, and the list. Takes about a millisecond, unless a handler is running or devices are being read:
-// that is waited for. Does nothing when there is nothing to release. Refused on the monitor thread and from
-// a handler under locks.
+// event, and the list. Takes about a millisecond, unless it has to wait: for the handler that is running, for
+// the device that is being read, and, while the devices that were attached at the start are read, for all of
+// those. A string that a device does not answer costs the platform's time limit (0.5 s on Linux); without
+// such a limit, a device that never answers is waited for without end. Does nothing when there is nothing to
+// release. Refused on the monitor thread and from a handler under locks.
 YUSB_EXPORT void global_release() noexcept;
 
 // ---- Contexts ----
@@ -255,13 +260,16 @@ YUSB_EXPORT void common_device_printf(
 // Starts the monitor thread, which is detached. False if `context` is null, its thread has not ended, or
 // no thread could be made.
 YUSB_EXPORT bool platform_hotplug_start(_yusb_platform_context* context) noexcept;
-// Stops it. When this returns, no handler runs and the thread no longer touches the context. Always true.
+// Stops it. When this returns, no handler runs and the thread no longer touches the context. Refused, so that
+// nothing has stopped, on the monitor thread and from a handler under locks, with a line of level 4 in the
+// log. True in every case.
 YUSB_EXPORT bool platform_hotplug_stop(_yusb_platform_context* context) noexcept;
 YUSB_EXPORT bool platform_reset_apple() noexcept;
 
 }  // namespace yusb
 
-// Run by the dynamic loader when the library is loaded and unloaded. They create and destroy nothing.
+// Run by the dynamic loader when the library is loaded and unloaded. They create and destroy nothing. Apple's
+// loader never unloads the library: there the second runs when the process exits.
 YUSB_EXPORT bool yorvan_usb_dynamic_library_initialize() noexcept;
 YUSB_EXPORT void yorvan_usb_dynamic_library_release() noexcept;
 YUSB_EXPORT void _yorvan_usb_dynamic_library_init() noexcept;

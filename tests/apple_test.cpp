@@ -9,13 +9,13 @@ TEST(Apple, ANotificationIsArmedOnceByReadingItsIteratorToTheEndAndAnEarlyStopIs
   yusb::simulator bus;
   std::thread([&bus] {  // a run loop ends with its thread
     const CFRunLoopRef loop = CFRunLoopGetCurrent();
-    const IONotificationPortRef port = IONotificationPortCreate(kIOMasterPortDefault);
+    const IONotificationPortRef port = IONotificationPortCreate(MACH_PORT_NULL);
     CFRunLoopAddSource(loop, IONotificationPortGetRunLoopSource(port), kCFRunLoopDefaultMode);
     int calls = 0;
     io_iterator_t iterator = IO_OBJECT_NULL;
     bus.plug(make_device(1, 1, 1));
     EXPECT_EQ(IOServiceAddMatchingNotification(
-                  port, kIOFirstMatchNotification, IOServiceMatching(kIOUSBDeviceClassName),
+                  port, kIOFirstMatchNotification, IOServiceMatching("IOUSBDevice"),
                   [](void* counted, io_iterator_t) { ++*static_cast<int*>(counted); }, &calls, &iterator),
               KERN_SUCCESS);
     const auto drain = [iterator] {

@@ -1,6 +1,9 @@
 // The backend on a simulated bus: what a device's answers become, what the handlers do with faults, and how
 // the monitor thread starts and stops.
 
+#include <csignal>
+#include <stdexcept>
+
 #include "platform/darwin/context.h"
 #include "support.h"
 
@@ -192,7 +195,9 @@ TEST(Monitor, StopsFromEveryWindowOfTheStart) {
       bus.before_calls([&, host = std::this_thread::get_id()](const char* call) {
         if (call != window || std::this_thread::get_id() == host) return true;
         reached = true;
+        _yusb_platform_context other;
         global_release();  // refused here, where it would wait for itself
+        EXPECT_TRUE(platform_hotplug_stop(&other) && !other.stopRequested);
         while (!stopping) std::this_thread::yield();
         // The delay under test: the stop polls meanwhile.
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -203,7 +208,30 @@ TEST(Monitor, StopsFromEveryWindowOfTheStart) {
       stopping = true;
       global_release();
       EXPECT_EQ(simulator::leaks(), strings());
+      if (window.empty()) continue;
+      const strings errors = log.take('4');
+      ASSERT_GE(errors.size(), 2u);
+      EXPECT_EQ(errors[0].find("4 [ common_global_release : "), 0u) << errors[0];
+      EXPECT_EQ(errors[1].find("4 [ platform_hotplug_stop : "), 0u) << errors[1];
     }
+  }
+}
+
+TEST(Monitor, EndsTheProcessBeforeAnExceptionReachesIOKit) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  for (const std::string in_handler :
+       {"IOCreatePlugInInterfaceForService", "IORegistryEntryCreateCFProperty"}) {
+    const auto throw_there = [&] {
+      simulator bus;
+      global_initialize();
+      bus.settle();
+      bus.before_calls([&](const char* call) {
+        return call == in_handler ? throw std::runtime_error("in a handler") : true;
+      });
+      bus.unplug(bus.plug(make_device(1, 2, 3)));
+      bus.settle();
+    };
+    EXPECT_EXIT(throw_there(), testing::KilledBySignal(SIGABRT), "terminat") << in_handler;
   }
 }
 

@@ -36,6 +36,8 @@ framework() { # framework NAME SYMBOL...: with the names that its headers declar
 }
 framework CoreFoundation __CFConstantStringClassReference
 framework IOKit
+mkdir -p "$sdk/usr/include"
+ln -sfn "$here/headers/mach" "$sdk/usr/include/mach"
 stub usr/lib/libSystem.tbd /usr/lib/libSystem.B.dylib dyld_stub_binder
 stub usr/lib/libc++.tbd /usr/lib/libc++.1.dylib __gxx_personality_v0
 
@@ -67,7 +69,7 @@ PATH=$work/bin:$PATH
 # ---- The build ----
 
 headers="-D_GNU_SOURCE -nostdlibinc -isystem $llvm/../include/c++/v1 -isystem /usr/include/$(uname -m)-linux-musl"
-headers="$headers -iframework $sdk/System/Library/Frameworks"
+headers="$headers -isystem $sdk/usr/include -iframework $sdk/System/Library/Frameworks"
 rm -rf "$build" "$work/prefix"
 build_it() {
   cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DYORVANUSB_TESTS=OFF \
@@ -90,6 +92,8 @@ build_it >"$work/log" 2>&1 || {
 
 status=0
 prefix=$work/prefix
+version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
+compatible=${version%%.*}.0.0
 library=$prefix/lib/libYorvanUsb.5.dylib
 says() { # says WHAT RESULT
   if [ "$2" = 0 ]; then
@@ -105,15 +109,37 @@ shows() { # shows FILE WHAT PATTERN OPTION...: objdump prints a line of it that 
   says "${1#"$prefix/"} $2" $result
 }
 
+# hands SOURCE NAME...: for each macOS that may be the oldest, SOURCE compiles without a warning, and what it hands to
+# IOKit by name is exactly NAMEs, whatever the macros of that SDK say.
+hands() {
+  result=0
+  object=$work/${1##*/}.o
+  for oldest in 11.0 12.0 13.0 14.0 15.0; do
+    # shellcheck disable=SC2086 # flags are words
+    "$llvm/clang++" -target "$arch-apple-macos$oldest" -std=c++17 -stdlib=libc++ -O2 -Wall -Wextra -Wpedantic -Werror \
+      $headers -I "$root/include" -I "$root/src" -I "$root/port/core/include" \
+      -c "$root/$1" -o "$object" || { result=1 && continue; }
+    names=$("$llvm/llvm-objdump" --macho --section=__TEXT,__cstring "$object" |
+      sed -nE 's/^[0-9a-f]+  ((IO|location).*)/\1/p' | LC_ALL=C sort | xargs)
+    constants=$("$llvm/llvm-nm" --undefined-only --just-symbol-name "$object" | grep '^_kIO' | xargs) || true
+    [ "$names $constants" = "${*:2} " ] || {
+      echo "for macOS $oldest: $names $constants" >&2
+      result=1
+    }
+  done
+  says "$1 compiles for macOS 11 to 15 and hands IOKit the names ${*:2}" $result
+}
+
 for arch in arm64 x86_64; do
   for declarations in "$here/headers" "$root/port/apple/include"; do
     result=0
     "$llvm/clang++" -target "$arch-apple-macos11.0" -std=c++17 -Wall -Wextra -Werror -fsyntax-only \
       -nostdlibinc -I "$declarations" "$here/layout.cpp" || result=1
-    says "${declarations#"$root/"} has the published types and layouts" $result
+    says "${declarations#"$root/"} has the published types, layouts and values" $result
   done
-  shows "$library" "is called @rpath/libYorvanUsb.5.dylib, version 5.0.0, compatible with 5.0.0" \
-    '@rpath/libYorvanUsb.5.dylib \(compatibility version 5.0.0, current version 5.0.0\)' --dylibs-used
+  hands src/platform/darwin/hotplug.cpp IOServiceFirstMatch IOServiceTerminate IOUSBDevice locationID
+  shows "$library" "is called @rpath/libYorvanUsb.5.dylib, version $version, compatible with $compatible" \
+    "@rpath/libYorvanUsb.5.dylib \\(compatibility version $compatible, current version $version\\)" --dylibs-used
   shows "$library" "needs the core library, version 2" '@rpath/libYorvanCore.2.dylib' --dylibs-used
   shows "$library" "looks for it in its own folder" '^@loader_path$' --rpaths
   shows "$library" "runs on macOS 11.0" 'minos 11.0' --private-headers

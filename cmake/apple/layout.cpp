@@ -1,9 +1,11 @@
-// What Apple publishes of the names that the backend uses. Compiled against port/apple's headers and against
-// cmake/apple/headers, for the host and for a Mac's two processors; there is nothing to run.
+// What Apple publishes of the names that the backend uses: types, layouts, values. Compiled against
+// port/apple's headers and against cmake/apple/headers, for the host and for a Mac's two processors; there is
+// nothing to run.
 #include <CoreFoundation/CoreFoundation.h>
 #include <IOKit/IOCFPlugIn.h>
 #include <IOKit/IOKitLib.h>
 #include <IOKit/usb/IOUSBLib.h>
+#include <mach/port.h>
 
 namespace {
 
@@ -30,7 +32,7 @@ IS(io_name_t, char[128]);
 IS(REFIID, CFUUIDBytes);
 static_assert(sizeof(CFNumberType) == 8 && kCFNumberSInt32Type == 3);
 
-TAKES(kIOMasterPortDefault, const mach_port_t);
+TAKES(IONotificationPortCreate, IONotificationPortRef(mach_port_t));
 TAKES(CFRunLoopAddSource, void(CFRunLoopRef, CFRunLoopSourceRef, CFStringRef));
 TAKES(CFNumberGetValue, Boolean(CFNumberRef, CFNumberType, void*));
 TAKES(IOServiceAddMatchingNotification, kern_return_t(IONotificationPortRef, const char*, CFDictionaryRef,
@@ -67,5 +69,34 @@ LIES(IOUSBDeviceStruct500, USBGetSerialNumberStringIndex, 288);
 TAKES(IOUSBDeviceStruct500::DeviceRequest, IOReturn (*)(void*, IOUSBDevRequest*));
 TAKES(IOUSBDeviceStruct500::GetLocationID, IOReturn (*)(void*, UInt32*));
 TAKES(IOUSBDeviceStruct500::QueryInterface, HRESULT (*)(void*, CFUUIDBytes, void**));
+
+// ---- Values ----
+
+constexpr bool equal(const char* a, const char* b) {
+  while (*a != '\0' && *a == *b) ++a, ++b;
+  return *a == *b;
+}
+static_assert(equal(kIOFirstMatchNotification, "IOServiceFirstMatch"));
+static_assert(equal(kIOTerminatedNotification, "IOServiceTerminate"));
+static_assert(equal(kUSBDevicePropertyLocationID, "locationID"));
+static_assert(MACH_PORT_NULL == 0 && IO_OBJECT_NULL == 0 && KERN_SUCCESS == 0);
+
+constexpr bool is_uuid(const UInt8 (&bytes)[16], const char* published) {
+  for (int digit = 0; digit < 32; ++digit) {
+    if (*published == '-') ++published;
+    const UInt8 byte = bytes[digit / 2];
+    if (*published++ != "0123456789ABCDEF"[digit % 2 == 0 ? byte >> 4 : byte & 0xF]) return false;
+  }
+  return *published == '\0';
+}
+// Makes bytes of what the macros expand to.
+#define CFUUIDGetConstantUUIDWithBytes(allocator, ...) \
+  { __VA_ARGS__ }
+#define IS_UUID(name, published)        \
+  constexpr UInt8 name##Bytes[] = name; \
+  static_assert(is_uuid(name##Bytes, published))
+IS_UUID(kIOUSBDeviceUserClientTypeID, "9DC7B780-9EC0-11D4-A54F-000A27052861");
+IS_UUID(kIOCFPlugInInterfaceID, "C244E858-109C-11D4-91D4-0050E4C6426F");
+IS_UUID(kIOUSBDeviceInterfaceID500, "A33CF047-4B5B-48E2-B57D-0207FCEAE13B");
 
 }  // namespace

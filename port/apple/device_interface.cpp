@@ -115,6 +115,7 @@ const IOCFPlugInInterface& plugin_table() {
 kern_return_t IOCreatePlugInInterfaceForService(io_service_t handle, CFUUIDRef pluginType,
                                                 CFUUIDRef interfaceType, IOCFPlugInInterface*** theInterface,
                                                 SInt32* theScore) {
+  calling("IOCreatePlugInInterfaceForService");
   const auto found = find<service>(handle);
   if (found == nullptr) return kIOReturnBadArgument;
   static const CFUUIDRef knownPlugin = kIOUSBDeviceUserClientTypeID;  // equal ones are one object

@@ -32,6 +32,15 @@ struct notification : io_object {
   counted census{kind::iterator};
 };
 
+// Apple's run loop is written in C: an exception must not reach it.
+void call(const notification& wanted) {
+  try {
+    wanted.callback(wanted.refcon, wanted.handle);
+  } catch (...) {
+    misuse("an exception left a callback of IOServiceAddMatchingNotification()");
+  }
+}
+
 struct port_source : __CFRunLoopSource {
   explicit port_source(std::unique_ptr<session> watched) : watch(std::move(watched)) {}
 
@@ -56,7 +65,7 @@ struct port_source : __CFRunLoopSource {
       const auto wanted = weak.lock();
       if (wanted == nullptr || wanted->wants_arrivals != next->arrived) continue;
       wanted->pending.push_back(next->device);
-      if (std::exchange(wanted->armed, false)) wanted->callback(wanted->refcon, wanted->handle);
+      if (std::exchange(wanted->armed, false)) call(*wanted);
     }
     return true;
   }
@@ -81,8 +90,6 @@ struct IONotificationPort {
   port_source* source;
   counted census{kind::notification_port};
 };
-
-const mach_port_t kIOMasterPortDefault = 0;
 
 IONotificationPortRef IONotificationPortCreate(mach_port_t /*mainPort*/) {
   if (!calling("IONotificationPortCreate")) return nullptr;
@@ -144,6 +151,7 @@ io_object_t IOIteratorNext(io_iterator_t iterator) {
 
 CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key,
                                           CFAllocatorRef /*allocator*/, IOOptionBits /*options*/) {
+  calling("IORegistryEntryCreateCFProperty");
   const auto found = find<service>(entry);
   if (found == nullptr || key != CFSTR("locationID")) return nullptr;
   const std::optional<std::uint32_t> location = found->attached->registry_location();

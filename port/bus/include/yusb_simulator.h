@@ -107,9 +107,8 @@ class YUSB_BUS_EXPORT simulator {
   // Calls `hook` at the start of each call that the library makes to the system, with the call's name
   // ("CFRunLoopRun"), on the thread that makes it: to delay it, to act at that very moment, or, by
   // returning false, to make it fail if it is one that can (IONotificationPortCreate,
-  // IONotificationPortGetRunLoopSource, IOServiceMatching,
-  // IOServiceAddMatchingNotification). An empty hook ends it, but a
-  // call of the old one may be under way still.
+  // IONotificationPortGetRunLoopSource, IOServiceMatching, IOServiceAddMatchingNotification). An empty hook
+  // ends it, but a call of the old one may be under way still.
   void before_calls(std::function<bool(const char* call)> hook);
 
  private:

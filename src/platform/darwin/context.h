@@ -19,8 +19,9 @@ struct _yusb_platform_context {
   std::atomic<CFRunLoopRef> runLoop{nullptr};
   std::atomic<bool> running{false};        // from just before runLoop is stored until the loop has returned
   std::atomic<bool> stopRequested{false};  // once a stop was asked for; never reset
-  std::map<YString, void*> handleMap;      // unused
-  yusb::Mutex mutex;                       // unused
+  // Nothing uses these two. They stay because the structure's fields are agreed: none is taken out or moved.
+  std::map<YString, void*> handleMap;
+  yusb::Mutex mutex;
 
   // `wanted` from start, `unwanted` from stop, `none` as the last thing the thread does: unlike `running` it
   // covers the time before the thread's first step and after its last.

@@ -11,6 +11,7 @@
 #include <IOKit/IOKitLib.h>
 #include <IOKit/usb/IOUSBLib.h>
 #include <YorvanCore/Yorvan.h>
+#include <mach/port.h>
 
 #include "common/log.h"
 #include "common/reentry.h"
@@ -83,8 +84,14 @@ void darwin_device_from_IOUSBDeviceInterface(IOUSBDeviceStruct500** device, YUsb
 }
 
 // ---- The handlers: each reads its iterator to the end, which arms the notification again ----
+//
+// IOKit's C code calls them: an exception ends the process here and does not unwind through its frames.
 
-void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) {
+// The numbers of two log lines. They are no line numbers: programs that read the log match them.
+constexpr int kNoPlugIn = 119;
+constexpr int kNoDeviceInterface = 128;
+
+void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) noexcept {
   static const CFUUIDRef deviceType = kIOUSBDeviceUserClientTypeID;
   static const CFUUIDRef plugInInterface = kIOCFPlugInInterfaceID;
   static const CFUUIDBytes deviceInterface = CFUUIDGetUUIDBytes(kIOUSBDeviceInterfaceID500);
@@ -99,7 +106,7 @@ void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) {
     if (status != 0 || plugin == nullptr) {
       const client_code sink;
       YLog::output(log_error, "[ %s : %d ] Unable to create a plug-in (%08x)", "darwin_handle_device_append",
-                   119, static_cast<unsigned>(status));
+                   kNoPlugIn, static_cast<unsigned>(status));
       IOObjectRelease(service);
       continue;
     }
@@ -109,7 +116,7 @@ void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) {
     if (answer != 0 || device == nullptr) {
       const client_code sink;
       YLog::output(log_error, "[ %s : %d ] Couldn't create a device interface (%08x)",
-                   "darwin_handle_device_append", 128, static_cast<unsigned>(answer));
+                   "darwin_handle_device_append", kNoDeviceInterface, static_cast<unsigned>(answer));
       IOObjectRelease(service);
       continue;
     }
@@ -121,7 +128,7 @@ void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) {
   }
 }
 
-void darwin_handle_device_remove(void* /*context*/, io_iterator_t iterator) {
+void darwin_handle_device_remove(void* /*context*/, io_iterator_t iterator) noexcept {
   char text[64] = {};
   while (const io_service_t service = IOIteratorNext(iterator)) {
     SInt32 location = 0;
@@ -139,6 +146,9 @@ void darwin_handle_device_remove(void* /*context*/, io_iterator_t iterator) {
 }
 
 // ---- The monitor thread ----
+
+// Not kIOUSBDeviceClassName, which newer SDKs define as another class.
+constexpr const char* kDeviceClass = "IOUSBDevice";
 
 void report_failure(const char* what, kern_return_t status, int line = __builtin_LINE()) {
   const client_code sink;
@@ -161,7 +171,7 @@ io_iterator_t watch(IONotificationPortRef port, const char* type, CFDictionaryRe
 }
 
 void darwin_create_device_notify_thread(_yusb_platform_context* context) {
-  const IONotificationPortRef port = IONotificationPortCreate(kIOMasterPortDefault);
+  const IONotificationPortRef port = IONotificationPortCreate(MACH_PORT_NULL);
   if (port == nullptr) {
     report_failure("create a notification port", 0);
     return;
@@ -172,8 +182,8 @@ void darwin_create_device_notify_thread(_yusb_platform_context* context) {
     IONotificationPortDestroy(port);
     return;
   }
-  const CFMutableDictionaryRef arrivals = IOServiceMatching(kIOUSBDeviceClassName);
-  const CFMutableDictionaryRef removals = IOServiceMatching(kIOUSBDeviceClassName);
+  const CFMutableDictionaryRef arrivals = IOServiceMatching(kDeviceClass);
+  const CFMutableDictionaryRef removals = IOServiceMatching(kDeviceClass);
   context->running = true;
   const CFRunLoopRef runLoop = CFRunLoopGetCurrent();
   CFRetain(runLoop);
@@ -193,9 +203,10 @@ void darwin_create_device_notify_thread(_yusb_platform_context* context) {
   context->running = false;
 }
 
-// Says that the thread is gone, as the last thing it does in this library. This happens when a
-// thread_local is destroyed, not at the end of the thread's function, because a loader keeps a library mapped
-// while such a destructor is due: a host may unload the library as soon as the stop has returned.
+// Says that the thread is gone, as the last thing it does in this library. This happens when a thread_local
+// is destroyed, not at the end of the thread's function: a host may unload the library as soon as the stop
+// has returned, and glibc keeps a library mapped while such a destructor is due. (Apple's loader never unmaps
+// a library that has a thread_local.)
 struct monitor_exit {
   _yusb_platform_context* context = nullptr;
   ~monitor_exit() {
@@ -203,8 +214,8 @@ struct monitor_exit {
   }
 };
 thread_local monitor_exit _monitor_exit;
-thread_local bool _is_monitor_thread =
-    false;  // not asked of the object above: every thread that did would owe its destructor
+// Separate from the object above: reading that one would register its destructor on every thread that asks.
+thread_local bool _is_monitor_thread = false;
 
 void darwin_thread_system_monitor(_yusb_platform_context* context) {
   _monitor_exit.context = context;
@@ -252,6 +263,7 @@ bool platform_hotplug_start(_yusb_platform_context* context) noexcept {
     std::thread(darwin_thread_system_monitor, context).detach();
   } catch (const std::exception& error) {
     context->monitor = yusb_monitor::none;
+    const client_code sink;
     YLog::output(log_error, "[ %s : %d ] Unable to create the monitor thread (%s)", __func__, __LINE__,
                  error.what());
     return false;
@@ -260,7 +272,11 @@ bool platform_hotplug_start(_yusb_platform_context* context) noexcept {
 }
 
 bool platform_hotplug_stop(_yusb_platform_context* context) noexcept {
-  if (context == nullptr || refused() || platform_is_monitor_thread()) return true;
+  if (context == nullptr || refused()) return true;
+  if (platform_is_monitor_thread()) {
+    report_reentry(__func__, __LINE__);
+    return true;
+  }
   context->stopRequested = true;
   yusb_monitor wanted = yusb_monitor::wanted;
   context->monitor.compare_exchange_strong(wanted, yusb_monitor::unwanted);

@@ -1,6 +1,7 @@
-// Apple's published declarations of what the backend uses, written down a second time and without the
-// leniencies that a layer of one's own gets by accident: which header brings a name, what is const, what is
-// deprecated since when.
+// Apple's published declarations of what the backend uses, as current SDKs have them: what is const, what is
+// deprecated since when, which value depends on the deployment target. Written apart from the declarations in
+// port/apple, which are more lenient. CFNumber has a header of its own because IOKit's headers do not bring
+// it.
 #pragma once
 #define APPLE_EXPORT extern "C" __attribute__((visibility("default")))
 

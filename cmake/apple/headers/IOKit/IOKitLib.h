@@ -1,10 +1,10 @@
 #pragma once
 #include <CoreFoundation/CFBase.h>
+#include <mach/port.h>
 
 typedef int kern_return_t;
 typedef kern_return_t IOReturn;
 typedef UInt32 IOOptionBits;
-typedef unsigned int mach_port_t;
 typedef mach_port_t io_object_t;
 typedef io_object_t io_iterator_t;
 typedef io_object_t io_registry_entry_t;

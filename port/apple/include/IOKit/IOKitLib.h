@@ -4,11 +4,11 @@
 #include <CoreFoundation/CFBase.h>
 #include <CoreFoundation/CFDictionary.h>
 #include <CoreFoundation/CFRunLoop.h>
+#include <mach/port.h>
 
 typedef int kern_return_t;
 typedef kern_return_t IOReturn;
 typedef UInt32 IOOptionBits;
-typedef unsigned int mach_port_t;
 typedef mach_port_t io_object_t;
 typedef io_object_t io_iterator_t;
 typedef io_object_t io_registry_entry_t;
@@ -27,9 +27,7 @@ typedef void (*IOServiceMatchingCallback)(void* refcon, io_iterator_t iterator);
 #define kIOFirstMatchNotification "IOServiceFirstMatch"
 #define kIOTerminatedNotification "IOServiceTerminate"
 
-YORVAN_APPLE_EXPORT const mach_port_t kIOMasterPortDefault;  // 0
-
-// Null if the bus cannot be watched.
+// `mainPort` is MACH_PORT_NULL. Null if the bus cannot be watched.
 YORVAN_APPLE_EXPORT IONotificationPortRef IONotificationPortCreate(mach_port_t mainPort);
 YORVAN_APPLE_EXPORT void IONotificationPortDestroy(IONotificationPortRef notify);
 // The source belongs to the port and ends with it.

@@ -1,7 +1,13 @@
 #pragma once
 #include <IOKit/usb/USB.h>
 
+// As SDKs from 10.15 on have it: one name, two classes, by the oldest macOS that the program runs on.
+#define kIOUSBHostDeviceClassName "IOUSBHostDevice"
+#if __ENVIRONMENT_MAC_OS_X_VERSION_MIN_REQUIRED__ >= 101500
+#define kIOUSBDeviceClassName kIOUSBHostDeviceClassName
+#else
 #define kIOUSBDeviceClassName "IOUSBDevice"
+#endif
 #define kIOUSBDeviceUserClientTypeID                                                                     \
   CFUUIDGetConstantUUIDWithBytes(NULL, 0x9D, 0xC7, 0xB7, 0x80, 0x9E, 0xC0, 0x11, 0xD4, 0xA5, 0x4F, 0x00, \
                                  0x0A, 0x27, 0x05, 0x28, 0x61)
