@@ -1,0 +1,142 @@
+"""A running virtual machine: QEMU without KVM, a port to the shell in it, and QMP, over which it plugs its own devices."""
+import json
+import os
+import pathlib
+import queue
+import signal
+import socket
+import subprocess
+import tempfile
+import threading
+import time
+
+BOOT_SECONDS = 300
+
+QEMU = {
+    "amd64": ["qemu-system-x86_64", "-machine", "pc", "-cpu", "qemu64"],
+    "arm64": ["qemu-system-aarch64", "-machine", "virt", "-cpu", "cortex-a57"],
+}
+CONSOLE = {"amd64": "ttyS0", "arm64": "ttyAMA0"}
+
+
+class Broken(Exception):
+    """The machine does not do what was asked of it; the text says what."""
+
+
+class Qmp:
+    """QEMU's own control socket."""
+
+    def __init__(self, path):
+        self._socket = socket.socket(socket.AF_UNIX)
+        self._socket.connect(path)
+        self._file = self._socket.makefile("rw", encoding="utf-8")
+        self._file.readline()
+        self.command("qmp_capabilities")
+
+    def command(self, name, **arguments):
+        """The reason why the command failed, or None."""
+        self._file.write(json.dumps({"execute": name, "arguments": arguments}) + "\n")
+        self._file.flush()
+        for line in self._file:
+            answer = json.loads(line)
+            if "return" in answer:
+                return None
+            if "error" in answer:
+                return answer["error"]["desc"]
+        raise Broken("QEMU has ended")
+
+    def close(self):
+        self._file.close()
+        self._socket.close()
+
+
+class Vm:
+    """Boots on construction. Lines that the machine prints come from `lines`; None among them is its end.
+
+    `console` is the file that gets what the kernel says there.
+    """
+
+    def __init__(self, machine, console, udevd, accelerator):
+        self._folder = tempfile.TemporaryDirectory(prefix="kernel-")
+        folder = pathlib.Path(self._folder.name)
+        append = (f"console={CONSOLE[machine.arch]} loglevel=4 panic=-1 oops=panic log_buf_len=16M mitigations=off "
+                  f"audit=0 random.trust_cpu=on udevd={int(udevd)}")
+        port = f"{folder}/port"
+        control = f"{folder}/qmp"
+        command = QEMU[machine.arch] + [
+            "-nodefaults", "-no-user-config", "-display", "none", "-no-reboot", "-m", "512", "-smp", "2",
+            "-kernel", str(machine.kernel), "-initrd", str(machine.initrd), "-append", append,
+            "-chardev", f"file,id=console,path={console}", "-serial", "chardev:console",
+            "-device", "virtio-serial-pci", "-chardev", f"socket,id=port,path={port},server=on,wait=off",
+            "-device", "virtserialport,chardev=port", "-device", "virtio-rng-pci",
+            "-qmp", f"unix:{control},server=on,wait=off", "-device", "qemu-xhci,id=xhci,p2=15,p3=4"]
+        for accel in accelerator.split(":"):
+            command += ["-accel", accel]
+        self.udevd = udevd
+        self.lines = queue.Queue()
+        self._errors = open(folder / "errors", "w+")
+        self._qemu = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self._errors, stderr=self._errors)
+        try:
+            self._qmp = Qmp(self._wait_for(control))
+            self._port = socket.socket(socket.AF_UNIX)
+            self._port.connect(self._wait_for(port))
+            threading.Thread(target=self._read, daemon=True).start()
+            if self.line(time.monotonic() + BOOT_SECONDS) != "ready":
+                raise Broken("the machine did not get ready")
+        except BaseException:
+            self.end()
+            raise
+
+    def _wait_for(self, path):
+        end = time.monotonic() + BOOT_SECONDS
+        while not os.path.exists(path):
+            if self._qemu.poll() is not None or time.monotonic() > end:
+                self._errors.seek(0)
+                raise Broken("QEMU does not start: " + self._errors.read().strip())
+            time.sleep(0.02)
+        return path
+
+    def _read(self):
+        """Answers what the machine asks of QEMU: a line "host COMMAND KEY=VALUE..."."""
+        with self._port.makefile("r", encoding="utf-8", errors="replace") as received:
+            try:
+                for line in received:
+                    line = line.rstrip("\r\n")
+                    if not line.startswith("host "):
+                        self.lines.put(line)
+                        continue
+                    name, *words = line.split()[1:]
+                    error = self._qmp.command(name, **dict(word.split("=", 1) for word in words))
+                    self.say(f"error {error}" if error else "ok")
+            except (OSError, ValueError, Broken):
+                pass
+        self.lines.put(None)
+
+    def say(self, line):
+        self._port.sendall(line.encode() + b"\n")
+
+    def line(self, end):
+        """The machine's next line. Raises Broken when it has ended, or nothing came until `end`."""
+        try:
+            found = self.lines.get(timeout=max(0.0, end - time.monotonic()))
+        except queue.Empty:
+            raise Broken("the machine said nothing more in time") from None
+        if found is None:
+            raise Broken("the machine has ended by itself")
+        return found
+
+    def ask(self, request, output, seconds):
+        """Has the machine run something; appends what it prints to `output` and gives its status, as text."""
+        self.say(request)
+        end = time.monotonic() + seconds
+        while True:
+            line = self.line(end)
+            if line.startswith("end "):
+                return line[4:]
+            output.append(line)
+
+    def end(self):
+        self._qemu.send_signal(signal.SIGKILL)
+        self._qemu.wait()
+        self._errors.close()
+        self._folder.cleanup()
