@@ -250,7 +250,8 @@ class Workspace:
     def baseline(self, preset, *chosen):
         """The tests must pass without a mutant. Returns a generous time limit."""
         if not self.build(preset):
-            raise Mistake(f"the sources do not build without a mutant:\n{self.said()[-3000:]}")
+            raise Mistake(f"{self.said()[-3000:]}\nThe sources do not build without a mutant. Where ./dev test "
+                          "builds them, remove build/mutants.")
         started = time.monotonic()
         failed = self.test(preset, None, *chosen)
         if failed:
