@@ -37,8 +37,18 @@
 // The log's sink must not call the library at all: it may run under these locks, or hold its own while
 // somebody under them waits for it.
 //
-// Exceptions. No function throws unless it says so. An exception from a handler or a visitor, or for
-// want of memory, ends the process.
+// Exceptions. Functions do not throw unless noted. An exception that escapes a handler or a visitor
+// terminates the process.
+//
+// Out of memory. A failed allocation terminates the process in these places only:
+// - on the monitor thread: when it starts, and when it reads a device or adds one to the list;
+// - when a context is entered into the set (context_create, common_object_append);
+// - when an interface is registered or unregistered, since that copies the list;
+// - in device_traverse, airpods_traverse and common_device_traverse, which copy it too;
+// - in common_device_append;
+// - in the first calls of device_is_apple, device_is_airpods and device_is_android, which build tables.
+// device_is_android and airpods_get_serial_number throw std::bad_alloc; global_initialize and
+// context_create say what they leave out. No other function here allocates. The log cuts long lines.
 //
 // Records. A record that is handed to a handler or a visitor is valid only during that call; copy it to
 // keep it.
@@ -162,7 +172,7 @@ YUSB_EXPORT void global_release() noexcept;
 
 // ---- Contexts ----
 
-// Opens a context and stores its handle in *out, or null if there is no memory: test the handle.
+// Opens a context and stores its handle in *out, or null if it cannot be allocated: test the handle.
 // False, with *out untouched, if `out` is null or the call is refused; else true.
 // Takes the context-set and device-list locks.
 YUSB_EXPORT bool context_create(_yusb_context** out) noexcept;
@@ -206,7 +216,8 @@ YUSB_EXPORT bool device_is_apple(const YUsbInfoDevice& device) noexcept;
 YUSB_EXPORT bool device_is_airpods(const YUsbInfoDevice& device) noexcept;
 
 // By vendor ID, or a phone maker's name anywhere in the manufacturer or product text, in any case of
-// letters. May be true of an Apple device. Throws std::bad_alloc if the texts cannot be copied.
+// letters. May be true of an Apple device. Throws std::bad_alloc if the texts cannot be copied, which it does
+// unless the vendor ID decides.
 YUSB_EXPORT bool device_is_android(const YUsbInfoDevice& device);
 
 // Shows the visitor every listed pair of AirPods; what it returns is ignored. True unless refused. An empty

@@ -17,8 +17,8 @@ namespace yusb {
 
 // True keeps the device. yusb::device_is_apple, yusb::device_is_airpods and yusb::device_is_android are
 // filters as they stand, and so is any function or lambda of this form. None of those here takes a lock,
-// throws or allocates when it is asked, but device_is_android, which throws std::bad_alloc. A filter may be
-// asked on several threads at once if all that it is made of may.
+// throws or allocates when it is asked, but those three, whose rules are in yusb.h; making one may throw
+// std::bad_alloc. A filter may be asked on several threads at once if all that it is made of may.
 using device_filter = std::function<bool(const YUsbInfoDevice&)>;
 
 // By idVendor, or by idVendor and idProduct.

@@ -42,8 +42,10 @@
 // lost. All of them wait for handlers that are running: hold no lock that one of those takes.
 //
 // Exceptions. Constructors throw std::runtime_error where the library is not initialised or refuses, as
-// above, and std::bad_alloc. Callbacks and filters must not throw. Lack of memory in an event ends the
-// process.
+// above, and std::bad_alloc if the watcher itself cannot be allocated. Callbacks and filters must not throw.
+// A failed allocation terminates the process while a constructor registers with the library, and when an
+// event is kept. stop(), close() and destructors allocate nothing, but for the removals that a queue keeps at
+// its end (watch_end::removals).
 #ifndef YUSB_WATCHER_H_
 #define YUSB_WATCHER_H_
 
@@ -236,7 +238,8 @@ class watch_queue {
 
   // Takes the next event; waits for one as long as `limit`, at most a year; 0 or less does not wait. Empty
   // when the time has passed without an event, or when the queue is closed and empty. Several threads may
-  // call it at once: each event goes to one of them. Throws std::bad_alloc, and then the event stays.
+  // call it at once: each event goes to one of them. Throws std::bad_alloc if a resync's devices cannot be
+  // copied, and then the resync stays; no other event allocates.
   std::optional<watch_event> next(std::chrono::milliseconds limit) {
     limit = std::clamp<std::chrono::milliseconds>(limit, limit.zero(), std::chrono::hours(24 * 365));
     std::unique_lock<std::mutex> lock(_state->mutex);

@@ -1,20 +1,45 @@
 // What happens when memory runs out, and when client code throws. Each case runs in a process of its own.
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <yusb_watcher.h>
+
 #include <cstddef>
 #include <new>
 #include <stdexcept>
 
 #include "support.h"
 
+#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#define FAILS_MALLOC  // a sanitizer has a malloc of its own
+extern "C" void* __libc_malloc(std::size_t) noexcept;
+extern "C" void* __libc_calloc(std::size_t, std::size_t) noexcept;
+#else
+#define __libc_malloc std::malloc
+#endif
+
 namespace {
 
-std::atomic<int> _failNothrow{0};    // which of the coming allocations that must not throw fails; 0 for none
-thread_local bool _failing = false;  // whether every allocation that may throw fails on this thread
+enum class on { no_thread, this_thread, other_threads };
+std::atomic<on> _counted{on::no_thread};  // whose allocations are counted
+thread_local bool _is_host = false;       // this_thread
+std::atomic<int> _countdown{0};           // the allocation that takes it to 0 fails
+bool _lasting = false;                    // and so does every later one
+std::atomic<bool> _failed{false};         // one of them has
 
 std::atomic<long> _left{0};  // allocations that must not throw and that nothing has freed
 
+bool fails() {
+  if (_counted != (_is_host ? on::this_thread : on::other_threads)) return false;
+  const int left = --_countdown;
+  const bool now = left == 0 || (left < 0 && _lasting);
+  if (now) _failed = true;
+  return now;
+}
+
 // A block, with what it counts in front of it.
 void* allocate(std::size_t size, long count) {
-  auto* const block = static_cast<std::max_align_t*>(std::malloc(sizeof(std::max_align_t) + size));
+  auto* const block = static_cast<std::max_align_t*>(__libc_malloc(sizeof(std::max_align_t) + size));
   *reinterpret_cast<long*>(block) = count;
   _left += count;
   return block + 1;
@@ -24,11 +49,15 @@ void* allocate(std::size_t size, long count) {
 
 // Not inlined: a compiler that sees free() behind a new-expression takes it for a mistake.
 __attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return _failNothrow > 0 && --_failNothrow == 0 ? nullptr : allocate(size, 1);
+  return fails() ? nullptr : allocate(size, 1);
 }
 __attribute__((noinline)) void* operator new(std::size_t size) {
-  return _failing ? throw std::bad_alloc() : allocate(size, 0);
+  return fails() ? throw std::bad_alloc() : allocate(size, 0);
 }
+__attribute__((noinline)) void* operator new[](std::size_t size, const std::nothrow_t& none) noexcept {
+  return operator new(size, none);
+}
+__attribute__((noinline)) void* operator new[](std::size_t size) { return operator new(size); }
 __attribute__((noinline)) void operator delete(void* block) noexcept {
   if (block == nullptr) return;
   auto* const whole = static_cast<std::max_align_t*>(block) - 1;
@@ -36,8 +65,26 @@ __attribute__((noinline)) void operator delete(void* block) noexcept {
   std::free(whole);
 }
 __attribute__((noinline)) void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
+__attribute__((noinline)) void operator delete[](void* block) noexcept { operator delete(block); }
+__attribute__((noinline)) void operator delete[](void* block, std::size_t) noexcept {
+  operator delete(block);
+}
+
+#ifdef FAILS_MALLOC
+extern "C" void* malloc(std::size_t size) noexcept { return fails() ? nullptr : __libc_malloc(size); }
+extern "C" void* calloc(std::size_t count, std::size_t size) noexcept {
+  return fails() ? nullptr : __libc_calloc(count, size);
+}
+#endif
 
 namespace {
+
+void begin_failing(on thread, int which, bool lasting) {
+  _is_host = true;
+  _countdown = which;
+  _lasting = lasting;
+  _counted = thread;
+}
 
 // The allocations in their order: context set, its mutex, device list, its mutex, platform context, a
 // context.
@@ -47,8 +94,9 @@ void fail_allocation(int which) {
   yusb::simulator bus;
   recorder client;
   _yusb_context* context = nullptr;
-  _failNothrow = which;
+  if (which < 6) begin_failing(on::this_thread, which, false);
   yusb::global_initialize();
+  if (which == 6) begin_failing(on::this_thread, 1, false);
   bool right = yusb::context_create(&context) && (context == nullptr) == (which == 6);
   right = right && !yusb::common_object_append(context);  // in the set already, or there is no set
   if (context != nullptr) right = right && yusb::common_object_remove(context) == contexts;
@@ -62,16 +110,153 @@ void fail_allocation(int which) {
   std::exit(right && _left == 0 ? 0 : 1);
 }
 
-template <typename Call>
-void with_no_memory(Call call) {
-  const struct until_it_ends {
-    ~until_it_ends() { _failing = false; }
-  } failing;
-  _failing = true;
-  call();
+struct counting_client : yusb_device_event_interface {
+  int heard = 0;
+  void on_device_event(const YUsbInfoDevice&, _yusb_device_event) override { ++heard; }
+};
+
+// A library in use, whose log goes to standard error, and what the calls need.
+struct world {
+  yusb::simulator bus;
+  counting_client client, other;
+  _yusb_context* context = nullptr;
+  const YUsbInfoDevice pods = make_record(0x05AC, 0x1393, "pods", nullptr, {"maker", "product", "serial"});
+  const std::string line = std::string(511, '\1'), long_line = line + '\1';
+  const yusb::device_filter filter = yusb::except(yusb::with_serial_number("serial"));
+  const yusb::watch_callback callback = [](auto&, auto) {};
+  const yusb::device_visitor visitor = [](auto&) { return true; };
+  std::optional<yusb::watcher> watcher;
+  std::optional<yusb::watch_queue> queue, overflowed;
+
+  world() {
+    bus.plug(make_device(1, 2, 0x100));
+    start();
+    yusb::common_device_append(pods);
+    watcher.emplace(callback, filter, yusb::watch_end::removals);
+    queue.emplace();
+    overflowed.emplace(yusb::device_filter(), 0);
+  }
+
+  void start() {
+    yusb::global_initialize();
+    bus.settle();
+    yusb::context_create(&context);
+    yusb::context_notify_object_append(context, &client);
+  }
+
+  void release() {
+    watcher.reset(), queue.reset(), overflowed.reset();
+    yusb::global_release();
+  }
+
+  // Whether all that is there can be released, and begun again.
+  bool is_sound() {
+    release();
+    const bool nothing_left = _left == 0 && yusb::simulator::leaks().empty();
+    client.heard = 0;
+    start();
+    const bool works = listed() == "0x100" && client.heard == 1;
+    yusb::global_release();
+    return nothing_left && works;
+  }
+};
+
+using use = void (*)(world&);
+
+// "returns", "throws", "terminates"; "" if there is no such allocation.
+std::string outcome(use use, on thread, int which, bool lasting) {
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
+    world world;
+    bool threw = false;
+    begin_failing(thread, which, lasting);
+    try {
+      use(world);
+    } catch (const std::bad_alloc&) {
+      threw = true;
+    }
+    _counted = on::no_thread;
+    _exit(!_failed ? 0 : !world.is_sound() ? 3 : threw ? 2 : 1);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  constexpr const char* ends[] = {"", "returns", "throws", "leaves damage"};
+  return WIFEXITED(status)             ? ends[WEXITSTATUS(status)]
+         : WTERMSIG(status) == SIGABRT ? "terminates"
+                                       : "crashes";
+}
+
+// How a call ends when its allocations fail, each in its turn; equal ends in a row once.
+std::string outcomes(use use, on thread = on::this_thread) {
+  std::string all, last;
+  for (int which = 1;; ++which) {
+    const std::string one = outcome(use, thread, which, false);
+    if (one.empty()) return all;
+    EXPECT_EQ(outcome(use, thread, which, true), one) << which << " and all that follow";
+    if (one != last) all += (all.empty() ? "" : ", ") + one;
+    last = one;
+  }
 }
 
 }  // namespace
+
+TEST(OutOfMemory, EndsEachCallAsTheHeadersSay) {
+  using namespace yusb;
+  const std::tuple<const char*, use, const char*> calls[] = {
+      {"a start", [](world& w) { w.release(), global_initialize(); }, "returns"},
+      {"a release", [](world& w) { w.release(); }, ""},
+      {"context_create", [](world& w) { context_create(&w.context); }, "returns, terminates"},
+      {"context_release", [](world& w) { context_release(w.context); }, ""},
+      {"a registration", [](world& w) { context_notify_object_append(w.context, &w.other); }, "terminates"},
+      {"its end", [](world& w) { context_notify_object_remove(w.context, &w.client); }, "terminates"},
+      {"device_traverse", [](world& w) { device_traverse(nullptr, w.visitor); }, "terminates"},
+      {"device_is_exist", [](world& w) { device_is_exist(nullptr, w.pods); }, ""},
+      {"device_is_apple", [](world& w) { device_is_apple(w.pods); }, "terminates"},
+      {"device_is_airpods", [](world& w) { device_is_airpods(w.pods); }, "terminates"},
+      {"device_is_android", [](world& w) { device_is_android(w.pods); }, "terminates, throws, terminates"},
+      {"airpods_traverse", [](world& w) { airpods_traverse(nullptr, w.visitor); }, "terminates"},
+      {"a serial number", [](world& w) { airpods_get_serial_number(w.pods); }, "throws"},
+      {"a record", [](world& w) { YUsbInfoDevice(w.pods).setFactory(w.pods.describe()); }, ""},
+      {"entering the set", [](world& w) { common_object_remove(w.context), common_object_append(w.context); },
+       "terminates"},
+      {"an arrival",
+       [](world& w) {
+         for (int i = 0; i < 9; ++i) common_device_append(w.pods);
+       },
+       "terminates"},
+      {"removals",
+       [](world& w) {
+         common_device_remove_from_location(w.pods.location());
+         common_device_remove_from_instance_path(w.pods.location());
+         common_device_remove(w.pods);
+       },
+       ""},
+      {"delivery",
+       [](world& w) {
+         common_notify_device_append(w.context, w.pods);
+         common_notify_device_remove(w.context, w.pods);
+         common_device_printf(w.pods);
+       },
+       ""},
+      {"a line", [](world& w) { YLog::output(EYORVAN_LOG_LEVEL_INFO, "%s%d", w.line.c_str() + 1, 1); }, ""},
+      {"a long line", [](world& w) { YLog::output(EYORVAN_LOG_LEVEL_INFO, "%s", w.long_line.c_str()); },
+       "returns"},
+      {"a text", [](world&) { YString("text"); }, "throws"},
+      {"its copy", [](world& w) { (YString(w.pods.factory()) = w.pods.describe()).contains(""); }, ""},
+      {"a filter", [](world& w) { w.filter(w.pods); }, ""},
+      {"a watcher", [](world& w) { watcher(w.callback, w.filter); }, "throws, terminates"},
+      {"its end", [](world& w) { w.watcher->stop(); }, ""},
+      {"a queue", [](world&) { watch_queue(); }, "throws, terminates"},
+      {"its end", [](world& w) { w.queue->close(); }, ""},
+      {"an event", [](world& w) { w.queue->next(std::chrono::milliseconds(0)); }, ""},
+      {"a resync", [](world& w) { w.overflowed->next(std::chrono::milliseconds(0)); }, "throws"},
+      {"the bus", [](world&) { bus_present(), bus_settle(); }, ""},
+      {"a device", [](world& w) { w.bus.plug({}); }, "throws"}};
+  for (const auto& [name, call, expected] : calls) EXPECT_EQ(outcomes(call), expected) << name;
+  const use read_a_device = [](world& w) { w.release(), w.start(), global_release(); };
+  EXPECT_EQ(outcomes(read_a_device, on::other_threads), "terminates") << "the monitor thread";
+}
 
 TEST(OutOfMemory, EachAllocationThatFailsLeavesTheRestWorking) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
@@ -80,18 +265,26 @@ TEST(OutOfMemory, EachAllocationThatFailsLeavesTheRestWorking) {
   }
 }
 
-TEST(OutOfMemory, PassesOnWhereItMayAndEndsTheProcessElsewhere) {
-  testing::GTEST_FLAG(death_test_style) = "threadsafe";
-  const YUsbInfoDevice record = make_record(1, 1, "a", nullptr, {"a maker", "", "serial"});
-  EXPECT_FALSE(yusb::device_is_android(record));  // builds the tables, for which there must be memory
-  EXPECT_THROW(with_no_memory([&] { yusb::airpods_get_serial_number(record); }), std::bad_alloc);
-  EXPECT_THROW(with_no_memory([&] { yusb::device_is_android(record); }), std::bad_alloc);
-  const auto append = [&record] {
-    const yusb::simulator bus;
-    yusb::global_initialize();
-    with_no_memory([&record] { yusb::common_device_append(record); });
-  };
-  EXPECT_DEATH(append(), "");
+TEST_F(Library, KeepsAResyncThatCouldNotBeCopied) {
+  yusb::watch_queue queue({}, 0);
+  append({"a"});
+  begin_failing(on::this_thread, 1, false);
+  EXPECT_THROW(queue.next(std::chrono::milliseconds(0)), std::bad_alloc);
+  EXPECT_EQ(queue.next(std::chrono::milliseconds(0)).value().devices.size(), 1u);
+}
+
+TEST(OutOfMemory, CutsALineThatCannotBeFormattedOrEscaped) {
+  const std::string line(512, '\1');
+  std::string cut;
+  for (int i = 0; i < 511; ++i) cut += "\\x01";
+  for (const int which : {1, 2}) {
+    testing::internal::CaptureStderr();
+    begin_failing(on::this_thread, which, false);
+    YLog::output(EYORVAN_LOG_LEVEL_INFO, "%s", line.c_str());
+    _counted = on::no_thread;
+    EXPECT_TRUE(_failed.exchange(false));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), cut + "\n");
+  }
 }
 
 TEST_F(Library, EndsTheProcessWhenClientCodeThrows) {

@@ -10,7 +10,6 @@
 #include <memory>
 #include <mutex>
 #include <new>
-#include <string>
 
 namespace {
 
@@ -20,26 +19,40 @@ void* _sinkUser = nullptr;       // under _sinkMutex
 std::atomic<int> _threshold{0};  // no lock: an out-of-date value shows or hides one line
 thread_local bool _insideSink = false;
 
-// Appends what a terminal or a reader of lines cannot be harmed by.
-void appendVisible(std::string& out, const char* line, std::size_t size) {
-  for (std::size_t i = 0; i < size; ++i) {
-    const auto c = static_cast<unsigned char>(line[i]);
-    if ((c < 0x20 && c != '\t') || c == 0x7F) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\x%02X", c);
-      out += escaped;
-    } else {
-      out += static_cast<char>(c);
-    }
-  }
+// "%04X" of a value that fits in it.
+std::array<char, 5> hexadecimal(unsigned value) {
+  constexpr char digits[] = "0123456789ABCDEF";
+  return {digits[value >> 12], digits[value >> 8 & 15], digits[value >> 4 & 15], digits[value & 15]};
 }
 
+constexpr std::size_t linesWithoutHeap = 512;  // bytes, with the zero behind the line
+
+// A control character could harm a terminal, or end a line.
+bool isControl(char c) { return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F; }
+
+// One call of fwrite is one line, whoever else writes. Takes memory only for what took some to be made.
 void writeToStandardError(const char* line, std::size_t size) {
-  std::string text;
-  text.reserve(size + 1);
-  appendVisible(text, line, size);
-  text += '\n';
-  std::fwrite(text.data(), 1, text.size(), stderr);  // one call is one line, whoever else writes
+  constexpr std::size_t escapedSize = 4;
+  char onStack[escapedSize * linesWithoutHeap];
+  const auto controls = static_cast<std::size_t>(std::count_if(line, line + size, isControl));
+  std::unique_ptr<char[]> onHeap;
+  if (const std::size_t needed = size + (escapedSize - 1) * controls + 1; needed > sizeof onStack) {
+    onHeap.reset(new (std::nothrow) char[needed]);
+    if (onHeap == nullptr) size = std::min(size, linesWithoutHeap - 1);
+  }
+  char* const text = onHeap == nullptr ? onStack : onHeap.get();
+  char* end = text;
+  for (std::size_t i = 0; i < size; ++i) {
+    if (isControl(line[i])) {
+      const auto digits = hexadecimal(static_cast<unsigned char>(line[i]));
+      end = std::copy_n("\\x", 2, end);
+      end = std::copy_n(digits.data() + 2, 2, end);
+    } else {
+      *end++ = line[i];
+    }
+  }
+  *end++ = '\n';
+  std::fwrite(text, 1, static_cast<std::size_t>(end - text), stderr);
 }
 
 void hand(EYORVAN_LOG_LEVEL level, const char* line, std::size_t size) {
@@ -55,12 +68,6 @@ void hand(EYORVAN_LOG_LEVEL level, const char* line, std::size_t size) {
   _insideSink = true;
   _sink(level, line, size, _sinkUser);
   _insideSink = false;
-}
-
-// "%04X" of a value that fits in it.
-std::array<char, 5> hexadecimal(unsigned value) {
-  constexpr char digits[] = "0123456789ABCDEF";
-  return {digits[value >> 12], digits[value >> 8 & 15], digits[value >> 4 & 15], digits[value & 15]};
 }
 
 // As vsnprintf, in a fraction of its steps for the lines that a device's report is made of: those that end in
@@ -95,7 +102,7 @@ int formatLine(char* buffer, std::size_t capacity, const char* format, va_list a
 
 void YLog::output(EYORVAN_LOG_LEVEL level, const char* format, ...) noexcept {
   if (level < _threshold.load(std::memory_order_relaxed)) return;
-  char buffer[512];  // longer lines go through the heap
+  char buffer[linesWithoutHeap];
   va_list arguments;
   va_start(arguments, format);
   va_list again;

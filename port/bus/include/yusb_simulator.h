@@ -81,7 +81,8 @@ struct simulated_request {
 // The bus. One at a time; from its construction it is what the library watches from its next initialisation
 // on, and until then nothing changes. Destroy it after yusb::global_release; then the host's own bus is the
 // library's again. All functions may be called from any thread, before, during and after the library's use;
-// plug, unplug and requests also from a handler.
+// plug, unplug and requests also from a handler. All but settle and the destructor may throw
+// std::bad_alloc; what a plug or an unplug that threw has done is undefined.
 class YUSB_BUS_EXPORT simulator {
  public:
   simulator();

@@ -23,7 +23,8 @@ class YORVANCORE_EXPORT YLog {
   using Sink = void (*)(EYORVAN_LOG_LEVEL level, const char* line, std::size_t size, void* user);
 
   // Writes one line, as printf. Control characters but the tab appear on standard error as \xNN, so that a
-  // line stays one line. Throws nothing; a line that cannot be formatted for want of memory is cut.
+  // line stays one line. Throws nothing. Lines of up to 511 bytes need no memory; a longer one that cannot be
+  // allocated is cut to 511.
   static void output(EYORVAN_LOG_LEVEL level, const char* format, ...) noexcept YORVANCORE_PRINTF(2, 3);
 
   // Where lines go from now on, with `user` handed through; null is standard error. When it returns,
