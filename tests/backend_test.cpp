@@ -112,14 +112,14 @@ struct AwkwardDevice : Library {
     listen();
   }
 
-  // Attaches a device; one with a delay is on its way to tell its manufacturer when this returns.
+  // Attaches a device; one with a delay is asked for its manufacturer when this returns.
   int plug(std::uint32_t location, const char* serial, int delay = 0, std::int32_t status = 0) {
     simulated_device device = make_device(1, 2, location);
     device.manufacturer = "any";
     device.serial_number = serial;
     device.replies[1] = {status, {4, 3, 'm', 0}, std::chrono::milliseconds(delay)};
     const int id = bus.plug(device);
-    while (delay != 0 && bus.requests(id).empty()) std::this_thread::yield();
+    EXPECT_TRUE(delay == 0 || comes_true([&] { return !bus.requests(id).empty(); }));
     return id;
   }
 
@@ -132,7 +132,7 @@ struct AwkwardDevice : Library {
 };
 
 TEST_F(AwkwardDevice, UnpluggedWhileItIsReadArrivesWithWhatWasReadAndLeaves) {
-  bus.unplug(plug(0xA, "serial", 300));
+  bus.unplug(plug(0xA, "serial", 1000));
   expect_heard({"+0xA m ", "-0xA m "});
 }
 
@@ -140,22 +140,22 @@ TEST_F(AwkwardDevice, UnpluggedBetweenTheListingAndTheWatchingIsToldOf) {
   global_release();
   const int id = plug(0xA, "unread");
   plug(0xB, "read");
-  std::atomic<bool> ready{false};
+  gate ready;
   bus.before_calls([&](const std::string& call) {
     if (call != "IOServiceAddMatchingNotification") return true;
-    while (!ready) std::this_thread::yield();
+    ready.wait();
     bus.unplug(id);
     return true;
   });
   global_initialize();
   context_create(&context);
   listen();
-  ready = true;
+  ready.open();
   expect_heard({"+0xA  ", "+0xB m read", "-0xA  "});
 }
 
 TEST_F(AwkwardDevice, OneThatDoesNotAnswerHoldsUpOthersAndLosesNone) {
-  plug(0xA, "slow", 300, static_cast<std::int32_t>(0xE00002D6));  // kIOReturnTimeout
+  plug(0xA, "slow", 1000, static_cast<std::int32_t>(0xE00002D6));  // kIOReturnTimeout
   bus.unplug(plug(0xB, "unread"));
   plug(0xB, "read");
   EXPECT_EQ(listed(), "");  // only the monitor thread waits
@@ -182,6 +182,19 @@ TEST(Monitor, RefusesASecondStartAndForgetsNothing) {
   }
 }
 
+TEST_F(Library, TakesNoSignalOfTheHostOnItsThread) {
+  sigset_t blocked;
+  client.then = [&](auto&, auto) { pthread_sigmask(SIG_BLOCK, nullptr, &blocked); };
+  listen();
+  bus.plug(make_device(1, 2, 3));
+  settle();
+  for (const int each : {SIGINT, SIGTERM, SIGCHLD, SIGALRM, SIGUSR1, SIGPROF, SIGRTMIN})
+    EXPECT_TRUE(sigismember(&blocked, each)) << each;
+  EXPECT_FALSE(sigismember(&blocked, SIGSEGV)) << "its own";
+  append({"a"});
+  EXPECT_FALSE(sigismember(&blocked, SIGTERM)) << "on the host's thread";
+}
+
 // A stop that arrives while the monitor thread is at a given call, or has not begun.
 TEST(Monitor, StopsFromEveryWindowOfTheStart) {
   for (const std::string window : {"", "IONotificationPortCreate", "IOServiceMatching", "CFRunLoopAddSource",
@@ -191,21 +204,21 @@ TEST(Monitor, StopsFromEveryWindowOfTheStart) {
       kept_log log;
       simulator bus;
       if (with_devices) bus.plug(make_device(1, 2, 3));
-      std::atomic<bool> reached{window.empty()}, stopping{false};
+      gate reached, stopping;
       bus.before_calls([&, host = std::this_thread::get_id()](const char* call) {
         if (call != window || std::this_thread::get_id() == host) return true;
-        reached = true;
+        reached.open();
         _yusb_platform_context other;
         global_release();  // refused here, where it would wait for itself
         EXPECT_TRUE(platform_hotplug_stop(&other) && !other.stopRequested);
-        while (!stopping) std::this_thread::yield();
+        stopping.wait();
         // The delay under test: the stop polls meanwhile.
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
         return true;
       });
       global_initialize();
-      while (!reached) std::this_thread::yield();
-      stopping = true;
+      if (!window.empty()) reached.wait();
+      stopping.open();
       global_release();
       EXPECT_EQ(simulator::leaks(), strings());
       if (window.empty()) continue;
@@ -243,8 +256,8 @@ TEST(Monitor, SurvivesASystemThatRefuses) {
     bus.plug(make_device(1, 2, 3));
     bus.before_calls([&](const char* call) { return call != refused; });
     global_initialize();
-    strings errors;
-    while (errors.empty()) errors = log.take('4');
+    const strings errors = log.await('4');
+    ASSERT_FALSE(errors.empty());
     EXPECT_EQ(errors[0].find("4 [ darwin_create_device_notify_thread : "), 0u) << refused << errors[0];
     EXPECT_EQ(listed(), "");
     global_release();

@@ -17,18 +17,59 @@ using numbers = std::vector<long>;
 
 long number_of(const YUsbInfoDevice& record) { return record.vendorID() * 0x10000l + record.productID(); }
 
+// Lets threads wait for each other's steps without ever waiting all at once.
+class pacer {
+ public:
+  explicit pacer(unsigned threads) : _threads(threads) {}
+
+  void step() {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    ++_steps;
+    _stepped.notify_all();
+  }
+
+  // Until others have taken `count` steps, or no other is left to take one.
+  void wait_for(unsigned count) {
+    std::unique_lock<std::mutex> lock(_mutex);
+    ++_steps;
+    _stepped.notify_all();
+    for (const unsigned long from = _steps; _steps - from < count && _waiting + 1 < _threads;) {
+      ++_waiting;
+      _stepped.wait(lock);
+      --_waiting;
+    }
+  }
+
+  void leave() {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    --_threads;
+    _stepped.notify_all();
+  }
+
+ private:
+  std::mutex _mutex;
+  std::condition_variable _stepped;
+  unsigned long _steps = 0;  // under _mutex
+  unsigned _threads;         // that may take a step; under _mutex
+  unsigned _waiting = 0;     // under _mutex
+};
+
 // Keeps what comes on the monitor thread apart from what is replayed on its owner's.
 struct observer : yusb_device_event_interface {
+  explicit observer(pacer& steps) : pace(steps) {}
+
   void on_device_event(const YUsbInfoDevice& device, _yusb_device_event event) override {
     const std::lock_guard<std::mutex> lock(mutex);
     numbers& kept = std::this_thread::get_id() == owner ? replayed : live;
     kept.push_back(event == YUSB_DEVICE_EVENT_APPEND ? number_of(device) : -number_of(device));
+    pace.step();
   }
   std::size_t live_count() {
     const std::lock_guard<std::mutex> lock(mutex);
     return live.size();
   }
 
+  pacer& pace;
   numbers live, replayed;
   const std::thread::id owner = std::this_thread::get_id();
   std::mutex mutex;
@@ -40,11 +81,17 @@ struct sight {
   std::size_t before, after;
 };
 
+// What was heard between opening a context and closing it, and then in the replay of the closing.
+struct life {
+  numbers live, removed;
+  bool exact;  // nothing can come between the two
+};
+
 struct model_client {
   observer& witness;
   std::mt19937 random;
   std::vector<sight> sights;
-  std::vector<numbers> lives;  // each heard between opening and closing a context
+  std::vector<life> lives;
 
   template <typename Look>
   void see(Look look) {
@@ -65,12 +112,12 @@ struct model_client {
   void visit() {
     _yusb_context* own = nullptr;
     context_create(&own);
-    observer client;
+    observer client(witness.pace);
     see([&] {
       EXPECT_TRUE(context_notify_object_append(own, &client));
       return std::exchange(client.replayed, {});
     });
-    for (unsigned i = random() % 300; i > 0; --i) std::this_thread::yield();
+    witness.pace.wait_for(random() % 8);
     const bool unregisters = random() % 2 == 0;
     see([&] {
       EXPECT_TRUE(unregisters ? context_notify_object_remove(own, &client) : context_release(own));
@@ -78,7 +125,7 @@ struct model_client {
       return client.replayed;
     });
     EXPECT_TRUE(!unregisters || context_release(own));
-    lives.push_back(client.live);
+    lives.push_back({client.live, client.replayed, !unregisters});
   }
 };
 
@@ -100,16 +147,18 @@ TEST_F(Library, AgreesWithAModelWhateverHappensAtOnce) {
   unsigned long seed = chosen("YUSB_SEED", std::random_device()()), arrivals = 0;
   for (unsigned long done = 0; done < steps && !HasFailure(); done += (kClients + 1) * kStepsOfAThread) {
     SCOPED_TRACE("YUSB_SEED=" + std::to_string(seed));
-    observer witness;
+    pacer pace(kClients + 1);
+    observer witness(pace);
     ASSERT_TRUE(context_notify_object_append(context, &witness));
     std::vector<model_client> clients(kClients, {witness, {}, {}, {}});
     std::vector<std::thread> threads;
     std::mt19937 random(seed * 10);
     for (model_client& each : clients) {
       each.random.seed(++seed * 10);
-      threads.emplace_back([&each] {
+      threads.emplace_back([&each, &pace] {
         for (unsigned step = 0; step < kStepsOfAThread; ++step)
           each.random() % 2 == 0 ? each.walk() : each.visit();
+        pace.leave();
       });
     }
     std::vector<int> plugged(kPorts);
@@ -122,8 +171,9 @@ TEST_F(Library, AgreesWithAModelWhateverHappensAtOnce) {
             bus.plug(make_device(static_cast<std::uint16_t>(1 + arrivals / 0xFFFF),
                                  static_cast<std::uint16_t>(1 + arrivals % 0xFFFF), (port + 1) << 20));
       }
-      for (unsigned i = random() % 100; i > 0; --i) std::this_thread::yield();
+      pace.wait_for(random() % 4);
     }
+    pace.leave();
     for (const int id : plugged) bus.unplug(id);
     for (std::thread& each : threads) each.join();
     settle();
@@ -136,9 +186,12 @@ TEST_F(Library, AgreesWithAModelWhateverHappensAtOnce) {
       for (const sight& seen : each.sights)
         EXPECT_TRUE(was_list(seen, log)) << testing::PrintToString(seen.list) << testing::PrintToString(log);
       // Live events are one unbroken piece of the witness's.
-      for (const numbers& live : each.lives)
-        EXPECT_TRUE(live.empty() ||
-                    std::search(log.begin(), log.end(), live.begin(), live.end()) != log.end());
+      for (const auto& [live, removed, exact] : each.lives) {
+        const auto start = std::search(log.begin(), log.end(), live.begin(), live.end());
+        EXPECT_TRUE(live.empty() || start != log.end());
+        const std::size_t end = static_cast<std::size_t>(start - log.begin()) + live.size();
+        EXPECT_TRUE(live.empty() || !exact || was_list({removed, end, end}, log));
+      }
     }
   }
 }

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <functional>
 #include <mutex>
@@ -28,6 +29,36 @@ using strings = std::vector<std::string>;
 inline unsigned long chosen(const char* variable, unsigned long otherwise) {
   const char* const text = std::getenv(variable);
   return text == nullptr ? otherwise : std::strtoul(text, nullptr, 10);
+}
+
+constexpr std::chrono::minutes kPatience(1);  // with what takes no time as a rule
+
+// Closed until somebody opens it.
+class gate {
+ public:
+  void open() {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _is_open = true;
+    _opened.notify_all();
+  }
+  void wait() {
+    std::unique_lock<std::mutex> lock(_mutex);
+    EXPECT_TRUE(_opened.wait_for(lock, kPatience, [this] { return _is_open; }));
+  }
+
+ private:
+  std::mutex _mutex;
+  std::condition_variable _opened;
+  bool _is_open = false;  // under _mutex
+};
+
+// Whether something comes true that nobody announces.
+template <typename Condition>
+bool comes_true(Condition condition) {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (!condition() && std::chrono::steady_clock::now() < end)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return condition();
 }
 
 struct device_texts {
@@ -111,13 +142,26 @@ class kept_log {
     return std::exchange(_lines, {});
   }
 
+  // The same, once there is one.
+  strings await(char level) {
+    {
+      std::unique_lock<std::mutex> lock(_mutex);
+      const auto wanted = [level](const std::string& line) { return line[0] >= level; };
+      const auto logged = [&] { return std::any_of(_lines.begin(), _lines.end(), wanted); };
+      EXPECT_TRUE(_changed.wait_for(lock, kPatience, logged));
+    }
+    return take(level);
+  }
+
  private:
   static void keep(EYORVAN_LOG_LEVEL level, const char* line, std::size_t size, void* self) {
     const std::lock_guard<std::mutex> lock(static_cast<kept_log*>(self)->_mutex);
     static_cast<kept_log*>(self)->_lines.push_back(std::to_string(level) + " " + std::string(line, size));
+    static_cast<kept_log*>(self)->_changed.notify_all();
   }
 
   std::mutex _mutex;
+  std::condition_variable _changed;
   strings _lines;  // under _mutex
 };
 

@@ -1,6 +1,8 @@
 // The program yusb: its parts one by one, then the program itself as a script or a terminal sees it.
+#include <poll.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <map>
@@ -13,6 +15,7 @@
 #include "line.h"
 #include "picture.h"
 #include "scenario.h"
+#include "stop.h"
 #include "support.h"
 #include "text.h"
 #include "tree.h"
@@ -199,6 +202,10 @@ TEST(ToolProgram, EndsWithTheStatusThatScriptsRelyOn) {
                             wait 1ms
                             attach 1-2 18d1:4ee7
                             wait 10m)";
+  int pipe_ends[2];
+  ASSERT_EQ(pipe(pipe_ends), 0);
+  dup2(pipe_ends[1], 9);  // a pipe that nobody reads from any more
+  for (const int end : pipe_ends) close(end);
   const std::tuple<const char*, int, const char*> cases[] = {
       {"yusb", 0, "Usage: yusb"},
       {"f='" YUSB_EXAMPLE "'; play list --tree --filter android", 0, "0x1210000   18d1:4ee7  4.40"},
@@ -215,8 +222,13 @@ TEST(ToolProgram, EndsWithTheStatusThatScriptsRelyOn) {
       {"signalled INT", 0, "status 0"},
       // The reader goes while nothing happens for minutes, or before anything does.
       {"exec 3>&1; (play watch; echo status $? >&3) | head -n 2", 0, "status 0"},
-      {"exec 3>&1; (trap '' PIPE; while echo 2>&-; do :; done;"
-       "env --default-signal=PIPE \"$p\" list --simulate \"$f\"; echo status $? >&3) | :",
+      {"play list >&9", 0, ""},
+      // The reader stops reading, and waits.
+      {"for i in $(seq 600); do echo attach 1-$i 1:1 product='\"'$(printf %0126d)'\"'; done >\"$f.many\";"
+       "echo wait 10m >>\"$f.many\"; mkfifo \"$f.end\";"
+       "{ sh -c 'echo $$; exec \"$0\" watch --simulate \"$1.many\"' \"$p\" \"$f\"; echo status $? "
+       ">\"$f.end\"; } |"
+       "{ read pid; read line; kill $pid; timeout 60 cat \"$f.end\"; }; rm \"$f.many\" \"$f.end\"",
        0, "status 0"},
       {"play wait --filter apple,android --filter vendor=18d1 --json", 0, "\"product_id\":\"4ee7\""},
       {"play wait --filter apple --filter vendor=18d1 --timeout 20ms", 3, "no such device has arrived"},
@@ -240,6 +252,16 @@ TEST(ToolProgram, EndsWithTheStatusThatScriptsRelyOn) {
         "watch --count 0", "watch --count -1", "watch --count 010", "watch --gone", "list --simulate ''"})
     EXPECT_TRUE(has(shell("yusb " + wrong), "exit 2\n")) << wrong;
   std::remove(file.c_str());
+}
+
+TEST(ToolProgram, LeavesAnInterruptIgnoredThatItWasStartedToIgnore) {
+  std::signal(SIGINT, SIG_IGN);
+  const stop ending;
+  pollfd asked = {ending.descriptor(), POLLIN, 0};
+  raise(SIGINT);
+  EXPECT_EQ(poll(&asked, 1, 0), 0);
+  raise(SIGTERM);
+  EXPECT_EQ(poll(&asked, 1, 0), 1);
 }
 
 TEST(ToolProgram, NothingIsGoneBeforeTheBusHasBeenRead) {
