@@ -127,20 +127,26 @@ TEST_F(Library, DeliversInAscendingOrderOfAddressToEveryContextOrToTheOneConcern
 
 TEST_F(Library, ReplaysTheListAroundARegistrationToThatInterfaceAlone) {
   recorder second;
+  const auto at_first_append = [](const char* location) {
+    return [location, asked = false](const YUsbInfoDevice& record, _yusb_device_event) mutable {
+      if (std::exchange(asked, true)) return;
+      EXPECT_TRUE(device_is_exist(nullptr, record));  // this replay holds no lock
+      append({location});
+    };
+  };
   append({"a", "b"});
   listen();
   EXPECT_EQ(client.take(), "+a +b");
-  second.then = [](const YUsbInfoDevice& record, _yusb_device_event) {
-    EXPECT_TRUE(device_is_exist(nullptr, record));  // this replay holds no lock
-  };
+  second.then = at_first_append("c");
   EXPECT_TRUE(context_notify_object_append(context, &second));
-  EXPECT_EQ(second.take(), "+a +b");
+  EXPECT_EQ(second.take(), "+a +c +b") << "it is entered before the replay";
   EXPECT_FALSE(context_notify_object_append(context, &client));
+  second.then = at_first_append("d");
   EXPECT_TRUE(context_notify_object_remove(context, &second));
-  EXPECT_EQ(second.take(), "-a -b");
+  EXPECT_EQ(second.take(), "-a -b -c") << "it is taken out before the replay";
   EXPECT_FALSE(context_notify_object_remove(context, &second));
-  append({"c"});
-  EXPECT_EQ(client.take(), "+c");
+  append({"e"});
+  EXPECT_EQ(client.take(), "+c +d +e");
   EXPECT_EQ(second.take(), "");
   for (const auto call : {context_notify_object_append, context_notify_object_remove})
     EXPECT_FALSE(call(nullptr, &client) || call(context, nullptr));

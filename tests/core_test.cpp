@@ -16,11 +16,11 @@ TEST(YString, HoldsAnyByteComparesByUnsignedBytesAndCopiesAlsoItself) {
     }
   }
   YString a("text");
-  const YString b = a;
   YString& alias = a;
-  a = alias;
+  a = alias;  // the only owner
+  const YString b = a;
   a = YString("other");
-  EXPECT_STREQ(b.data(), "text");
+  EXPECT_EQ(b, YString("text"));
   EXPECT_STREQ(a.data(), "other");
 }
 

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <memory>
 
@@ -203,6 +204,10 @@ TEST_F(LinuxBus, AnswersFromTheKernelsCacheStringsByteForByte) {
   EXPECT_EQ(reply, std::string("\x18\x03n\0o", 5));
   EXPECT_EQ(ask(9), status_ok);
   EXPECT_EQ(reply.size(), 254u);
+  plug("1-2", 6, {std::string(125, 'x') + "\U0001F600\n"});
+  changes();
+  EXPECT_EQ(ask(7), status_ok);
+  EXPECT_EQ(reply.size(), 252u) << "half a pair of surrogates is no character";
 }
 
 TEST_F(LinuxBus, AsksTheDeviceItselfForWhatTheCacheLacks) {
@@ -282,6 +287,27 @@ TEST_F(LinuxBus, FindsWhatWasLostWhenTheKernelsQueueOverflows) {
   announce("1-3", "add");
   EXPECT_EQ(changes(), "");
   EXPECT_EQ(log.take(), strings{"3 USB events were lost; the bus is compared with what was reported"});
+}
+
+TEST_F(LinuxBus, TellsADeviceFromASuccessorWithTheSameAddress) {
+  plug({"1-1"});
+  changes();
+  const std::string directory = root + "/sys/devices/1-1";
+  std::filesystem::rename(directory, directory + ".gone");
+  std::filesystem::copy(directory + ".gone", directory);
+  _lost = true;
+  EXPECT_EQ(changes(), "-0x1100000 +0x1100000 ");
+}
+
+TEST(SimulatedBus, HasNotSettledWhileAChangeWaits) {
+  simulator bus;
+  const auto session = current_bus().open();
+  bus.plug({});
+  session->idle();
+  EXPECT_FALSE(bus.settle(std::chrono::milliseconds(0)));
+  EXPECT_TRUE(session->next().has_value());
+  session->idle();
+  EXPECT_TRUE(bus.settle(std::chrono::milliseconds(0)));
 }
 
 TEST_F(LinuxBus, BelievesOnlyTheKernel) {
