@@ -28,15 +28,29 @@ TEST_F(Library, EndsClientsAndSinksInAStormOfEventsFromEightThreads) {
   const auto no_sink = [](auto, auto*, auto, void*) {};
   const auto sink = [](auto, auto*, auto, void* client) { static_cast<ending_client*>(client)->hear(); };
   YLog::setSink(no_sink, nullptr);
-  std::atomic<bool> over{false};
+  std::mutex mutex;
+  std::condition_variable changed;
+  int gust = 0;  // the latest that has begun; below 0 when the storm is over; under mutex
+  const auto begin = [&](int number) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    gust = number;
+    changed.notify_all();
+  };
   std::vector<std::thread> storm;
   for (char key = '1'; key <= '8'; ++key) {
-    storm.emplace_back([&over, record = make_record(1, 1, YString(&key, 1))] {
-      while (!over) {
-        common_device_append(record);
-        EXPECT_TRUE(device_is_exist(nullptr, record));
-        common_device_remove_from_location(record.location());
-        std::this_thread::yield();  // a mutex is not fair
+    storm.emplace_back([&, record = make_record(1, 1, YString(&key, 1))] {
+      for (int last = 0;;) {
+        {
+          std::unique_lock<std::mutex> lock(mutex);
+          changed.wait(lock, [&] { return gust != last; });
+          last = gust;
+        }
+        if (last < 0) return;
+        for (int i = 0; i < 4; ++i) {
+          common_device_append(record);
+          EXPECT_TRUE(device_is_exist(nullptr, record));
+          common_device_remove_from_location(record.location());
+        }
       }
     });
   }
@@ -46,6 +60,7 @@ TEST_F(Library, EndsClientsAndSinksInAStormOfEventsFromEightThreads) {
     context_create(&own);
     auto client = std::make_unique<ending_client>();
     EXPECT_TRUE(context_notify_object_append(own, client.get()));
+    begin(i + 1);
     client->more_than_a_replay.wait();
     EXPECT_TRUE(i % 6 >= 2 || context_notify_object_remove(own, client.get()));
     const bool is_sink = i % 6 == 2 || i % 6 == 3;
@@ -55,7 +70,7 @@ TEST_F(Library, EndsClientsAndSinksInAStormOfEventsFromEightThreads) {
     client->ended = true;
     if (i % 2 == 0) kept.push_back(std::move(client));
   }
-  over = true;
+  begin(-1);
   for (std::thread& each : storm) each.join();
   EXPECT_EQ(listed(), "");
 }

@@ -228,7 +228,7 @@ TEST(ToolProgram, EndsWithTheStatusThatScriptsRelyOn) {
        "echo wait 10m >>\"$f.many\"; mkfifo \"$f.end\";"
        "{ sh -c 'echo $$; exec \"$0\" watch --simulate \"$1.many\"' \"$p\" \"$f\"; echo status $? "
        ">\"$f.end\"; } |"
-       "{ read pid; read line; kill $pid; timeout 60 cat \"$f.end\"; }; rm \"$f.many\" \"$f.end\"",
+       "{ read pid; read line; kill $pid; timeout 30 cat \"$f.end\"; }; rm \"$f.many\" \"$f.end\"",
        0, "status 0"},
       {"play wait --filter apple,android --filter vendor=18d1 --json", 0, "\"product_id\":\"4ee7\""},
       {"play wait --filter apple --filter vendor=18d1 --timeout 20ms", 3, "no such device has arrived"},

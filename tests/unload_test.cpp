@@ -12,7 +12,7 @@ struct listener : yusb_device_event_interface {
 };
 
 TEST(Unloading, LeavesNoThreadInCodeThatIsGone) {
-  for (int i = 0; i < 1000; ++i) {
+  for (int i = 0; i < 300; ++i) {
     void* const library = dlopen(YUSB_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << dlerror();
     const auto call = [library](const char* mangled, auto... arguments) {
