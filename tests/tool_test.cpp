@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <fstream>
+#include <future>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -51,6 +52,32 @@ std::string shell(const std::string& command, const std::string& file = {}) {
 bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 }  // namespace
+
+// As on macOS, nothing is reported of a descriptor for which no event is asked.
+extern "C" int poll(pollfd* watched, nfds_t count, int limit) {
+  std::vector<pollfd> asked(watched, watched + count);
+  for (pollfd& each : asked) each.fd = each.events == 0 ? -1 : each.fd;
+  const timespec time{limit / 1000, limit % 1000 * 1000000L};
+  const int ready = ppoll(asked.data(), count, limit < 0 ? nullptr : &time, nullptr);
+  for (nfds_t i = 0; i < count; ++i) watched[i].revents = asked[i].revents;
+  return ready;
+}
+
+TEST(ToolStop, NoticesAReaderThatGoes) {
+  stop ending;
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  std::promise<void> noticed;
+  std::thread waiting([&] {
+    ending.wait(ends[1]);
+    noticed.set_value();
+  });
+  close(ends[0]);
+  EXPECT_EQ(noticed.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
+  ending.request();
+  waiting.join();
+  close(ends[1]);
+}
 
 TEST(ToolText, NoControlCharacterAndNothingButUtf8ReachesTheTerminal) {
   std::string shown = visible(utf8(every_byte()));

@@ -54,7 +54,8 @@ stop::~stop() {
 void stop::request() noexcept { on_signal(0); }
 
 void stop::wait(int output) const {
-  pollfd watched[] = {{_read_end, POLLIN, 0}, {output, 0, 0}};
+  // That the reader is gone is reported without being asked for, but not by macOS if nothing is asked for.
+  pollfd watched[] = {{_read_end, POLLIN, 0}, {output, POLLHUP, 0}};
   while (true) {
     if (poll(watched, 2, -1) < 0) continue;  // interrupted by a signal, whose byte is in the pipe now
     if (watched[0].revents != 0 || (watched[1].revents & (POLLERR | POLLHUP)) != 0) return;
