@@ -71,12 +71,14 @@ install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev
 yorvan_package(YorvanUsb ${PROJECT_VERSION})
 yorvan_pkgconfig(YorvanUsb)
 
-# ---- The simulated bus ----
+# ---- The bus; the simulated one is in the same library, but not on a Mac ----
 
-if(TARGET YorvanUsbBus)
-  install(TARGETS YorvanUsbBus EXPORT YorvanUsbTargets ${components_of_library} COMPONENT runtime
-    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-  install(DIRECTORY port/bus/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(TARGETS YorvanUsbBus EXPORT YorvanUsbTargets ${components_of_library} COMPONENT runtime
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY port/bus/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+yorvan_pkgconfig(YorvanUsbBus)
+if(NOT APPLE)
+  install(DIRECTORY port/simulator/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
   yorvan_pkgconfig(YorvanUsbSimulator)
 endif()
 

@@ -1,13 +1,13 @@
 # What the project's libraries have in common.
 include(${CMAKE_CURRENT_LIST_DIR}/exports.cmake)
 
-# yorvan_library(TARGET VERSION version NAMESPACE package EXPORT_NAME name)
+# yorvan_library(TARGET VERSION version NAMESPACE package EXPORT_NAME name [EXPORTS list])
 #
 # Makes TARGET known as package::name, here and to whoever finds it installed. The library exports what
-# cmake/exports/TARGET.txt lists and nothing else. It looks for its fellow libraries in its own folder, and for a host's
-# own core library in that one's folder too.
+# cmake/exports/TARGET.txt, or list.txt there, lists and nothing else. It looks for its fellow libraries in its own
+# folder, and for a host's own core library in that one's folder too.
 function(yorvan_library target)
-  cmake_parse_arguments(arg "" "VERSION;NAMESPACE;EXPORT_NAME" "" ${ARGN})
+  cmake_parse_arguments(arg "" "VERSION;NAMESPACE;EXPORT_NAME;EXPORTS" "" ${ARGN})
   string(REGEX MATCH "^[0-9]+" major ${arg_VERSION})
 
   add_library(${arg_NAMESPACE}::${arg_EXPORT_NAME} ALIAS ${target})
@@ -27,5 +27,8 @@ function(yorvan_library target)
     set_target_properties(${target} PROPERTIES INSTALL_RPATH "\$ORIGIN")
   endif()
 
-  yorvan_exports(${target} ${PROJECT_SOURCE_DIR}/cmake/exports/${target}.txt)
+  if(NOT arg_EXPORTS)
+    set(arg_EXPORTS ${target})
+  endif()
+  yorvan_exports(${target} ${PROJECT_SOURCE_DIR}/cmake/exports/${arg_EXPORTS}.txt)
 endfunction()

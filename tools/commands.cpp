@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include <yusb_bus.h>
 #include <yusb_watcher.h>
 
 #include "line.h"
@@ -78,7 +79,7 @@ time_point now() { return std::chrono::system_clock::now(); }
 int status_of(const output& out) { return out.check() ? exit_ok : exit_failure; }
 
 int list(const options& chosen) {
-  const bool complete = settle(patience);
+  const bool complete = bus_settle(patience);
   std::vector<YUsbInfoDevice> devices;
   device_traverse(nullptr, [&](const YUsbInfoDevice& device) {
     if (!chosen.filter || chosen.filter(device)) devices.push_back(device);
@@ -124,7 +125,7 @@ int watch(const options& chosen, player* scenario) {
   {
     const playing play(scenario, [&] { ending.request(); });
     const countdown remaining(chosen.limit);
-    if (!chosen.json) settle(std::min(remaining.left(), alignment_patience));
+    if (!chosen.json) bus_settle(std::min(remaining.left(), alignment_patience));
     std::size_t count = chosen.count.value_or(std::numeric_limits<std::size_t>::max());
     columns lines(coloured_output());
     picture known;
@@ -145,7 +146,7 @@ int watch(const options& chosen, player* scenario) {
 int wait(const options& chosen, player* scenario) {
   const countdown remaining(chosen.limit);
   // Before the first enumeration is over nothing can be said to be gone.
-  const bool settled = !chosen.gone || settle(std::min<milliseconds>(remaining.left(), patience));
+  const bool settled = !chosen.gone || bus_settle(std::min<milliseconds>(remaining.left(), patience));
   watch_queue queue(chosen.filter);
   const playing play(scenario, [&] { queue.close(); });
   picture known;

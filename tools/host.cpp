@@ -30,37 +30,12 @@ class bus : public simulated_bus {
 
 }  // namespace
 
-bool has_bus() { return bus_present(); }
-
-bool settle(std::chrono::milliseconds limit) { return bus_settle(limit); }
-
 std::unique_ptr<simulated_bus> make_simulated_bus() { return std::make_unique<bus>(); }
 
 }  // namespace yusb::tool
 
 #else
 
-#include <algorithm>
-
-#include <yusb_watcher.h>
-
-namespace yusb::tool {
-
-bool has_bus() { return true; }
-
-bool settle(std::chrono::milliseconds limit) {
-  // Nothing tells when the first enumeration is over: it is held to be when nothing has arrived for a while.
-  constexpr std::chrono::milliseconds quiet(500);
-  const auto deadline = std::chrono::steady_clock::now() + limit;
-  watch_queue arrivals;
-  while (arrivals.next(std::min(quiet, limit))) {
-    if (std::chrono::steady_clock::now() >= deadline) return false;
-  }
-  return true;
-}
-
-std::unique_ptr<simulated_bus> make_simulated_bus() { return nullptr; }
-
-}  // namespace yusb::tool
+std::unique_ptr<yusb::tool::simulated_bus> yusb::tool::make_simulated_bus() { return nullptr; }
 
 #endif

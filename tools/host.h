@@ -1,18 +1,12 @@
-// What differs between hosts: whether there is a bus to ask, and a simulated one to put in its place.
+// What differs between hosts: whether there is a simulated bus to put in the place of the real one.
 #ifndef YUSB_TOOLS_HOST_H_
 #define YUSB_TOOLS_HOST_H_
 
-#include <chrono>
 #include <memory>
 
 #include "scenario.h"
 
 namespace yusb::tool {
-
-bool has_bus();
-
-// Waits until what is attached is listed. False if `limit` passes first.
-bool settle(std::chrono::milliseconds limit);
 
 // The library's bus from the next yusb::global_initialize on. Destroy it after yusb::global_release.
 class simulated_bus {

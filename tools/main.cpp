@@ -10,6 +10,7 @@
 
 #include <YorvanCore/YLog.h>
 #include <yusb.h>
+#include <yusb_bus.h>
 
 #include "commands.h"
 #include "host.h"
@@ -84,7 +85,7 @@ int run_program(int argc, char** argv) {
       complain(error);
       return exit_usage;
     }
-  } else if (!has_bus()) {
+  } else if (!yusb::bus_present()) {
     complain("this system has no USB bus to watch; --simulate FILE plays a scenario on a simulated one");
     return exit_failure;
   }

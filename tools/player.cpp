@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include <yusb_bus.h>
+
 namespace yusb::tool {
 
 namespace {
@@ -19,11 +21,11 @@ player::~player() { finish(); }
 
 void player::start(std::function<void()> at_end) {
   _thread = std::thread([this, at_end = std::move(at_end)] {
-    settle(patience);
+    bus_settle(patience);
     for (std::size_t i = _scenario.opening(); i < _scenario.steps.size(); ++i) {
       play(_scenario.steps[i]);
       // A device that leaves before the library has read its texts would never be seen.
-      if (finished_within({}) || !settle(patience)) break;
+      if (finished_within({}) || !bus_settle(patience)) break;
     }
     if (!finished_within({})) at_end();
   });

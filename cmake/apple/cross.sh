@@ -94,7 +94,6 @@ status=0
 prefix=$work/prefix
 version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
 compatible=${version%%.*}.0.0
-library=$prefix/lib/libYorvanUsb.5.dylib
 says() { # says WHAT RESULT
   if [ "$2" = 0 ]; then
     echo "macos: $arch: $1"
@@ -117,7 +116,7 @@ hands() {
   for oldest in 11.0 12.0 13.0 14.0 15.0; do
     # shellcheck disable=SC2086 # flags are words
     "$llvm/clang++" -target "$arch-apple-macos$oldest" -std=c++17 -stdlib=libc++ -O2 -Wall -Wextra -Wpedantic -Werror \
-      $headers -I "$root/include" -I "$root/src" -I "$root/port/core/include" \
+      $headers -I "$root/include" -I "$root/src" -I "$root/port/core/include" -I "$root/port/bus/include" \
       -c "$root/$1" -o "$object" || { result=1 && continue; }
     names=$("$llvm/llvm-objdump" --macho --section=__TEXT,__cstring "$object" |
       sed -nE 's/^[0-9a-f]+  ((IO|location).*)/\1/p' | LC_ALL=C sort | xargs)
@@ -138,21 +137,27 @@ for arch in arm64 x86_64; do
     says "${declarations#"$root/"} has the published types, layouts and values" $result
   done
   hands src/platform/darwin/hotplug.cpp IOServiceFirstMatch IOServiceTerminate IOUSBDevice locationID
-  shows "$library" "is called @rpath/libYorvanUsb.5.dylib, version $version, compatible with $compatible" \
-    "@rpath/libYorvanUsb.5.dylib \\(compatibility version $compatible, current version $version\\)" --dylibs-used
-  shows "$library" "needs the core library, version 2" '@rpath/libYorvanCore.2.dylib' --dylibs-used
-  shows "$library" "looks for it in its own folder" '^@loader_path$' --rpaths
-  shows "$library" "runs on macOS 11.0" 'minos 11.0' --private-headers
-  shows "$library" "has two functions that the loader runs" '__mod_init_func +0*10 ' --section-headers
-  shows "$prefix/bin/yusb" "looks for the library in its prefix" '^@loader_path/../lib$' --rpaths
-  result=0
-  "$llvm/llvm-nm" --arch="$arch" --undefined-only --format=darwin "$library" >"$work/needed"
-  grep -E ' _+k?(CF|IO)[A-Z].*\(from (CoreFoundation|IOKit)\)' "$work/needed" >/dev/null || result=1
-  if grep -E ' _+k?(CF|IO)[A-Z].*\(dynamically' "$work/needed" >&2; then result=1; fi
-  says "lib/libYorvanUsb.5.dylib finds in the frameworks all that it uses of Apple's" $result
-  result=0
-  cmake "-DLIBRARY=$library" "-DLIST=$root/cmake/exports/YorvanUsb.txt" "-DNM=$llvm/llvm-nm;--arch=$arch" \
-    -P "$root/cmake/exports.cmake" >&2 || result=1
-  says "lib/libYorvanUsb.5.dylib exports exactly what is listed" $result
+  hands port/macos/bus.cpp IOUSBDevice locationID
+  for name in YorvanUsb YorvanUsbBus; do
+    library=$prefix/lib/lib$name.5.dylib
+    shows "$library" "is called @rpath/lib$name.5.dylib, version $version, compatible with $compatible" \
+      "@rpath/lib$name.5.dylib \\(compatibility version $compatible, current version $version\\)" --dylibs-used
+    shows "$library" "needs the core library, version 2" '@rpath/libYorvanCore.2.dylib' --dylibs-used
+    shows "$library" "looks for it in its own folder" '^@loader_path$' --rpaths
+    shows "$library" "runs on macOS 11.0" 'minos 11.0' --private-headers
+    result=0
+    "$llvm/llvm-nm" --arch="$arch" --undefined-only --format=darwin "$library" >"$work/needed"
+    grep -E ' _+k?(CF|IO)[A-Z].*\(from (CoreFoundation|IOKit)\)' "$work/needed" >/dev/null || result=1
+    if grep -E ' _+(k?(CF|IO)[A-Z]|ZN?K?[0-9]+[Yy]).*\(dynamically' "$work/needed" >&2; then result=1; fi
+    says "lib/lib$name.5.dylib finds all that it uses of Apple's in the frameworks, and of ours in our libraries" $result
+    result=0
+    list=$root/cmake/exports/$name
+    [ ! -f "$list.macos.txt" ] || list=$list.macos
+    cmake "-DLIBRARY=$library" "-DLIST=$list.txt" "-DNM=$llvm/llvm-nm;--arch=$arch" -P "$root/cmake/exports.cmake" >&2 ||
+      result=1
+    says "lib/lib$name.5.dylib exports exactly what is listed" $result
+  done
+  shows "$prefix/lib/libYorvanUsb.5.dylib" "has two functions that the loader runs" '__mod_init_func +0*10 ' --section-headers
+  shows "$prefix/bin/yusb" "looks for the libraries in its prefix" '^@loader_path/../lib$' --rpaths
 done
 exit $status

@@ -37,6 +37,9 @@ TAKES(CFRunLoopAddSource, void(CFRunLoopRef, CFRunLoopSourceRef, CFStringRef));
 TAKES(CFNumberGetValue, Boolean(CFNumberRef, CFNumberType, void*));
 TAKES(IOServiceAddMatchingNotification, kern_return_t(IONotificationPortRef, const char*, CFDictionaryRef,
                                                       IOServiceMatchingCallback, void*, io_iterator_t*));
+#ifndef YORVAN_IOKIT_IOKITLIB_H_  // port/apple has nothing for the bus library of a Mac alone
+TAKES(IOServiceGetMatchingServices, kern_return_t(mach_port_t, CFDictionaryRef, io_iterator_t*));
+#endif
 TAKES(IORegistryEntryCreateCFProperty, CFTypeRef(unsigned int, CFStringRef, CFAllocatorRef, UInt32));
 TAKES(IOCreatePlugInInterfaceForService,
       kern_return_t(io_service_t, CFUUIDRef, CFUUIDRef, IOCFPlugInInterface***, SInt32*));

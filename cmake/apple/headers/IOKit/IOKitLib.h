@@ -24,6 +24,8 @@ APPLE_EXPORT IONotificationPortRef IONotificationPortCreate(mach_port_t mainPort
 APPLE_EXPORT void IONotificationPortDestroy(IONotificationPortRef notify);
 APPLE_EXPORT CFRunLoopSourceRef IONotificationPortGetRunLoopSource(IONotificationPortRef notify);
 APPLE_EXPORT CFMutableDictionaryRef IOServiceMatching(const char* name);
+APPLE_EXPORT kern_return_t IOServiceGetMatchingServices(mach_port_t mainPort, CFDictionaryRef matching,
+                                                        io_iterator_t* existing);
 APPLE_EXPORT kern_return_t IOServiceAddMatchingNotification(IONotificationPortRef notifyPort,
                                                             const io_name_t notificationType,
                                                             CFDictionaryRef matching,

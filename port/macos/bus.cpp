@@ -1,0 +1,116 @@
+// libYorvanUsbBus on a Mac, where the bus is IOKit's.
+#include <yusb_bus.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <new>
+#include <utility>
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <IOKit/IOKitLib.h>
+#include <IOKit/usb/USB.h>
+#include <mach/port.h>
+#include <yusb.h>
+
+namespace {
+
+// Finds every USB device that IOKit has. False if it cannot be asked; else the caller releases the iterator.
+bool find_devices(io_iterator_t* found) {
+  // Not kIOUSBDeviceClassName, which newer SDKs define as another class than the library watches.
+  return IOServiceGetMatchingServices(MACH_PORT_NULL, IOServiceMatching("IOUSBDevice"), found) ==
+         KERN_SUCCESS;
+}
+
+// 0 if the registry has none.
+UInt32 location_of(io_service_t device) {
+  SInt32 location = 0;
+  const CFTypeRef property =
+      IORegistryEntryCreateCFProperty(device, CFSTR(kUSBDevicePropertyLocationID), kCFAllocatorDefault, 0);
+  if (property != nullptr) {
+    CFNumberGetValue(static_cast<CFNumberRef>(property), kCFNumberSInt32Type, &location);
+    CFRelease(property);
+  }
+  return static_cast<UInt32>(location);
+}
+
+// Programs are not always let read these, so they may never be listed. They have a bus and no port.
+bool is_root_hub(UInt32 location) { return (location & 0x00FFFFFF) == 0; }
+
+bool is_listed(UInt32 location) {
+  try {
+    const YString text = YString::format("0x%X", location);
+    YUsbInfoDevice device;
+    device.setLocation(text);
+    device.setInstancePath(text);
+    return yusb::device_is_exist(nullptr, device);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+bool all_are_listed() {
+  io_iterator_t found = IO_OBJECT_NULL;
+  if (!find_devices(&found)) return false;
+  bool listed = true;
+  while (const io_service_t device = IOIteratorNext(found)) {
+    const UInt32 location = location_of(device);
+    listed = listed && (is_root_hub(location) || is_listed(location));
+    IOObjectRelease(device);
+  }
+  if (found != IO_OBJECT_NULL) IOObjectRelease(found);
+  return listed;
+}
+
+// Waits for events of the library.
+class listener final : public yusb_device_event_interface {
+ public:
+  listener() {
+    if (yusb::context_create(&_context) && _context != nullptr)
+      _listens = yusb::context_notify_object_append(_context, this);
+  }
+  ~listener() override { yusb::context_release(_context); }
+  listener(const listener&) = delete;
+  listener& operator=(const listener&) = delete;
+
+  bool listens() const { return _listens; }
+
+  // False if there is no event within the limit. One that came since the last call counts.
+  bool wait(std::chrono::milliseconds limit) {
+    std::unique_lock<std::mutex> lock(_mutex);
+    return _changed.wait_for(lock, limit, [this] { return std::exchange(_heard, false); });
+  }
+
+  void on_device_event(const YUsbInfoDevice& /*device*/, _yusb_device_event /*event*/) override {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _heard = true;
+    _changed.notify_all();
+  }
+
+ private:
+  _yusb_context* _context = nullptr;
+  bool _listens = false;
+  std::mutex _mutex;
+  std::condition_variable _changed;
+  bool _heard = false;  // under _mutex
+};
+
+}  // namespace
+
+bool yusb::bus_present() {
+  io_iterator_t found = IO_OBJECT_NULL;
+  if (!find_devices(&found)) return false;
+  if (found != IO_OBJECT_NULL) IOObjectRelease(found);
+  return true;
+}
+
+bool yusb::bus_settle(std::chrono::milliseconds limit) {
+  using clock = std::chrono::steady_clock;
+  const auto start = clock::now();
+  listener library;  // before the first comparison: whatever is listed after it is an event
+  if (!library.listens()) return false;
+  while (!all_are_listed()) {
+    const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(clock::now() - start);
+    if (passed >= limit || !library.wait(limit - passed)) return false;
+  }
+  return true;
+}

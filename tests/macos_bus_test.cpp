@@ -1,0 +1,85 @@
+// The bus library of a Mac on the names of Apple's that port/apple has. The host's own bus library keeps its
+// functions: those under test are renamed.
+#include <IOKit/IOKitLib.h>
+
+extern "C" kern_return_t IOServiceGetMatchingServices(mach_port_t, CFDictionaryRef, io_iterator_t*);
+#define bus_present mac_bus_present
+#define bus_settle mac_bus_settle
+#include "macos/bus.cpp"
+#undef bus_present
+#undef bus_settle
+
+#include "support.h"
+
+using namespace yusb;
+using namespace std::chrono_literals;
+
+// What a registration for arrivals finds at once. Its port's run loop ends with the thread.
+kern_return_t IOServiceGetMatchingServices(mach_port_t main_port, CFDictionaryRef matching,
+                                           io_iterator_t* existing) {
+  kern_return_t status = KERN_SUCCESS;
+  std::thread([&] {
+    const IONotificationPortRef port = IONotificationPortCreate(main_port);
+    const auto unused = [](void*, io_iterator_t) {};
+    status = IOServiceAddMatchingNotification(port, kIOFirstMatchNotification, matching, unused, nullptr,
+                                              existing);
+    IONotificationPortDestroy(port);
+  }).join();
+  return status;
+}
+
+struct MacBus : testing::Test {
+  void TearDown() override {
+    global_release();
+    EXPECT_EQ(simulator::leaks(), strings());
+  }
+
+  // A root hub is not waited for, so the one on this bus may refuse.
+  MacBus() { plug_unreadable(0x14000000); }
+  int plug_unreadable(std::uint32_t location) {
+    simulated_device device = make_device(1, 2, location);
+    device.plugin_status = static_cast<std::int32_t>(0xE00002BE);
+    return bus.plug(device);
+  }
+
+  kept_log log;
+  simulator bus;
+};
+
+TEST_F(MacBus, SettlesWhenEachDeviceIsListedHoweverSlowlyItAnswers) {
+  EXPECT_TRUE(mac_bus_present());
+  EXPECT_FALSE(mac_bus_settle()) << "not initialised";
+  for (std::uint32_t port = 1; port <= 3; ++port) {
+    simulated_device slow = make_device(1, 2, 0x14000000 + 0x100000 * port);
+    slow.serial_number = "slow";
+    slow.replies[3].delay = 50ms;
+    bus.plug(slow);
+  }
+  global_initialize();
+  EXPECT_TRUE(mac_bus_settle());
+  EXPECT_EQ(listed(), "0x14100000 0x14200000 0x14300000");
+}
+
+TEST_F(MacBus, DoesNotSettleWhileADeviceCannotBeRead) {
+  const int unreadable = plug_unreadable(0x14100000);
+  global_initialize();
+  EXPECT_FALSE(mac_bus_settle(50ms));
+  std::thread unplugging([&] { bus.unplug(unreadable); });
+  EXPECT_TRUE(mac_bus_settle()) << "it is gone";
+  unplugging.join();
+  bus.before_calls([](const std::string& call) { return call != "IOServiceMatching"; });
+  EXPECT_FALSE(mac_bus_present());
+  EXPECT_FALSE(mac_bus_settle(1ms));
+}
+
+TEST_F(MacBus, RefusesToSettleInAHandler) {
+  global_initialize();
+  recorder client;
+  bool settled = true;
+  client.then = [&](auto&, auto) { settled = mac_bus_settle(); };
+  _yusb_context* context = nullptr;
+  context_create(&context);
+  EXPECT_TRUE(context_notify_object_append(context, &client));
+  append({"0x14100000"});
+  EXPECT_FALSE(settled);
+}
