@@ -46,7 +46,7 @@ TEST_F(Library, EndsClientsAndSinksInAStormOfEventsFromEightThreads) {
           last = gust;
         }
         if (last < 0) return;
-        for (int i = 0; i < 4; ++i) {
+        for (int i = 0; i < 2; ++i) {
           common_device_append(record);
           EXPECT_TRUE(device_is_exist(nullptr, record));
           common_device_remove_from_location(record.location());
@@ -55,7 +55,7 @@ TEST_F(Library, EndsClientsAndSinksInAStormOfEventsFromEightThreads) {
     });
   }
   std::vector<std::unique_ptr<ending_client>> kept;  // every other one; the rest is freed at once
-  for (int i = 0; i < 600; ++i) {
+  for (int i = 0; i < 240; ++i) {
     _yusb_context* own = nullptr;
     context_create(&own);
     auto client = std::make_unique<ending_client>();
