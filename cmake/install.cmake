@@ -3,7 +3,9 @@ include(CMakePackageConfigHelpers)
 option(YORVANUSB_DEBIAN "Make Debian packages of the installation" OFF)
 if(YORVANUSB_DEBIAN)
   set(zsh_dir zsh/vendor-completions)
+  set(development_docs libyorvanusb-dev)
 else()
+  set(development_docs yorvanusb)
   set(zsh_dir zsh/site-functions)
 endif()
 
@@ -100,6 +102,8 @@ if(TARGET yusb)
   yorvan_manual(1 tool)
 endif()
 yorvan_manual(3 development)
+install(FILES examples/CMakeLists.txt examples/client.cpp examples/client_test.cpp examples/phone_shelf.h
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${development_docs}/examples COMPONENT development)
 
 if(YORVANUSB_DEBIAN)
   include(cmake/packages.cmake)

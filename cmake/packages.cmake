@@ -5,10 +5,10 @@ set(CPACK_PACKAGE_VENDOR "The YorvanUsb authors")
 set(CPACK_PACKAGE_CONTACT "The YorvanUsb authors <maintainers@yorvanusb.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # it would stand above each package's own
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
-set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 0yorvan1)  # below that of a package of Debian's own
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
@@ -18,6 +18,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 
+set(deb_version ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
 file(STRINGS CHANGELOG.md released REGEX "^## ${PROJECT_VERSION} - ")
 string(REGEX REPLACE ".* - " "" released "${released}")
 execute_process(COMMAND date -u -R -d "${released}" OUTPUT_VARIABLE deb_date OUTPUT_STRIP_TRAILING_WHITESPACE
@@ -36,6 +37,28 @@ macro(yorvan_debian_package component package section summary description)
   install(FILES ${PROJECT_BINARY_DIR}/debian/changelog.Debian.gz ${PROJECT_SOURCE_DIR}/cmake/debian/copyright
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
 endmacro()
+
+# yorvan_debian_symbols(PACKAGE LIBRARY FIRST): which version of PACKAGE brought each symbol of LIBRARY: FIRST, unless the
+# list of its symbols says "# since VERSION". finish.sh compares this with the library.
+function(yorvan_debian_symbols package library first)
+  get_target_property(major ${library} SOVERSION)
+  set(text "lib${library}.so.${major} ${package} #MINVER#\n* Build-Depends-Package: libyorvanusb-dev\n")
+  file(STRINGS cmake/exports/${library}.txt names REGEX "^[^#]")
+  foreach(name IN LISTS names)
+    set(since ${first})
+    if(name MATCHES "^(.*[^ ]) +# since (.*)$")
+      set(name "${CMAKE_MATCH_1}")
+      set(since "${CMAKE_MATCH_2}")
+    endif()
+    if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+      string(REPLACE "size_t" "unsigned long" name "${name}")
+    else()
+      string(REPLACE "size_t" "unsigned int" name "${name}")
+    endif()
+    string(APPEND text " (c++)\"${name}@Base\" ${since}\n")
+  endforeach()
+  file(APPEND ${PROJECT_BINARY_DIR}/debian/${package}.symbols "${text}")
+endfunction()
 
 foreach(component IN ITEMS CORE RUNTIME)
   set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
@@ -57,4 +80,11 @@ yorvan_debian_package(tool yusb utils
   "list and watch the USB devices that are attached"
   "Shows the USB devices that are attached, and every one that comes or goes, as\naligned text or as JSON for scripts, or waits for a chosen one."
   runtime core)
+file(WRITE ${PROJECT_BINARY_DIR}/debian/libyorvancore2.symbols "")
+yorvan_debian_symbols(libyorvancore2 YorvanCore 5.0.0)
+# The bus library is in the package of the library that needs it, in the same version. What it exports is not promised
+# from one version to the next, so a package that is linked to it keeps to one.
+file(WRITE ${PROJECT_BINARY_DIR}/debian/libyorvanusb5.symbols
+  "libYorvanUsbBus.so.${PROJECT_VERSION_MAJOR} libyorvanusb5 (= ${deb_version})\n* Build-Depends-Package: libyorvanusb-dev\n (regex)\".*\" ${PROJECT_VERSION}\n")
+yorvan_debian_symbols(libyorvanusb5 YorvanUsb 5.0.0)
 include(CPack)

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Runs as root in a fresh Debian 12 that has the packages, two clients and a scenario in /try.
+# Runs as root in a fresh Debian 12 that has the packages in /try.
 set -eu
 cd /try
 export DEBIAN_FRONTEND=noninteractive
@@ -14,14 +14,18 @@ test -s listed
 echo "packages: the program runs, with $(dpkg-query -W -f '${Package} ' 'libyorvan*')"
 
 apt_get install ./libyorvanusb-dev_*.deb
-for program in client client_test; do
-  # shellcheck disable=SC2046 # flags are words
-  g++ -pthread $program.cpp -o $program $(pkg-config --cflags --libs YorvanUsbSimulator)
-  ./$program 0
-done
-echo "packages: a client and its test are built and run"
+cmake -S /usr/share/doc/libyorvanusb-dev/examples -B examples
+cmake --build examples
+ctest --test-dir examples --no-tests=error --output-on-failure
+echo "packages: the examples of the package are built, and their tests pass"
 
-apt_get purge 'libyorvan*' yusb
+apt_get install ./*-dbgsym_*.deb
+library=$(ls /usr/lib/*/libYorvanUsb.so.5)
+address=$(nm -DC "$library" | sed -n 's/ T yusb::global_initialize()$//p')
+addr2line -e "$library" "0x$address" | grep 'lifecycle\.cpp:[0-9]'
+echo "packages: the debug symbols are those of the libraries"
+
+apt_get purge 'libyorvan*' 'yusb*'
 files >after
 diff before after
 echo "packages: removed, and nothing is left of them"

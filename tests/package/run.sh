@@ -1,6 +1,6 @@
 #!/bin/sh
-# run.sh FOLDER: installs the Debian packages in FOLDER in a fresh Debian 12, builds and runs a client and its test
-# with them, runs the program, and removes them. Needs root, mmdebstrap and a Debian mirror.
+# run.sh FOLDER: installs the Debian packages in FOLDER in a fresh Debian 12, runs the program, builds and tests the
+# examples that they bring, and removes them. Needs root, mmdebstrap and a Debian mirror.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 folder=$(cd "$1" && pwd)
@@ -8,14 +8,16 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 mkdir "$work/try"
-cp "$folder"/*.deb "$here"/inside.sh "$here"/../../examples/*.cpp "$here"/../../examples/*.h "$work/try/"
+cp "$folder"/*.deb "$here"/inside.sh "$work/try/"
+echo "packages: making a fresh Debian 12, which takes a minute or more"
 # The root is made, used and thrown away by this one command.
 # shellcheck disable=SC2016 # $1 is the hook's
-mmdebstrap --quiet --variant=apt --include=g++,pkg-config \
-  --customize-hook="copy-in '$work/try' /" --customize-hook='chroot "$1" sh /try/inside.sh' \
-  bookworm /dev/null 2>"$work/log" >&2 || {
+mmdebstrap --quiet --variant=apt --include=g++,cmake,make,pkg-config \
+  --customize-hook="copy-in '$work/try' /" --customize-hook='chroot "$1" sh /try/inside.sh >&2 && touch "$1/try/passed"' \
+  --customize-hook="copy-out /try/passed '$work'" bookworm /dev/null 2>&1 >/dev/null |
+  tee "$work/log" | grep --line-buffered '^packages: ' || true
+[ -e "$work/passed" ] || {
   tail -n 40 "$work/log" >&2
   echo "packages: failed" >&2
   exit 1
 }
-grep '^packages: ' "$work/log"
