@@ -71,6 +71,20 @@ quietly "$cxx" "$source_tree/examples/client.cpp" -pthread -o "$work/pc/client" 
 quietly "$cxx" "$source_tree/examples/client_test.cpp" -pthread -o "$work/pc/simulated" $(flags YorvanUsbSimulator)
 LD_LIBRARY_PATH=$libraries run_both "$work/pc"
 
+step "the programs of the documents, with their commands"
+PKG_CONFIG_PATH=$pkgconfig LD_LIBRARY_PATH=$libraries quietly "$source_tree/tests/documents/build.sh" \
+  README.md docs/guide.md docs/man/yusb.3
+mkdir "$work/readme"
+{
+  printf 'cmake_minimum_required(VERSION 3.20)\nproject(readme CXX)\nadd_executable(client client.cpp)\n'
+  awk '/^```cmake$/ { inside = 1; next } /^```/ { inside = 0 } inside' "$source_tree/README.md"
+} >"$work/readme/CMakeLists.txt"
+awk -v prefix="$work/readme/client" -f "$source_tree/tests/documents/samples.awk" "$source_tree/README.md"
+mv "$work/readme/client_1.cpp" "$work/readme/client.cpp"
+quietly cmake -S "$work/readme" -B "$work/readme/build" -G Ninja -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF \
+  "-DCMAKE_PREFIX_PATH=$prefix"
+quietly cmake --build "$work/readme/build"
+
 step "add_subdirectory"
 configure "$work/sub" "-DYORVANUSB_SOURCE=$source_tree" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
 quietly cmake --build "$work/sub"

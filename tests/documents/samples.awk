@@ -1,12 +1,22 @@
-# Writes each ```cpp block of a document to a file of its own: PREFIX_1.cpp, PREFIX_2.cpp, ... A compiler names the
-# document's line.
-/^```cpp$/ {
-  file = prefix "_" ++count ".cpp"
-  printf "#line %d \"%s\"\n", FNR + 1, FILENAME > file
-  next
+# Writes each program of a document, a ```cpp block or one between .EX and .EE that has a main, to a file of its own:
+# PREFIX_1.cpp, PREFIX_2.cpp, ... A compiler names the document's line.
+function begin() {
+  inside = 1
+  text = sprintf("#line %d \"%s\"\n", FNR + 1, FILENAME)
 }
-/^```/ {
-  if (file != "") close(file)
-  file = ""
+function end() {
+  if (inside && text ~ /int main\(/) {
+    file = prefix "_" ++count ".cpp"
+    printf "%s", text > file
+    close(file)
+  }
+  inside = 0
 }
-file != "" { print > file }
+/^```cpp$/ || /^\.EX$/ { begin(); next }
+/^```/ || /^\.EE$/ { end() }
+inside {
+  gsub(/\\\(aq/, "'")
+  gsub(/\\-/, "-")
+  gsub(/\\e/, "\\")
+  text = text $0 "\n"
+}

@@ -1,0 +1,35 @@
+#!/bin/sh
+# build.sh DOCUMENT...: builds each program of the documents with the command that its document shows for it, and runs
+# those that end. What the commands use must be installed, or be found through PKG_CONFIG_PATH and LD_LIBRARY_PATH.
+set -eu
+here=$(cd "$(dirname "$0")" && pwd)
+root=$(cd "$here/../.." && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+for document in "$@"; do
+  name=$(basename "$document" | tr . _)
+  awk -v prefix="$work/$name" -f "$here/samples.awk" "$root/$document"
+  # The commands are of the form: c++ ... program.cpp -o program $(pkg-config ... MODULE)
+  sed -E 's/\\-/-/g' "$root/$document" | grep -oE 'c\+\+ [^`]*\$\(pkg-config [^)]*\)' >"$work/commands"
+  for sample in "$work/$name"_*.cpp; do
+    if grep -qE 'yusb_(bus|simulator)\.h' "$sample"; then module='YorvanUsb[A-Z][A-Za-z]*'; else module=YorvanUsb; fi
+    command=$(grep -m 1 -E " $module\)\$" "$work/commands") || {
+      echo "$document shows no command with pkg-config's $module"
+      exit 1
+    }
+    source=$(echo "$command" | grep -oE '[a-z]+\.cpp')
+    mkdir "$work/built"
+    cp "$sample" "$work/built/$source"
+    (cd "$work/built" && sh -c "$command")
+    if ! grep -q 'minutes(1)' "$sample"; then
+      (cd "$work/built" && timeout 60 "./${source%.cpp}" </dev/null >output 2>&1) || {
+        cat "$work/built/output"
+        echo "a program of $document fails; it was built with: $command"
+        exit 1
+      }
+    fi
+    rm -rf "$work/built"
+    echo "$document: $command"
+  done
+done
