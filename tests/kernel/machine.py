@@ -159,6 +159,9 @@ class Machine:
         shutil.rmtree(image)
 
     def _build_programs(self):
+        cache = self._programs / "CMakeCache.txt"
+        if cache.exists() and f"CMAKE_HOME_DIRECTORY:INTERNAL={HERE}\n" not in cache.read_text():
+            shutil.rmtree(self._programs)  # this checkout was elsewhere then
         options = []
         if self.arch not in run("dpkg", "--print-architecture"):
             options = ["-DCMAKE_SYSTEM_NAME=Linux", f"-DCMAKE_CXX_COMPILER={DEBIAN[self.arch]}-g++"]
@@ -180,7 +183,7 @@ class Machine:
         (tree / "bin/systemd-udevd").symlink_to("udevadm")
         shutil.copytree(self._user_land / "lib/udev", tree / "lib/udev", symlinks=True,
                         ignore=shutil.ignore_patterns("hwdb.d", "hwdb.bin"))
-        for program in ("usb-device", "usb-watch", "usb-compare", "usb-uevents"):
+        for program in ("usb-device", "usb-watch", "usb-compare", "usb-uevents", "usb-wide-hub"):
             shutil.copy(self._programs / program, tree / "bin")
         shutil.copy(self._programs / "project/tools/yusb", tree / "bin")
         self._copy_libraries(tree)

@@ -60,7 +60,7 @@ class Vm:
         self._folder = tempfile.TemporaryDirectory(prefix="kernel-")
         folder = pathlib.Path(self._folder.name)
         append = (f"console={CONSOLE[machine.arch]} loglevel=4 panic=-1 oops=panic log_buf_len=16M mitigations=off "
-                  f"audit=0 random.trust_cpu=on udevd={int(udevd)}")
+                  f"audit=0 no_timer_check random.trust_cpu=on udevd={int(udevd)}")
         port = f"{folder}/port"
         control = f"{folder}/qmp"
         command = QEMU[machine.arch] + [

@@ -86,24 +86,23 @@ stream read_stream(const std::string& name) {
   return result;
 }
 
-// As the library gives a string: the low byte of each UTF-16 unit; and that as UTF-8.
+// As the library gives a string: the low byte of each UTF-16 unit. That as UTF-8.
 std::string as_reported(const std::string& utf8) {
   std::string result;
+  const auto put = [&](unsigned unit) {
+    const unsigned low = unit & 0xFF;
+    if (low >= 0x80) result += static_cast<char>(0xC0 | low >> 6);
+    result += static_cast<char>(low >= 0x80 ? 0x80 | (low & 0x3F) : low);
+  };
   for (std::size_t i = 0; i < utf8.size();) {
     const auto first = static_cast<unsigned char>(utf8[i++]);
     unsigned code = first < 0x80   ? first
-                    : first < 0xE0 ? first & 0x1Fu
-                    : first < 0xF0 ? first & 15u
-                                   : first & 7u;
-    for (; i < utf8.size() && (utf8[i] & 0xC0) == 0x80; ++i) code = code << 6 | (utf8[i] & 0x3Fu);
-    if (code >= 0x10000) {
-      const unsigned high = 0xC0 + (code >> 10);
-      result += static_cast<char>(0xC0 | (high & 0xFF) >> 6);
-      result += static_cast<char>(0x80 | (high & 0x3F));
-    }
-    const unsigned low = code & 0xFF;
-    if (low >= 0x80) result += static_cast<char>(0xC0 | low >> 6);
-    result += static_cast<char>(low >= 0x80 ? 0x80 | (low & 0x3F) : low);
+                    : first < 0xE0 ? first & 0x1F
+                    : first < 0xF0 ? first & 15
+                                   : first & 7;
+    for (; i < utf8.size() && (utf8[i] & 0xC0) == 0x80; ++i) code = code << 6 | (utf8[i] & 0x3F);
+    if (code >= 0x10000) put(0xD7C0 + (code >> 10));
+    put(code >= 0x10000 ? 0xDC00 | (code & 0x3FF) : code);
   }
   return result;
 }

@@ -9,16 +9,28 @@ fail() {
   exit 1
 }
 
+uptime() { # sets $now, in seconds
+  read -r now rest </proc/uptime
+  now=${now%.*}
+}
+
+# true_in SECONDS COMMAND...: whether the command succeeds within that time.
+true_in() {
+  uptime
+  end=$((now + $1))
+  shift
+  until "$@"; do
+    uptime
+    [ "$now" -lt $end ] || return 1
+    usleep 20000
+  done
+}
+
 # wait_until WHAT COMMAND...: fails the scenario if the command does not succeed in time.
 wait_until() {
   awaited=$1
   shift
-  tries=$((bound * 50))
-  until "$@"; do
-    tries=$((tries - 1))
-    [ $tries != 0 ] || fail "waited $bound s for $awaited"
-    usleep 20000
-  done
+  true_in $bound "$@" || fail "waited $bound s for $awaited"
 }
 
 is_there() { [ -e "$sysfs/$1/idVendor" ]; }
@@ -41,12 +53,7 @@ detach() { vhci_port "$1" >$vhci/detach; }
 plug() {
   for attempt in 1 2 3; do
     path=$(usb-device "$@") || fail "device $*"
-    tries=2000
-    while [ $tries != 0 ] && ! is_there "$path"; do
-      tries=$((tries - 1))
-      usleep 20000
-    done
-    [ $tries = 0 ] || return 0
+    true_in $bound is_there "$path" && return 0
     echo "note: attempt $attempt to attach $1 failed"
     detach "$path"
   done
@@ -121,13 +128,12 @@ remove() {
 
 users="root nobody"
 
-as_user() { # USER COMMAND...
+# as_user USER COMMAND...: in a subshell. $enter is a command that runs it elsewhere.
+as_user() {
   user=$1
   shift
-  if [ "$user" = root ]; then
-    exec "$@"
-  fi
-  exec su -s /bin/sh nobody -c 'exec "$@"' -- sh "$@"
+  [ "$user" = root ] || set -- su -s /bin/sh nobody -c 'exec "$@"' -- sh "$@"
+  exec ${enter:-} "$@"
 }
 
 # watch_bus: starts, as each user, a client and "yusb watch", whose streams are the files *.stream; and what the kernel says.

@@ -1,12 +1,13 @@
 // usb-watch FOLDER: writes what a yusb::watcher reports to FOLDER/watcher.stream and what a yusb::watch_queue
-// gives to FOLDER/queue.stream, as lines of JSON with the fields of "yusb watch --json", until it is ended by
-// SIGTERM. The library's log goes to standard error.
+// gives to FOLDER/queue.stream, as lines of JSON with the fields of "yusb watch --json". SIGTERM ends it;
+// SIGUSR1 makes it exit without releasing the library. The library's log goes to standard error.
 #include <pthread.h>
 #include <yusb.h>
 #include <yusb_watcher.h>
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -64,6 +65,7 @@ int main(int, char** argv) {
   sigset_t ending;
   sigemptyset(&ending);
   sigaddset(&ending, SIGTERM);
+  sigaddset(&ending, SIGUSR1);
   pthread_sigmask(SIG_BLOCK, &ending, nullptr);
 
   const std::string folder = argv[1];
@@ -78,6 +80,7 @@ int main(int, char** argv) {
     std::thread taker([&] { write_queue(queue, queue_stream); });
     int signal;
     sigwait(&ending, &signal);
+    if (signal == SIGUSR1) std::exit(0);
     queue.close();
     taker.join();
   }

@@ -1,4 +1,5 @@
 # Devices that are attached when a client starts are reported once each, hubs before what is behind them.
+# Also with udevd.
 . /library.sh
 
 plug 05ac:1393 --manufacturer "Apple Inc." --product AirPods --serial START1

@@ -1,4 +1,5 @@
 # Every device that comes or goes is reported exactly once, as often as the kernel announced it.
+# Also with udevd.
 . /library.sh
 
 watch_bus

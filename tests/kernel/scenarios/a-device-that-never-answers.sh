@@ -1,0 +1,33 @@
+# A device that never answers delays no device of another controller, and a string that it keeps back stays empty.
+. /library.sh
+
+watch_bus
+mute=$(usb-device 1209:0bad --hold a)
+make_gadget 0 1d6b 0104 GADGET
+connect_gadget 0
+# Meanwhile the strings of the hub cannot be read, so the streams are not compared with sysfs.
+for user in $users; do
+  wait_until "the gadget in the stream of $user" grep -q '"serial_number":"GADGET"' $user/watcher.stream
+done
+disconnect_gadget 0
+detach "$mute"
+compare_streams
+
+# The kernel waits five seconds for a string, and then announces the device.
+plug 1209:0001 --manufacturer M --product P --serial S --hold p
+compare_streams
+for user in $users; do
+  grep -F '"serial_number":"S"' $user/watcher.stream | grep -qF '"product":""' || fail "$user: $(cat $user/watcher.stream)"
+done
+
+# The library gives up after half a second; a client that starts now is not held up by more.
+uptime
+started=$now
+yusb list --json >listed
+uptime
+took=$((now - started))
+grep -qF '"serial_number":"S"' listed || fail "not listed: $(cat listed)"
+[ $took -lt 4 ] || fail "yusb list took $took s"
+unplug "$path"
+compare_streams
+end_clients
