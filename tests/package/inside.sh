@@ -2,6 +2,8 @@
 # Runs as root in a fresh Debian 12 that has the packages in /try.
 set -eu
 cd /try
+# What the packages were built with is not what a user of them has.
+unset CXX CXXFLAGS LDFLAGS CMAKE_CXX_COMPILER_LAUNCHER
 export DEBIAN_FRONTEND=noninteractive
 apt_get() { apt-get -qq -y --no-install-recommends "$@"; }
 files() { find / -xdev \( -iname '*yorvan*' -o -iname '*yusb*' \) ! -path '/try/*' ! -path '/proc/*' ! -path '/sys/*'; }
