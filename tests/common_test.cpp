@@ -106,6 +106,7 @@ TEST_F(Library, DeliversInAscendingOrderOfAddressToEveryContextOrToTheOneConcern
   for (const auto& [place, client] : {std::pair(2, 0), {0, 2}, {0, 1}, {1, 1}})
     context_notify_object_append(contexts.at(place), &clients.at(client));
   const auto expect_heard = [&](const char* text) { EXPECT_EQ(std::exchange(heard, {}), text); };
+  common_notify_append(contexts[0], nullptr);  // passed over
   append({"a", "b"});
   expect_heard("1+a 2+a 1+a 0+a 1+b 2+b 1+b 0+b ");
   common_notify_device_append(contexts[0], make_record(1, 1, "c"));
