@@ -1,6 +1,8 @@
 // The backend on a simulated bus: what a device's answers become, what the handlers do with faults, and how
 // the monitor thread starts and stops.
 
+#include <CoreFoundation/CoreFoundation.h>
+
 #include <csignal>
 #include <stdexcept>
 
@@ -214,6 +216,7 @@ TEST(Monitor, StopsFromEveryWindowOfTheStart) {
         stopping.wait();
         // The delay under test: the stop polls meanwhile.
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        bus.before_calls(nullptr);
         return true;
       });
       global_initialize();
@@ -246,6 +249,21 @@ TEST(Monitor, EndsTheProcessBeforeAnExceptionReachesIOKit) {
     };
     EXPECT_EXIT(throw_there(), testing::KilledBySignal(SIGABRT), "terminat") << in_handler;
   }
+}
+
+TEST(Monitor, LeavesNothingWhenItsLoopWasStoppedByTheHost) {
+  simulator bus;
+  const auto threads = entries("/proc/self/task");
+  global_initialize();
+  ASSERT_TRUE(bus.settle());
+  bus.before_calls([](const std::string& call) {
+    if (call == "IOCreatePlugInInterfaceForService") CFRunLoopStop(CFRunLoopGetCurrent());
+    return true;
+  });
+  bus.plug(make_device(1, 2, 3));
+  EXPECT_TRUE(comes_true([&] { return entries("/proc/self/task") == threads; }));
+  global_release();
+  EXPECT_EQ(simulator::leaks(), strings());
 }
 
 TEST(Monitor, SurvivesASystemThatRefuses) {

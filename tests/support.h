@@ -16,6 +16,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -29,6 +30,11 @@ using strings = std::vector<std::string>;
 inline unsigned long chosen(const char* variable, unsigned long otherwise) {
   const char* const text = std::getenv(variable);
   return text == nullptr ? otherwise : std::strtoul(text, nullptr, 10);
+}
+
+// How many entries a folder has: those of /proc/self/fd are the open descriptors.
+inline auto entries(const char* folder) {
+  return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
 }
 
 constexpr std::chrono::minutes kPatience(1);  // with what takes no time as a rule

@@ -4,7 +4,6 @@
 #include <malloc.h>
 #include <pthread.h>
 
-#include <filesystem>
 #include <memory>
 
 #include "support.h"
@@ -141,9 +140,6 @@ TEST(Cycles, LeaveThreadsDescriptorsAndMemoryWhereTheyWere) {
       longest = std::max<decltype(longest)>(longest, std::chrono::steady_clock::now() - start);
     }
     return longest;
-  };
-  const auto entries = [](const char* folder) {
-    return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
   };
   run(50);  // makes what is made once only
   const auto descriptors = entries("/proc/self/fd"), threads = entries("/proc/self/task");

@@ -12,7 +12,6 @@ class descriptor {
  public:
   descriptor() = default;
   explicit descriptor(int number) : _number(number) {}
-  descriptor(descriptor&& other) noexcept : _number(std::exchange(other._number, -1)) {}
   descriptor& operator=(descriptor&& other) noexcept {
     std::swap(_number, other._number);
     return *this;
