@@ -76,6 +76,27 @@ TEST(YLog, ShowsOneLineACallOnStandardErrorWhateverItHolds) {
             "a\tb\\x0Aforged \\x1B[31m\\x7F \\x00 \xE9\nfrom the sink\n");
 }
 
+TEST(YLog, WaitsForTheSinkThatItReplaces) {
+  struct slow {
+    gate entered, leaving;
+    std::atomic<bool> left{false};
+  } slow;
+  const auto sink = [](EYORVAN_LOG_LEVEL, const char*, std::size_t, void* user) {
+    auto& self = *static_cast<struct slow*>(user);
+    self.entered.open();
+    self.leaving.wait();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // the delay under test
+    self.left = true;
+  };
+  YLog::setSink(sink, &slow);
+  std::thread logging([] { YLog::output(EYORVAN_LOG_LEVEL_INFO, "a line"); });
+  slow.entered.wait();
+  slow.leaving.open();
+  YLog::setSink(nullptr, nullptr);
+  EXPECT_TRUE(slow.left);
+  logging.join();
+}
+
 TEST(YLog, KeepsLinesWholeWhenThreadsLogAtOnce) {
   testing::internal::CaptureStderr();
   std::vector<std::thread> threads;
