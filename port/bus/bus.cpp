@@ -17,4 +17,6 @@ bus& current_bus() {
   return chosen == nullptr ? real_bus() : *chosen;
 }
 
+std::unique_ptr<node_watch> watch_nodes() { return current_bus().watch_nodes(); }
+
 }  // namespace yusb::port

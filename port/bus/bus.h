@@ -7,6 +7,10 @@
 #include <memory>
 #include <optional>
 
+#include <yusb_details.h>
+
+#include "bus/nodes.h"
+
 namespace yusb::port {
 
 // An IOReturn: 0 is success.
@@ -89,6 +93,12 @@ class bus {
 
   // Null, after a line in the log, if the bus cannot be watched. From any thread.
   virtual std::unique_ptr<port::session> open() = 0;
+
+  // What yusb::device_details returns. From any thread.
+  virtual std::optional<usb_details> details(const record_key& record) = 0;
+
+  // From any thread; the bus must outlive what it returns.
+  virtual std::unique_ptr<node_watch> watch_nodes() = 0;
 };
 
 // The bus that the next notification port watches: the one last set, or the host's own if that is null.

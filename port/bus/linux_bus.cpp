@@ -16,7 +16,9 @@
 #include <yusb_bus.h>
 
 #include "bus/bus.h"
+#include "bus/linux_details.h"
 #include "bus/linux_device.h"
+#include "bus/linux_nodes.h"
 #include "bus/linux_sysfs.h"
 #include "bus/linux_uevents.h"
 #include "bus/location.h"
@@ -219,6 +221,10 @@ class linux_bus final : public bus {
     YLog::output(log_error, "Unable to watch the USB bus (%s)", std::strerror(errno));
     return nullptr;
   }
+
+  std::unique_ptr<node_watch> watch_nodes() override { return std::make_unique<linux_nodes>(); }
+
+  std::optional<usb_details> details(const record_key& record) override { return linux_details(record); }
 };
 
 }  // namespace

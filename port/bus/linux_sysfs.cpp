@@ -122,4 +122,28 @@ device_facts sysfs_device::facts() const {
   return found;
 }
 
+ssize_t sysfs_device::read(const char* file, char* buffer, std::size_t size) const {
+  return read_file(_directory.number(), file, buffer, size);
+}
+
+std::string sysfs_device::read_all(const char* name, std::size_t limit) const {
+  std::string content;
+  const descriptor file(openat(_directory.number(), name, O_RDONLY | O_CLOEXEC));
+  while (file && content.size() < limit) {
+    char page[4096];
+    const ssize_t got = ::read(file.number(), page, std::min(sizeof page, limit - content.size()));
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    content.append(page, static_cast<std::size_t>(got));
+  }
+  return content;
+}
+
+std::string_view sysfs_device::read_link(const char* link, char* buffer, std::size_t size) const {
+  const ssize_t got = readlinkat(_directory.number(), link, buffer, size);
+  if (got <= 0) return {};
+  const std::string_view target(buffer, static_cast<std::size_t>(got));
+  return target.substr(target.rfind('/') + 1);
+}
+
 }  // namespace yusb::port

@@ -3,6 +3,8 @@
 #ifndef YORVAN_PORT_BUS_LINUX_SYSFS_H_
 #define YORVAN_PORT_BUS_LINUX_SYSFS_H_
 
+#include <sys/types.h>
+
 #include <array>
 #include <cstdint>
 #include <optional>
@@ -56,6 +58,17 @@ class sysfs_device {
   // What cannot be read stays 0 or empty. The kernel hands out no text while it configures the device: a
   // device that does not answer makes this wait as long as it makes the kernel wait, 5 seconds as a rule.
   device_facts facts() const;
+
+  explicit operator bool() const { return static_cast<bool>(_directory); }
+
+  // One of its files, cut at `size`: how much was read, or -1 with errno set.
+  ssize_t read(const char* file, char* buffer, std::size_t size) const;
+
+  // The whole of a file that is larger than a page, cut at `limit`; empty if it cannot be read.
+  std::string read_all(const char* file, std::size_t limit) const;
+
+  // The last part of what a link points to; empty if there is no such link. `buffer` must outlive it.
+  std::string_view read_link(const char* link, char* buffer, std::size_t size) const;
 
  private:
   descriptor _directory;

@@ -95,6 +95,17 @@ std::optional<std::uint32_t> location_of(std::string_view path) {
   return top | (hash == 0 ? 1 : hash);
 }
 
+std::string path_of(std::uint32_t location) {
+  const std::uint32_t bus = location >> 24;
+  if (bus == 0) return {};
+  std::string path = std::to_string(bus);
+  if ((location & 0x00FFFFFF) == 0) return "usb" + path;
+  std::uint32_t ports = location << 8;
+  for (char separator = '-'; ports >> 28 != 0; ports <<= 4, separator = '.')
+    path += separator + std::to_string(ports >> 28);
+  return ports == 0 ? path : std::string();
+}
+
 bool may_collide(std::uint32_t location) {
   return (location & 0x00F00000) == 0 && (location & 0x000FFFFF) != 0;
 }

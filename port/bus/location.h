@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace yusb::port {
@@ -31,6 +32,9 @@ bool is_within(std::string_view path, std::string_view hub);
 // of a hash of the path. Two such paths may collide: next_location tells apart those that are attached
 // together. Never 0.
 std::optional<std::uint32_t> location_of(std::string_view path);
+
+// The only path with that location, or empty if there is none or may_collide is true.
+std::string path_of(std::uint32_t location);
 
 // False for the location of a path that fits: no other path has it.
 bool may_collide(std::uint32_t location);

@@ -6,115 +6,19 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 #include <deque>
 #include <mutex>
-#include <thread>
 #include <utility>
 
 #include "apple/object.h"
+#include "bus/attachment.h"
 #include "bus/bus.h"
 #include "bus/settle.h"
-#include "bus/utf16.h"
+#include "bus/simulated_nodes.h"
 
 namespace yusb {
 
-namespace {
-
-using port::status;
-
-// The description and what happened to it. Shared by the simulator and whoever still holds the device.
-class attachment : public port::device {
- public:
-  explicit attachment(const simulated_device& described) : _described(described) {}
-
-  port::grant plugin() override { return {_described.plugin_status, !_described.plugin_missing}; }
-  port::grant device_interface() override {
-    return {_described.interface_status, !_described.interface_missing};
-  }
-
-  status get(port::number which, std::uint32_t* value) override {
-    if (_described.failing.count(static_cast<simulated_number>(which)) != 0) return port::status_error;
-    switch (which) {
-      case port::number::vendor:
-        *value = _described.vendor;
-        break;
-      case port::number::product:
-        *value = _described.product;
-        break;
-      case port::number::release:
-        *value = _described.release;
-        break;
-      case port::number::location:
-        *value = _described.location;
-        break;
-      case port::number::manufacturer_index:
-        *value = _described.manufacturer.has_value() ? 1 : 0;
-        break;
-      case port::number::product_index:
-        *value = _described.product_name.has_value() ? 2 : 0;
-        break;
-      case port::number::serial_number_index:
-        *value = _described.serial_number.has_value() ? 3 : 0;
-        break;
-    }
-    return port::status_ok;
-  }
-
-  status control(port::control_request& request) override {
-    {
-      const std::lock_guard<std::mutex> lock(_mutex);
-      _requests.push_back(
-          {request.request_type, request.request, request.value, request.index, request.length});
-      if (_gone) return port::status_no_device;
-    }
-    const simulated_reply reply = answer(request);
-    std::this_thread::sleep_for(reply.delay);
-    if (reply.status != port::status_ok) return reply.status;
-    request.transferred =
-        static_cast<std::uint32_t>(std::min<std::size_t>(reply.bytes.size(), request.length));
-    if (request.transferred != 0) std::memcpy(request.data, reply.bytes.data(), request.transferred);
-    return port::status_ok;
-  }
-
-  std::optional<std::uint32_t> registry_location() override {
-    return _described.location_property ? std::optional<std::uint32_t>(_described.location) : std::nullopt;
-  }
-
-  void leave() {
-    const std::lock_guard<std::mutex> lock(_mutex);
-    _gone = true;
-  }
-
-  std::vector<simulated_request> requests() const {
-    const std::lock_guard<std::mutex> lock(_mutex);
-    return _requests;
-  }
-
- private:
-  simulated_reply answer(const port::control_request& request) const {
-    const bool string = request.request_type == 0x80 && request.request == 6 && request.value >> 8 == 3;
-    const int index = request.value & 0xFF;
-    if (!string || index < 1 || index > 3) return {port::status_stalled, {}, {}};
-    const auto replaced = _described.replies.find(index);
-    if (replaced != _described.replies.end()) return replaced->second;
-    const std::optional<std::string>* const texts[] = {&_described.manufacturer, &_described.product_name,
-                                                       &_described.serial_number};
-    const std::optional<std::string>& text = *texts[index - 1];
-    if (!text.has_value()) return {port::status_stalled, {}, {}};
-    const port::string_descriptor made = port::encode_string_descriptor(*text);
-    return {port::status_ok,
-            {made.bytes.begin(), made.bytes.begin() + static_cast<std::ptrdiff_t>(made.size)},
-            {}};
-  }
-
-  const simulated_device _described;
-  mutable std::mutex _mutex;
-  bool _gone = false;                        // under _mutex
-  std::vector<simulated_request> _requests;  // under _mutex
-};
-
-}  // namespace
+using port::attachment;
 
 struct simulator::implementation : port::bus, std::enable_shared_from_this<simulator::implementation> {
   class watch;
@@ -125,6 +29,8 @@ struct simulator::implementation : port::bus, std::enable_shared_from_this<simul
   std::vector<watch*> watches;                          // under mutex
 
   std::unique_ptr<port::session> open() override;
+  std::optional<usb_details> details(const port::record_key& record) override;
+  std::unique_ptr<port::node_watch> watch_nodes() override;
   void tell(const port::change& change);
 };
 
@@ -185,6 +91,24 @@ std::unique_ptr<port::session> simulator::implementation::open() {
   return nullptr;
 }
 
+std::optional<usb_details> simulator::implementation::details(const port::record_key& record) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  for (const auto& [id, device] : attached) {
+    if (std::optional<usb_details> found = device->details(record)) return found;
+  }
+  return std::nullopt;
+}
+
+std::unique_ptr<port::node_watch> simulator::implementation::watch_nodes() {
+  return std::make_unique<port::simulated_nodes>([self = shared_from_this()](const port::record_key& record) {
+    const std::lock_guard<std::mutex> lock(self->mutex);
+    for (const auto& [id, device] : self->attached) {
+      if (device->details(record).has_value()) return device;
+    }
+    return std::shared_ptr<attachment>();
+  });
+}
+
 void simulator::implementation::tell(const port::change& change) {
   for (watch* const each : watches) each->push(change);
 }
@@ -201,7 +125,7 @@ simulator::~simulator() {
 int simulator::plug(const simulated_device& device) {
   const std::lock_guard<std::mutex> lock(_implementation->mutex);
   const int id = ++_implementation->last_id;
-  const auto made = std::make_shared<attachment>(device);
+  const auto made = std::make_shared<attachment>(device, id);
   _implementation->attached.emplace(id, made);
   _implementation->tell({true, made});
   return id;
@@ -214,6 +138,14 @@ bool simulator::unplug(int id) {
   found->second->leave();
   _implementation->tell({false, found->second});
   _implementation->attached.erase(found);
+  return true;
+}
+
+bool simulator::open_node(int id) {
+  const std::lock_guard<std::mutex> lock(_implementation->mutex);
+  const auto found = _implementation->attached.find(id);
+  if (found == _implementation->attached.end()) return false;
+  found->second->open_node();
   return true;
 }
 

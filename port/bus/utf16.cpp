@@ -64,4 +64,29 @@ string_descriptor encode_string_descriptor(std::string_view utf8) {
   return made;
 }
 
+std::string decode_string_descriptor(const std::uint8_t* bytes, std::size_t size) {
+  std::string text;
+  const auto put = [&](std::uint32_t byte) { text += static_cast<char>(byte); };
+  std::uint32_t high = 0;  // a surrogate that waits for its other half
+  for (std::size_t at = 2; at + 1 < size; at += 2) {
+    const std::uint32_t unit = bytes[at] | std::uint32_t{bytes[at + 1]} << 8;
+    if (unit == 0) break;
+    std::uint32_t point = unit;
+    if (unit >= 0xDC00 && unit < 0xE000 && high != 0)
+      point = 0x10000 + ((high - 0xD800) << 10) + (unit - 0xDC00);
+    high = unit >= 0xD800 && unit < 0xDC00 ? unit : 0;
+    if (point >= 0xD800 && point < 0xE000) continue;
+    if (point >= 0x10000) {
+      put(0xF0 | point >> 18);
+      put(0x80 | (point >> 12 & 0x3F));
+    } else if (point >= 0x800) {
+      put(0xE0 | point >> 12);
+    }
+    if (point >= 0x800) put(0x80 | (point >> 6 & 0x3F));
+    if (point >= 0x80 && point < 0x800) put(0xC0 | point >> 6);
+    put(point < 0x80 ? point : 0x80 | (point & 0x3F));
+  }
+  return text;
+}
+
 }  // namespace yusb::port

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace yusb::port {
@@ -20,6 +21,10 @@ struct string_descriptor {
 // The descriptor that a device would send for a UTF-8 text, cut where it is full, never inside a pair of
 // surrogates. A byte that is not part of valid UTF-8 becomes U+FFFD.
 string_descriptor encode_string_descriptor(std::string_view utf8);
+
+// The text of a descriptor, in UTF-8, as the kernel reads it: up to the first zero unit, without lone
+// surrogates. `size` is what the device sent, whatever the descriptor claims. Throws std::bad_alloc.
+std::string decode_string_descriptor(const std::uint8_t* bytes, std::size_t size);
 
 }  // namespace yusb::port
 

@@ -27,6 +27,7 @@
 #include <vector>
 
 #include <yusb_bus.h>
+#include <yusb_details.h>
 
 namespace yusb {
 
@@ -67,6 +68,23 @@ struct simulated_device {
   std::set<simulated_number> failing;      // queries that fail
   std::map<int, simulated_reply> replies;  // by string index, instead of the text's; the index must be in use
   bool location_property = true;  // false: the registry has no "locationID", so its departure goes unnoticed
+
+  // What yusb_details.h reports besides the numbers and strings above.
+  std::string
+      port_path;  // empty: "1-2.3" for the location 0x01230000, and none for one that is no such path's
+  std::uint16_t usb_version = 0x0200;
+  std::uint8_t class_code = 0;
+  std::uint8_t subclass = 0;
+  std::uint8_t protocol = 0;
+  double speed = 480;  // in Mbit/s
+  std::uint8_t configurations = 1;
+  std::uint8_t active_configuration = 1;
+  std::uint16_t max_power = 500;  // in mA
+  std::vector<usb_interface> interfaces;
+
+  // When yusb_openable.h finds the device openable: so long after its arrival, or, if empty, not before
+  // simulator::open_node.
+  std::optional<std::chrono::milliseconds> openable_after = std::chrono::milliseconds(0);
 };
 
 // A control request that reached a device.
@@ -81,7 +99,7 @@ struct simulated_request {
 // The bus. One at a time; from its construction it is what the library watches from its next initialisation
 // on, and until then nothing changes. Destroy it after yusb::global_release; then the host's own bus is the
 // library's again. All functions may be called from any thread, before, during and after the library's use;
-// plug, unplug and requests also from a handler. All but settle and the destructor may throw
+// plug, unplug, open_node and requests also from a handler. All but settle and the destructor may throw
 // std::bad_alloc; what a plug or an unplug that threw has done is undefined.
 class YUSB_BUS_EXPORT simulator {
  public:
@@ -95,6 +113,9 @@ class YUSB_BUS_EXPORT simulator {
 
   // Detaches it. False if it is not attached.
   bool unplug(int id);
+
+  // Makes a device openable from now on. False if it is not attached.
+  bool open_node(int id);
 
   // bus_settle.
   bool settle(std::chrono::milliseconds limit = std::chrono::seconds(30));

@@ -1,0 +1,219 @@
+// What an attached device is: its port, its speed, its interfaces and their drivers, whole UTF-8 strings, and
+// what these say about a phone's mode. Link the bus library: YorvanUsb::Bus, or YorvanUsbBus for pkg-config.
+//
+//   if (const auto details = yusb::device_details(record)) {
+//     const yusb::mode_set modes = yusb::device_modes(*details);
+//     if (modes.contains(yusb::device_mode::adb)) std::printf("%s has ADB\n", details->port_path.c_str());
+//   }
+//
+// Cost. A record carries none of this. Each call of device_details reads about ten small files of sysfs, and
+// so does each filter below whenever it is asked; in a watcher that is under the library's locks.
+#ifndef YUSB_DETAILS_H_
+#define YUSB_DETAILS_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <yusb.h>
+#include <yusb_bus.h>
+#include <yusb_filter.h>
+
+namespace yusb {
+
+// One interface of a configuration, in its alternate setting 0.
+struct usb_interface {
+  std::uint8_t number = 0;      // bInterfaceNumber
+  std::uint8_t class_code = 0;  // bInterfaceClass
+  std::uint8_t subclass = 0;
+  std::uint8_t protocol = 0;
+  std::string name;    // its string descriptor, in UTF-8; empty if it has none
+  std::string driver;  // the kernel driver that is bound to it; empty if there is none, or none yet
+};
+
+// Numbers that the system does not know are 0, strings that it does not know are empty.
+struct usb_details {
+  std::uint16_t vendor = 0;   // idVendor
+  std::uint16_t product = 0;  // idProduct
+  std::uint16_t release = 0;  // bcdDevice
+
+  std::uint32_t bus = 0;      // bus number
+  std::uint32_t address = 0;  // on that bus; a device gets another one each time it is attached
+  std::string port_path;      // "1-2.3": bus 1, port 2, and port 3 of the hub there; "usb1" is a root hub
+  std::string device_node;    // "/dev/bus/usb/001/005", whether it exists or not; empty off Linux
+
+  std::uint16_t usb_version = 0;  // bcdUSB: 0x0210 is USB 2.1
+  std::uint8_t class_code = 0;    // bDeviceClass; 0 leaves it to the interfaces
+  std::uint8_t subclass = 0;
+  std::uint8_t protocol = 0;
+  double speed = 0;  // of the link, in Mbit/s: 1.5, 12, 480, 5000, ...
+
+  // The system configures a device and binds drivers a moment after its arrival. Until then power and
+  // interfaces are those of the device's first configuration, without names and drivers.
+  std::uint8_t configurations = 0;        // how many the device has
+  std::uint8_t active_configuration = 0;  // bConfigurationValue; 0 if it is not configured
+  std::uint16_t max_power = 0;            // of the active configuration, in mA
+  std::vector<usb_interface> interfaces;  // of the active configuration, in the device's order
+
+  // Whole, in UTF-8: a record holds only the low byte of each UTF-16 unit.
+  std::string manufacturer;
+  std::string product_name;
+  std::string serial_number;
+};
+
+// The details of what is attached now at the record's location. Empty if the location, the IDs or the strings
+// are not those of the record, so a record of a device that is gone has no details; empty as well if the
+// system cannot be asked, out of file descriptors for instance. Two devices with equal IDs and strings that
+// follow each other on one port cannot be told apart.
+//
+// No lock of the library is taken and the device is neither opened nor asked, so a handler may call this. The
+// kernel answers for strings only when it is not busy configuring or resetting the device: one that does not
+// respond can block the call for as long as it blocks the kernel, typically 5 seconds. A string that the
+// kernel failed to read is empty here and is not compared.
+//
+// A location made from a hash, for a port path that does not fit into 32 bits, is looked up by listing the
+// bus. Where such hashes collide, IDs and strings decide; equal devices with colliding hashes cannot be told
+// apart.
+//
+// From any thread; on a simulated bus while the simulator lives. Throws std::bad_alloc.
+YUSB_BUS_EXPORT std::optional<usb_details> device_details(const YUsbInfoDevice& record);
+
+// ---- What it is doing ----
+
+// What a device offers, by published identifiers: of interfaces (the numbers are class/subclass/protocol, in
+// hexadecimal), or vendor:product where only those tell.
+enum class device_mode : std::uint8_t {
+  adb,           // Android Debug Bridge: ff/42/01, dc/02/01
+  fastboot,      // Android's boot loader: ff/42/03
+  mtp,           // media transfer: 06/01/01 or ff/ff/00, if the interface is named "MTP"
+  ptp,           // picture transfer: 06/01/01 otherwise, which an MTP device without that name has too
+  mass_storage,  // 08
+  tethering,     // a network over USB, of a phone or a network adapter: RNDIS, CDC ECM, NCM or EEM, Apple's
+  accessory,     // Android Open Accessory: 18d1:2d00, 2d01, 2d04, 2d05
+  usbmux,        // Apple's multiplexer, which every booted iPhone and iPad has: ff/fe/02
+  recovery,      // Apple's recovery mode: 05ac:1281
+  dfu,           // Device Firmware Upgrade: fe/01, unless it is only offered (fe/01/01); Apple's 05ac:1227
+  edl,           // Qualcomm's emergency download: 05c6:9008
+  preloader,     // MediaTek's preloader: 0e8d:2000
+  download,      // Samsung's download mode: 04e8:685d
+  audio,         // 01/01, 01/02
+  midi,          // 01/03
+  serial,        // CDC ACM: 02/02
+  hid,           // keyboards, mice and others: 03
+  printer,       // 07
+  hub,           // 09
+  smart_card,    // 0b
+  video,         // 0e
+  bluetooth,     // e0/01/01
+};
+constexpr unsigned device_mode_count = static_cast<unsigned>(device_mode::bluetooth) + 1;
+
+// "adb", "mass-storage", "smart-card": the enumerator with hyphens.
+YUSB_BUS_EXPORT const char* to_string(device_mode mode) noexcept;
+
+// The mode of that name, in lower case; empty if there is none.
+YUSB_BUS_EXPORT std::optional<device_mode> parse_device_mode(std::string_view name) noexcept;
+
+class mode_set {
+ public:
+  constexpr bool contains(device_mode mode) const noexcept { return (_bits & bit(mode)) != 0; }
+  constexpr void insert(device_mode mode) noexcept { _bits |= bit(mode); }
+  constexpr bool empty() const noexcept { return _bits == 0; }
+  constexpr bool operator==(const mode_set& other) const noexcept { return _bits == other._bits; }
+  constexpr bool operator!=(const mode_set& other) const noexcept { return _bits != other._bits; }
+
+  // The modes in it, in the order of the enumeration. Throws std::bad_alloc.
+  std::vector<device_mode> list() const {
+    std::vector<device_mode> found;
+    for (unsigned i = 0; i < device_mode_count; ++i) {
+      if (contains(static_cast<device_mode>(i))) found.push_back(static_cast<device_mode>(i));
+    }
+    return found;
+  }
+
+ private:
+  static constexpr std::uint32_t bit(device_mode mode) { return 1u << static_cast<unsigned>(mode); }
+  std::uint32_t _bits = 0;
+};
+
+// What a device's IDs and interfaces tell, which can be several modes or none. From any thread.
+YUSB_BUS_EXPORT mode_set device_modes(const usb_details& details) noexcept;
+
+// ---- Filters that read the bus ----
+//
+// Each calls device_details whenever it is asked: file I/O, in a watcher under the library's locks. Put a
+// filter that reads only the record before it: both(device_is_android, with_mode(device_mode::adb)). All of
+// them are false for a device that is gone before it can be read. They throw std::bad_alloc.
+
+namespace detail {
+
+template <typename Condition>
+device_filter with_details(Condition condition) {
+  return [condition = std::move(condition)](const YUsbInfoDevice& device) {
+    const std::optional<usb_details> details = device_details(device);
+    return details.has_value() && condition(*details);
+  };
+}
+
+// True if `part` occurs in `text`, whatever the case of A to Z.
+inline bool contains_text(std::string_view text, std::string_view part) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; };
+  for (std::size_t at = 0; at + part.size() <= text.size(); ++at) {
+    std::size_t same = 0;
+    while (same < part.size() && lower(text[at + same]) == lower(part[same])) ++same;
+    if (same == part.size()) return true;
+  }
+  return false;
+}
+
+}  // namespace detail
+
+// By the class of the device or of any of its interfaces.
+inline device_filter with_class(std::uint8_t class_code) {
+  return detail::with_details([=](const usb_details& details) {
+    for (const usb_interface& each : details.interfaces) {
+      if (each.class_code == class_code) return true;
+    }
+    return details.class_code == class_code;
+  });
+}
+
+// By an interface's class, subclass and protocol; what is empty matches anything.
+inline device_filter with_interface(std::uint8_t class_code, std::optional<std::uint8_t> subclass = {},
+                                    std::optional<std::uint8_t> protocol = {}) {
+  return detail::with_details([=](const usb_details& details) {
+    for (const usb_interface& each : details.interfaces) {
+      if (each.class_code == class_code && each.subclass == subclass.value_or(each.subclass) &&
+          each.protocol == protocol.value_or(each.protocol))
+        return true;
+    }
+    return false;
+  });
+}
+
+inline device_filter with_mode(device_mode mode) {
+  return detail::with_details(
+      [=](const usb_details& details) { return device_modes(details).contains(mode); });
+}
+
+// By the whole port path: "1-2.3".
+inline device_filter with_port(std::string port_path) {
+  return detail::with_details([port_path = std::move(port_path)](const usb_details& details) {
+    return details.port_path == port_path;
+  });
+}
+
+// By a part of the manufacturer or product string, in UTF-8; A to Z match in either case.
+inline device_filter with_name(std::string part) {
+  return detail::with_details([part = std::move(part)](const usb_details& details) {
+    return detail::contains_text(details.manufacturer, part) ||
+           detail::contains_text(details.product_name, part);
+  });
+}
+
+}  // namespace yusb
+
+#endif  // YUSB_DETAILS_H_

@@ -1,0 +1,44 @@
+// Whether the nodes of devices can be opened, as a bus reports it.
+#ifndef YORVAN_PORT_BUS_NODES_H_
+#define YORVAN_PORT_BUS_NODES_H_
+
+#include <array>
+#include <chrono>
+#include <memory>
+#include <optional>
+
+#include <yusb_openable.h>
+
+#include "bus/agreement.h"
+
+namespace yusb::port {
+
+// Devices that are waited for, by ID. Used on one thread at a time.
+class node_watch {
+ public:
+  using answer = detail::node_waiter::answer;
+  using clock = std::chrono::steady_clock;
+
+  virtual ~node_watch() = default;
+
+  virtual void add(unsigned id, const record_key& record) = 0;
+  virtual void remove(unsigned id) = 0;
+
+  // next() may have an answer when one of these is readable; -1 stands for none.
+  virtual std::array<int, 2> descriptors() const = 0;
+  // next() may have an answer at that time, whatever the descriptors say.
+  virtual std::optional<clock::time_point> due() const = 0;
+
+  // A device that is openable or gone, which is removed thereby. Empty if there is none yet; never waits.
+  virtual std::optional<answer> next() = 0;
+
+  // What a device is at this moment: openable, gone, or timed_out for neither. It is not removed.
+  virtual openability check(unsigned id) = 0;
+};
+
+// On the bus that the library watches.
+std::unique_ptr<node_watch> watch_nodes();
+
+}  // namespace yusb::port
+
+#endif  // YORVAN_PORT_BUS_NODES_H_

@@ -1,0 +1,147 @@
+// Details, modes and the filters that read the bus, on a simulated bus.
+#include <yusb_details.h>
+
+#include "support.h"
+
+using namespace yusb;
+
+struct Details : Library {
+  static simulated_device phone() {
+    simulated_device made = make_device(0x18D1, 0x4EE7, 0x01230000);
+    made.manufacturer = "Gööögle";
+    made.product_name = "Pixel \xF0\x9F\x98\x80";
+    made.serial_number = "0A1B";
+    made.speed = 5000;
+    made.interfaces = {{0, 0x06, 0x01, 0x01, "MTP", ""}, {1, 0xFF, 0x42, 0x01, "ADB Interface", "usbfs"}};
+    return made;
+  }
+
+  // The record of what is attached last.
+  YUsbInfoDevice plug(const simulated_device& device) {
+    id = bus.plug(device);
+    settle();
+    YUsbInfoDevice last;
+    device_traverse(nullptr, [&](const YUsbInfoDevice& record) { return last = record, true; });
+    return last;
+  }
+
+  int id = 0;
+};
+
+TEST_F(Details, AreTheDescriptionOfTheDeviceThatTheRecordIsOf) {
+  const YUsbInfoDevice record = plug(phone());
+  const auto found = device_details(record);
+  ASSERT_TRUE(found.has_value());
+  EXPECT_EQ(std::tie(found->port_path, found->bus, found->speed, found->manufacturer, found->product_name),
+            std::tuple("1-2.3", 1u, 5000.0, "Gööögle", "Pixel \xF0\x9F\x98\x80"));
+  EXPECT_EQ(found->interfaces.size(), 2u);
+  YUsbInfoDevice other = record;
+  other.setSerialNumber("0A1C");
+  EXPECT_FALSE(device_details(other).has_value());
+
+  ASSERT_TRUE(bus.unplug(id));
+  EXPECT_FALSE(device_details(record).has_value());
+  simulated_device successor = phone();
+  successor.product = 0x4EE0;
+  EXPECT_TRUE(device_details(plug(successor)).has_value());
+  EXPECT_FALSE(device_details(record).has_value()) << "another device at the same port";
+}
+
+TEST_F(Details, AgreeWithARecordWhoseStringsTheDeviceGarbled) {
+  simulated_device garbled = phone();
+  garbled.replies[2].bytes = {8, 3, 'P', 0, 0x00, 0xD8, 'x', 0x4E, 'y'};
+  garbled.replies[3].status = 1;
+  garbled.failing = {simulated_number::release, simulated_number::manufacturer_index};
+  const auto found = device_details(plug(garbled));
+  ASSERT_TRUE(found.has_value());
+  EXPECT_EQ(std::tie(found->manufacturer, found->product_name, found->serial_number),
+            std::tuple("", "P\xE4\xB9\xB8", ""))
+      << "without the lone surrogate";
+}
+
+TEST_F(Details, AnswerAHandlerUnderTheLocks) {
+  std::string path;
+  client.then = [&](const YUsbInfoDevice& device, _yusb_device_event) {
+    if (const auto found = device_details(device)) path = found->port_path;
+  };
+  listen();
+  plug(phone());
+  EXPECT_EQ(path, "1-2.3");
+}
+
+TEST_F(Details, FiltersChooseByWhatIsAttachedNow) {
+  const YUsbInfoDevice record = plug(phone());
+  const std::pair<device_filter, bool> expected[] = {
+      {with_class(0xFF), true},
+      {with_class(0x00), true},
+      {with_class(0x08), false},
+      {with_interface(0xFF), true},
+      {with_interface(0xFF, 0x42, 0x01), true},
+      {with_interface(0xFF, 0x42, 0x03), false},
+      {with_mode(device_mode::adb), true},
+      {with_mode(device_mode::fastboot), false},
+      {with_port("1-2.3"), true},
+      {with_port("1-2"), false},
+      {with_name("PIXEL"), true},
+      {with_name("öÖg"), false},
+      {with_name("ÖÖG"), false},
+      {with_name("öögLE"), true},
+      {with_name(""), true},
+      {with_name("pixels"), false},
+      {except(with_name("nexus")), true},
+      {both(with_mode(device_mode::mtp), except(with_class(0xFF))), false},
+  };
+  for (const auto& [filter, kept] : expected) EXPECT_EQ(filter(record), kept) << &filter - &expected[0].first;
+  bus.unplug(id);
+  EXPECT_FALSE(with_port("1-2.3")(record));
+  EXPECT_TRUE(except(with_port("1-2.3"))(record));
+}
+
+// The modes of a device with these interfaces: "adb mtp ".
+std::string modes(std::uint16_t vendor, std::uint16_t product,
+                  const std::vector<usb_interface>& interfaces = {}) {
+  usb_details details;
+  details.vendor = vendor;
+  details.product = product;
+  details.interfaces = interfaces;
+  std::string text;
+  for (const device_mode mode : device_modes(details).list()) text += to_string(mode) + std::string(" ");
+  return text;
+}
+
+TEST(Modes, AreThoseOfPublishedIdentifiers) {
+  EXPECT_EQ(modes(0x18D1, 0x4EE7, {{0, 0x06, 1, 1, "MTP", ""}, {1, 0xFF, 0x42, 1, "", ""}}), "adb mtp ");
+  EXPECT_EQ(modes(0x0FCE, 0x0166, {{0, 0xFF, 0xFF, 0, "MTP", ""}, {1, 0x08, 6, 0x50, "", ""}}),
+            "mtp mass-storage ");
+  EXPECT_EQ(modes(0x04A9, 0x31C0, {{0, 0x06, 1, 1, "", ""}, {1, 0xFF, 0xFF, 0, "", ""}}), "ptp ");
+  EXPECT_EQ(modes(0x18D1, 0x4EE0, {{0, 0xFF, 0x42, 3, "", ""}}), "fastboot ");
+  EXPECT_EQ(modes(0x05AC, 0x12A8,
+                  {{0, 0x06, 1, 1, "PTP", ""}, {1, 0xFF, 0xFE, 2, "", ""}, {2, 0xFF, 0xFD, 1, "", ""}}),
+            "ptp tethering usbmux ");
+  for (const auto& [class_code, subclass, protocol] :
+       {std::tuple(0xE0, 1, 3), {0xEF, 4, 1}, {2, 2, 0xFF}, {2, 6, 0}, {2, 0xD, 0}, {2, 0xC, 7}}) {
+    const auto as_byte = [](int value) { return static_cast<std::uint8_t>(value); };
+    EXPECT_EQ(modes(1, 1, {{0, as_byte(class_code), as_byte(subclass), as_byte(protocol), "", ""}}),
+              "tethering ");
+  }
+  EXPECT_EQ(modes(1, 1, {{0, 2, 2, 1, "", ""}, {1, 1, 3, 0, "", ""}, {2, 3, 1, 1, "", ""}}),
+            "midi serial hid ");
+  EXPECT_EQ(modes(1, 1, {{0, 0xFE, 1, 1, "", ""}}), "") << "it could be upgraded, and is at work";
+  EXPECT_EQ(modes(1, 1, {{0, 0xFE, 1, 2, "", ""}}), "dfu ");
+  EXPECT_EQ(modes(0x05AC, 0x1227), "dfu ");
+  EXPECT_EQ(modes(0x05AC, 0x1281), "recovery ");
+  EXPECT_EQ(modes(0x18D1, 0x2D05), "accessory ");
+  EXPECT_EQ(modes(0x18D1, 0x1281), "");
+}
+
+TEST(Modes, HaveNamesThatParse) {
+  std::set<std::string> names;
+  for (unsigned i = 0; i < device_mode_count; ++i) {
+    const auto mode = static_cast<device_mode>(i);
+    EXPECT_EQ(parse_device_mode(to_string(mode)), mode);
+    names.insert(to_string(mode));
+  }
+  EXPECT_EQ(names.size(), device_mode_count);
+  for (const char* const other : {"", "ADB", "adb ", "mass_storage"})
+    EXPECT_FALSE(parse_device_mode(other)) << other;
+}

@@ -1,0 +1,184 @@
+// Details on the Linux bus, on a sysfs that umockdev mocks; the parser of descriptors by itself.
+#include <umockdev.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <memory>
+
+#include "bus/descriptors.h"
+#include "bus/linux_details.h"
+#include "bus/location.h"
+#include "support.h"
+
+// umockdev's worker thread is not instrumented.
+extern "C" const char* __tsan_default_suppressions() { return "race:libumockdev\ncalled_from_lib:libglib\n"; }
+
+namespace yusb::port {
+namespace {
+
+using bytes = std::string;
+
+bytes operator""_hex(const char* text, std::size_t size) {
+  bytes made;
+  for (std::size_t i = 0; i + 1 < size; i += 2)
+    made += static_cast<char>(std::strtoul(std::string(text + i, 2).c_str(), nullptr, 16));
+  return made;
+}
+
+const bytes device = "1201100200000040AC05931307010A0B0C02"_hex;
+bytes configuration(int value) { return "0902120001"_hex + static_cast<char>(value) + "0080FA"_hex; }
+
+// The interfaces of configuration 1, each as its number and class: "0:8 1:255".
+std::string interfaces(const bytes& descriptors) {
+  const auto found = find_configuration(device + descriptors, 1);
+  if (!found.has_value()) return "none";
+  std::string text;
+  for (const interface_descriptor& each : found->interfaces)
+    text += std::to_string(each.number) + ":" + std::to_string(each.class_code) + " ";
+  return text;
+}
+
+TEST(Descriptors, AreReadUpToTheFirstWhoseLengthCannotBe) {
+  const bytes first = "090400000008065000"_hex, second = "090401000003000000"_hex;
+  const bytes start = configuration(1) + first;
+  EXPECT_EQ(interfaces(start + "0724"_hex + bytes(5, 4) + second), "0:8 1:3 ") << "others are skipped";
+  EXPECT_EQ(interfaces(start + second + configuration(2) + "090402000003000000"_hex), "0:8 1:3 ");
+  EXPECT_EQ(interfaces(configuration(2) + second + start), "0:8 ");
+  for (const bytes& junk : {bytes(2, 0), "0104"_hex, "C804"_hex, "08"_hex})
+    EXPECT_EQ(interfaces(start + junk + second).substr(0, 4), "0:8 ") << junk;
+  EXPECT_EQ(interfaces(start + second.substr(0, 8)), "0:8 ");
+  EXPECT_EQ(interfaces(start + "0804010000030000"_hex), "0:8 ") << "too short for an interface";
+  EXPECT_EQ(interfaces("0802120001010080"_hex + first), "none") << "too short for a configuration";
+  EXPECT_EQ(interfaces(""), "none");
+  EXPECT_EQ(find_configuration(device + start + configuration(2), 0).value().interfaces.size(), 1u)
+      << "the first";
+
+  EXPECT_EQ(interfaces(configuration(1) + "090400010001000000"_hex + "090400000002000000"_hex + first),
+            "0:2 ")
+      << "alternate setting 0, once";
+  bytes large = configuration(1);
+  while (large.size() < 65536) large += "FF24"_hex + bytes(253, 4);
+  EXPECT_EQ(interfaces(large + second), "1:3 ");
+
+  EXPECT_FALSE(parse_device_descriptor(device.substr(0, 17)).has_value());
+  EXPECT_FALSE(parse_device_descriptor("11"_hex + device.substr(1)).has_value());
+}
+
+struct LinuxDetails : testing::Test {
+  // Attaches a device 05ac:1393, release 0107, whose strings have the indices 10, 11, 12.
+  void plug(const std::string& path, const strings& attributes, const bytes& descriptors = configuration(1)) {
+    std::string text = "P: /devices/" + path + "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nH: descriptors=";
+    for (const char c : device + descriptors) text += YString::format("%02X", c & 0xFF).data();
+    for (const std::string& each : attributes) text += "\nA: " + each;
+    text += "\nA: devnum=7\\n\n";
+    ASSERT_TRUE(umockdev_testbed_add_from_string(bed.get(), text.c_str(), nullptr));
+  }
+
+  void plug_interface(const std::string& device, const std::string& name, const strings& lines) {
+    std::string text =
+        "P: /devices/" + device + "/" + name + "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_interface\n";
+    for (const std::string& line : lines) text += line + "\n";
+    ASSERT_TRUE(umockdev_testbed_add_from_string(bed.get(), (text + "\n").c_str(), nullptr));
+  }
+
+  static YUsbInfoDevice record(const std::string& path, const device_texts& texts = {},
+                               std::uint32_t moved = 0) {
+    YUsbInfoDevice made =
+        make_record(0x05AC, 0x1393, YString::format("0x%X", *location_of(path) + moved), nullptr, texts);
+    made.setRevisedID(0x0107);
+    return made;
+  }
+
+  static record_key key(const std::string& path, const device_texts& texts = {}, std::uint32_t moved = 0) {
+    return record_key(record(path, texts, moved));
+  }
+
+  const std::unique_ptr<UMockdevTestbed, void (*)(gpointer)> bed{umockdev_testbed_new(), g_object_unref};
+};
+
+TEST_F(LinuxDetails, AreWhatSysfsHoldsOfTheDevice) {
+  plug("1-2.3",
+       {"speed=5000\\n", "bConfigurationValue=2\\n", "manufacturer=caf\\303\\251\\n",
+        "product=\\344\\270\\255A\\n", "serial=0A1B\\n"},
+       configuration(1) + "090400000008065000"_hex + configuration(2) + "0904050000FF420107"_hex +
+           "090406000006010100"_hex);
+  plug_interface("1-2.3", "1-2.3:2.5",
+                 {"A: interface=ADB \\303\\251\\n", "L: driver=../../../bus/usb/drivers/usbfs"});
+  plug_interface("1-2.3", "1-2.3:2.6", {});
+  const auto found = linux_details(key("1-2.3", {"caf\xE9", "\x2D\x41", "0A1B"}));
+  ASSERT_TRUE(found.has_value());
+  EXPECT_EQ(std::tie(found->vendor, found->product, found->release, found->usb_version),
+            std::tuple(0x05AC, 0x1393, 0x0107, 0x0210));
+  EXPECT_EQ(std::tie(found->bus, found->address, found->port_path, found->device_node),
+            std::tuple(1u, 7u, "1-2.3", "/dev/bus/usb/001/007"));
+  EXPECT_EQ(std::tie(found->speed, found->max_power, found->configurations, found->active_configuration),
+            std::tuple(5000.0, 250 * 8, 2, 2));
+  EXPECT_EQ(std::tie(found->manufacturer, found->product_name, found->serial_number),
+            std::tuple("caf\xC3\xA9",
+                       "\xE4\xB8\xAD"
+                       "A",
+                       "0A1B"));
+  ASSERT_EQ(found->interfaces.size(), 2u);
+  const usb_interface& adb = found->interfaces[0];
+  EXPECT_EQ(std::tie(adb.number, adb.class_code, adb.subclass, adb.protocol, adb.name, adb.driver),
+            std::tuple(5, 0xFF, 0x42, 0x01, "ADB \xC3\xA9", "usbfs"));
+  EXPECT_EQ(found->interfaces[1].driver, "");
+  EXPECT_EQ(found->interfaces[1].name, "");
+}
+
+TEST_F(LinuxDetails, AreThoseOfTheRecordsDeviceOnly) {
+  plug("1-1", {"speed=1.5\\n", "bConfigurationValue=\\n", "product=P\\n", "serial=S\\n"});
+  const YUsbInfoDevice same = record("1-1", {"asked of the device", "P", "S"});
+  const auto found = linux_details(record_key(same));
+  ASSERT_TRUE(found.has_value()) << "a string that the kernel could not read is not compared";
+  EXPECT_EQ(std::tie(found->speed, found->active_configuration, found->max_power), std::tuple(1.5, 0, 500));
+  EXPECT_EQ(found->manufacturer, "");
+
+  YUsbInfoDevice other = same;
+  for (const auto change :
+       {&YUsbInfoDevice::setVendorID, &YUsbInfoDevice::setProductID, &YUsbInfoDevice::setRevisedID}) {
+    other = same;
+    (other.*change)(1);
+    EXPECT_FALSE(linux_details(record_key(other)).has_value());
+  }
+  for (const auto change :
+       {&YUsbInfoDevice::setDescribe, &YUsbInfoDevice::setSerialNumber, &YUsbInfoDevice::setLocation}) {
+    for (const char* const text : {"", "Sx", "0x1200000", "1100000", "0x110000000", "0x1010000"}) {
+      other = same;
+      (other.*change)(text);
+      EXPECT_FALSE(linux_details(record_key(other)).has_value()) << text;
+    }
+  }
+  umockdev_testbed_set_attribute(bed.get(), "/sys/devices/1-1", "devnum", "");
+  EXPECT_FALSE(linux_details(record_key(same)).has_value()) << "it is leaving";
+}
+
+TEST_F(LinuxDetails, AreFoundForALocationMadeFromAHash) {
+  ASSERT_EQ(location_of("1-22"), location_of("1-174.7"));
+  plug("usb1", {});
+  for (const char* const path : {"1-22", "1-174.7", "300-1"})
+    plug(path, {"serial=" + std::string(path), "product=P\\n", "manufacturer=M\\n"});
+  const auto path_of = [](const record_key& record) {
+    const auto found = linux_details(record);
+    return found.has_value() ? found->port_path : "";
+  };
+  EXPECT_EQ(path_of(key("1-22", {"M", "P", "1-22"})), "1-22");
+  EXPECT_EQ(path_of(key("1-22", {"M", "P", "1-22"}, 1)), "1-22") << "it came second";
+  EXPECT_EQ(path_of(key("1-22", {"M", "P", "1-174.7"}, 1)), "1-174.7");
+  EXPECT_EQ(path_of(key("300-1", {"M", "P", "300-1"})), "300-1");
+  EXPECT_EQ(path_of(key("1-22", {"M", "P", "1-22"}, 1000)), "");
+}
+
+TEST_F(LinuxDetails, AreReadWholeWhenDescriptorsFillManyPages) {
+  bytes large = configuration(1);
+  while (large.size() < 65536) large += "FF24"_hex + bytes(253, 4);
+  plug("usb2", {"bConfigurationValue=1\\n", "speed=480\\n"}, large + "090400000009000000"_hex);
+  plug_interface("usb2", "2-0:1.0", {"L: driver=../../../bus/usb/drivers/hub"});
+  const auto found = linux_details(key("usb2"));
+  ASSERT_TRUE(found.has_value());
+  ASSERT_EQ(found->interfaces.size(), 1u);
+  EXPECT_EQ(found->interfaces[0].driver, "hub");
+}
+
+}  // namespace
+}  // namespace yusb::port

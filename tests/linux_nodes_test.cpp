@@ -1,0 +1,150 @@
+// Which nodes of the Linux bus can be opened, on a sysfs and a /dev that umockdev mocks.
+#include "bus/linux_nodes.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <umockdev.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "support.h"
+
+namespace {
+
+std::string _root;  // of the mocked file systems
+
+}  // namespace
+
+// umockdev's worker thread is not instrumented.
+extern "C" const char* __tsan_default_suppressions() { return "race:libumockdev\ncalled_from_lib:libglib\n"; }
+
+// umockdev does not know this function, and root may open everything: here the permissions of others count.
+extern "C" int faccessat(int directory, const char* path, int mode, int flags) noexcept {
+  if (std::strncmp(path, "/dev/bus/usb/", 13) != 0) {
+    return reinterpret_cast<decltype(&faccessat)>(dlsym(RTLD_NEXT, "faccessat"))(directory, path, mode,
+                                                                                 flags);
+  }
+  EXPECT_EQ(std::tuple(mode, flags), std::tuple(R_OK | W_OK, AT_EACCESS));
+  struct stat found;
+  if (stat(path, &found) != 0) return -1;
+  return (found.st_mode & 06) == 06 ? 0 : (errno = EACCES, -1);
+}
+
+namespace yusb::port {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct LinuxNodes : testing::Test {
+  LinuxNodes() {
+    _root = std::unique_ptr<char, void (*)(gpointer)>(umockdev_testbed_get_root_dir(bed.get()), g_free).get();
+    fs::create_directory(_root + "/dev");
+  }
+
+  record_key plug(const std::string& path) {
+    const std::string text = "P: /devices/" + path +
+                             "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DEVNUM=007\n"
+                             "H: descriptors=1201000200000040AC059313000100000001\nA: devnum=7\\n\n";
+    EXPECT_TRUE(umockdev_testbed_add_from_string(bed.get(), text.c_str(), nullptr));
+    return record_key(make_record(0x05AC, 0x1393, path == "1-1" ? "0x1100000" : "0x2100000"));
+  }
+
+  void make_node(const std::string& bus, fs::perms permissions) {
+    const fs::path folder = _root + "/dev/bus/usb/" + bus;
+    fs::create_directories(folder);
+    std::ofstream(folder / "007.new");
+    fs::permissions(folder / "007.new", permissions);
+    fs::rename(folder / "007.new", folder / "007");
+  }
+
+  // The next answer, when one is due: "1 openable", "2 gone", "" if there is none at once.
+  std::string now() {
+    const auto answer = nodes.next();
+    if (!answer.has_value()) return "";
+    return std::to_string(answer->id) + (answer->result == openability::openable ? " openable" : " gone");
+  }
+
+  // Waits until the kernel reports something.
+  std::string later() {
+    const auto [first, second] = nodes.descriptors();
+    for (std::string answer;;) {
+      pollfd waited[] = {{first, POLLIN, 0}, {second, POLLIN, 0}};
+      if (poll(waited, 2, 30000) <= 0) return "nothing";
+      if (!(answer = now()).empty()) return answer;
+    }
+  }
+
+  static constexpr auto closed = fs::perms::owner_read | fs::perms::owner_write;
+  static constexpr auto open = closed | fs::perms::others_read | fs::perms::others_write;
+  const std::unique_ptr<UMockdevTestbed, void (*)(gpointer)> bed{umockdev_testbed_new(), g_object_unref};
+  linux_nodes nodes;
+};
+
+TEST_F(LinuxNodes, AreReportedWhenTheirPermissionsChange) {
+  make_node("001", closed);
+  make_node("002", open);
+  nodes.add(1, plug("1-1"));
+  EXPECT_EQ(now(), "");
+  nodes.add(2, plug("2-1"));
+  EXPECT_EQ(now(), "2 openable");
+  EXPECT_EQ(nodes.check(1), openability::timed_out);
+  fs::permissions(_root + "/dev/bus/usb/001/007", open);
+  EXPECT_EQ(later(), "1 openable");
+  EXPECT_EQ(nodes.descriptors(), (std::array{-1, -1})) << "nothing is waited for";
+  EXPECT_EQ(nodes.check(1), openability::gone);
+}
+
+TEST_F(LinuxNodes, AreReportedWhenTheyAppearInAFolderThatDidNotExist) {
+  nodes.add(1, plug("1-1"));
+  EXPECT_EQ(now(), "");
+  make_node("001", open);
+  EXPECT_EQ(later(), "1 openable");
+}
+
+TEST_F(LinuxNodes, OfDevicesThatLeaveAreReportedWithAndWithoutANode) {
+  nodes.add(1, plug("1-1"));
+  EXPECT_EQ(now(), "");
+  umockdev_testbed_uevent(bed.get(), "/sys/devices/1-1", "change");
+  umockdev_testbed_uevent(bed.get(), "/sys/devices/1-1", "remove");
+  EXPECT_EQ(later(), "1 gone");
+
+  make_node("002", closed);
+  const record_key record = plug("2-1");
+  nodes.add(2, record);
+  EXPECT_EQ(now(), "");
+  unlink((_root + "/sys/devices/2-1/devnum").c_str());
+  unlink((_root + "/dev/bus/usb/002/007").c_str());
+  EXPECT_EQ(later(), "2 gone");
+  nodes.add(3, record);
+  EXPECT_EQ(now(), "3 gone");
+}
+
+TEST_F(LinuxNodes, AreLookedAtEverySecondWhereTheKernelReportsNothing) {
+  const record_key record = plug("1-1");
+  const pid_t child = fork();  // only a process of one thread can enter a user namespace
+  if (child == 0) {
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) _exit(77);
+    nodes.add(1, record);
+    bool good = now().empty() && nodes.due().has_value();
+    unlink((_root + "/sys/devices/1-1/devnum").c_str());
+    good = good && now().empty();
+    std::this_thread::sleep_until(*nodes.due());
+    _exit(good && now() == "1 gone" && !nodes.due().has_value() ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no user namespaces here";
+  EXPECT_EQ(status, 0);
+}
+
+}  // namespace
+}  // namespace yusb::port
