@@ -142,7 +142,7 @@ TEST(Cycles, LeaveThreadsDescriptorsAndMemoryWhereTheyWere) {
   run(50);  // makes what is made once only
   const auto descriptors = entries("/proc/self/fd"), threads = entries("/proc/self/task");
   const std::size_t memory = mallinfo2().uordblks;
-  const unsigned long cycles = chosen("YUSB_CYCLES", 2000);
+  const unsigned long cycles = chosen("YUSB_CYCLES", 1000);
   const auto start = std::chrono::steady_clock::now();
   const auto longest = run(cycles);
   const auto end = std::chrono::steady_clock::now();
