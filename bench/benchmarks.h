@@ -6,10 +6,12 @@ namespace bench {
 
 void register_core();
 void register_bus();
+void register_details();
 void register_growth();
 
 void count_core();
 void count_bus();
+void count_details();
 void count_idle();
 
 }  // namespace bench

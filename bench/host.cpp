@@ -84,6 +84,11 @@ void make_directory(const place& at, int device) {
   file("devnum", std::to_string(at.number));
   file("speed", "480");
   file("bConfigurationValue", "1");
+  file("bNumConfigurations", "1");
+  file("bNumInterfaces", " 1");
+  file("bMaxPower", "100mA");
+  file("version", " 2.00");
+  for (const char* const each : {"bDeviceClass", "bDeviceSubClass", "bDeviceProtocol"}) file(each, "00");
   file("idVendor", "18d1");
   file("idProduct", "4ee7");
   file("bcdDevice", "0440");
@@ -95,6 +100,17 @@ void make_directory(const place& at, int device) {
                                            0x40, 4,    1,  2, 3, 1, 9, 2,  18,   0,    1,    1,
                                            0,    0x80, 50, 9, 4, 0, 0, 0,  8,    6,    80,   0};
   write(directory + "descriptors", {reinterpret_cast<const char*>(descriptors), sizeof descriptors});
+
+  const std::string name = at.number == 1 ? at.name.substr(3) + "-0:1.0" : at.name + ":1.0";
+  const std::string interface = name + "/";
+  fs::create_directory(directory + interface);
+  file((interface + "uevent").c_str(), "DEVTYPE=usb_interface\nDRIVER=usb-storage\nINTERFACE=8/6/80");
+  file((interface + "bInterfaceNumber").c_str(), "00");
+  file((interface + "bInterfaceClass").c_str(), "08");
+  file((interface + "bInterfaceSubClass").c_str(), "06");
+  file((interface + "bInterfaceProtocol").c_str(), "50");
+  fs::create_directory_symlink("../" + up + "bus/usb", directory + interface + "subsystem");
+  fs::create_directory_symlink("../" + up + "bus/usb/drivers/usb-storage", directory + interface + "driver");
 }
 
 // What libudev's monitors expect of udev: MurmurHash2 of the subsystem and the type, to filter by.

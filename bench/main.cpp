@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
     bench::print("umockdev host", bench::on_umockdev());
     bench::count_core();
     bench::count_bus();
+    bench::count_details();
     return 0;
   }
   if (argc > 1 && std::strcmp(argv[1], "--idle") == 0) {
@@ -24,6 +25,7 @@ int main(int argc, char** argv) {
   }
   bench::register_core();
   bench::register_bus();
+  bench::register_details();
   bench::register_growth();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;

@@ -84,6 +84,10 @@ def a_device(counts, what, program):
     return (second - first) / DEVICES
 
 
+def details(counts, what, program):
+    return counts[what, f'details/{program}/each']
+
+
 def core_names(counts):
     return [name[:-8] for what, name in counts if what == 'times' and name.endswith('/library')]
 
@@ -97,6 +101,11 @@ def gates(counts):
     if not counts['umockdev', 'host']:  # its preloaded library would count as ours
         yield 'a device, instructions', a_device(counts, 'instructions', 'library'), 14500
         yield 'a device, system calls', a_device(counts, 'calls', 'library'), 18.5
+    if not counts['umockdev', 'host']:
+        yield 'its details, instructions × floor', details(counts, 'instructions', 'library') / details(
+            counts, 'instructions', 'floor'), 1.5
+        yield 'its details, system calls − floor', details(counts, 'calls', 'library') - details(
+            counts, 'calls', 'floor'), 0
     yield 'a device, allocations', a_device(counts, 'allocations', 'library'), 11
     yield '101 devices, KiB held', counts['held', 'start/library/101'] / 1024, 45
     yield 'after a stop, bytes left', counts['left', 'start/library/101'], 0
@@ -158,6 +167,10 @@ def peers_table(counts, times):
         row('the same, instructions', lambda program: a_device(counts, 'instructions', program)),
         row('the same, system calls', lambda program: a_device(counts, 'calls', program)),
         row('the same, allocations', lambda program: a_device(counts, 'allocations', program)),
+        row('the details of a device, µs', lambda program: times[f'details/{program}/each']['each'] * 1e6),
+        row('the same, instructions', lambda program: details(counts, 'instructions', program)),
+        row('the same, system calls', lambda program: details(counts, 'calls', program)),
+        row('the same, allocations', lambda program: details(counts, 'allocations', program)),
         row('start to the last of 101 devices, µs', p50('start/{}/101')),
         row('arrival, µs', p50('arrival/{}')),
         row('removal, µs', p50('removal/{}')),
