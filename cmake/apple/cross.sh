@@ -117,6 +117,7 @@ hands() {
     # shellcheck disable=SC2086 # flags are words
     "$llvm/clang++" -target "$arch-apple-macos$oldest" -std=c++17 -stdlib=libc++ -O2 -Wall -Wextra -Wpedantic -Werror \
       $headers -I "$root/include" -I "$root/src" -I "$root/port/core/include" -I "$root/port/bus/include" \
+      -I "$root/port" \
       -c "$root/$1" -o "$object" || { result=1 && continue; }
     names=$("$llvm/llvm-objdump" --macho --section=__TEXT,__cstring "$object" |
       sed -nE 's/^[0-9a-f]+  ((IO|location).*)/\1/p' | LC_ALL=C sort | xargs)
@@ -138,6 +139,7 @@ for arch in arm64 x86_64; do
   done
   hands src/platform/darwin/hotplug.cpp IOServiceFirstMatch IOServiceTerminate IOUSBDevice locationID
   hands port/macos/bus.cpp IOUSBDevice locationID
+  hands port/macos/details.cpp IOService IOUSBDevice locationID
   for name in YorvanUsb YorvanUsbBus; do
     library=$prefix/lib/lib$name.5.dylib
     shows "$library" "is called @rpath/lib$name.5.dylib, version $version, compatible with $compatible" \

@@ -6,32 +6,14 @@
 #include <new>
 #include <utility>
 
-#include <CoreFoundation/CoreFoundation.h>
-#include <IOKit/IOKitLib.h>
-#include <IOKit/usb/USB.h>
-#include <mach/port.h>
 #include <yusb.h>
+
+#include "macos/registry.h"
 
 namespace {
 
-// Finds every USB device that IOKit has. False if it cannot be asked; else the caller releases the iterator.
-bool find_devices(io_iterator_t* found) {
-  // Not kIOUSBDeviceClassName, which newer SDKs define as another class than the library watches.
-  return IOServiceGetMatchingServices(MACH_PORT_NULL, IOServiceMatching("IOUSBDevice"), found) ==
-         KERN_SUCCESS;
-}
-
-// 0 if the registry has none.
-UInt32 location_of(io_service_t device) {
-  SInt32 location = 0;
-  const CFTypeRef property =
-      IORegistryEntryCreateCFProperty(device, CFSTR(kUSBDevicePropertyLocationID), kCFAllocatorDefault, 0);
-  if (property != nullptr) {
-    CFNumberGetValue(static_cast<CFNumberRef>(property), kCFNumberSInt32Type, &location);
-    CFRelease(property);
-  }
-  return static_cast<UInt32>(location);
-}
+using yusb::port::find_devices;
+using yusb::port::location_of;
 
 // Programs are not always let read these, so they may never be listed. They have a bus and no port.
 bool is_root_hub(UInt32 location) { return (location & 0x00FFFFFF) == 0; }

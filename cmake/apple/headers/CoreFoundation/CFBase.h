@@ -20,6 +20,7 @@ APPLE_EXPORT const CFAllocatorRef kCFAllocatorDefault;
 APPLE_EXPORT const CFAllocatorRef kCFAllocatorSystemDefault;
 APPLE_EXPORT CFTypeRef CFRetain(CFTypeRef cf);
 APPLE_EXPORT void CFRelease(CFTypeRef cf);
+APPLE_EXPORT CFTypeID CFGetTypeID(CFTypeRef cf);
 
 typedef const struct __CFDictionary* CFDictionaryRef;
 typedef struct __CFDictionary* CFMutableDictionaryRef;

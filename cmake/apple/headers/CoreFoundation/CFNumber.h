@@ -10,4 +10,5 @@ enum CFNumberType : CFIndex {
   kCFNumberSInt64Type = 4
 };
 typedef const struct __CFNumber* CFNumberRef;
+APPLE_EXPORT CFTypeID CFNumberGetTypeID(void);
 APPLE_EXPORT Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePtr);

@@ -15,6 +15,7 @@ typedef void (*IOServiceMatchingCallback)(void* refcon, io_iterator_t iterator);
 #define KERN_SUCCESS 0
 #define kIOReturnSuccess KERN_SUCCESS
 #define IO_OBJECT_NULL ((io_object_t)0)
+#define kIOServicePlane "IOService"
 #define kIOFirstMatchNotification "IOServiceFirstMatch"
 #define kIOTerminatedNotification "IOServiceTerminate"
 APPLE_EXPORT const mach_port_t kIOMasterPortDefault
@@ -33,5 +34,8 @@ APPLE_EXPORT kern_return_t IOServiceAddMatchingNotification(IONotificationPortRe
                                                             io_iterator_t* notification);
 APPLE_EXPORT io_object_t IOIteratorNext(io_iterator_t iterator);
 APPLE_EXPORT kern_return_t IOObjectRelease(io_object_t object);
+APPLE_EXPORT kern_return_t IOObjectGetClass(io_object_t object, io_name_t className);
+APPLE_EXPORT kern_return_t IORegistryEntryGetChildIterator(io_registry_entry_t entry, const io_name_t plane,
+                                                           io_iterator_t* iterator);
 APPLE_EXPORT CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key,
                                                        CFAllocatorRef allocator, IOOptionBits options);
