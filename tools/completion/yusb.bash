@@ -14,7 +14,7 @@ _yusb() {
       return
       ;;
     --filter)
-      # A list with commas: the last of it is being written.
+      # A comma-separated list: complete its last item.
       local before=''
       [[ $word == *,* ]] && before=${word%,*},
       compopt -o nospace
