@@ -245,7 +245,7 @@ class watch_queue {
     std::unique_lock<std::mutex> lock(_state->mutex);
     _state->changed.wait_for(lock, limit, [this] { return _state->ready(); });
     if (_state->dropped) {
-      watch_event event{watch_kind::resync, {}, _state->picture};
+      watch_event event{watch_kind::resync, {}, _state->known_devices};
       _state->dropped = false;
       return event;
     }
@@ -277,8 +277,8 @@ class watch_queue {
     void put(const YUsbInfoDevice& device, _yusb_device_event event) {
       const bool arrival = event == YUSB_DEVICE_EVENT_APPEND;
       const std::lock_guard<std::mutex> lock(mutex);
-      if (arrival) picture.push_back(device);
-      if (!arrival) picture.erase(std::find(picture.begin(), picture.end(), device));
+      if (arrival) known_devices.push_back(device);
+      if (!arrival) known_devices.erase(std::find(known_devices.begin(), known_devices.end(), device));
       dropped = dropped || events.size() >= capacity;
       if (dropped) events.clear();
       if (!dropped) events.push_back({arrival ? watch_kind::arrival : watch_kind::removal, device, {}});
@@ -289,8 +289,8 @@ class watch_queue {
     std::mutex mutex;  // guards all that follows but `closed`
     std::condition_variable changed;
     std::deque<watch_event> events;
-    std::vector<YUsbInfoDevice> picture;  // what a client would know that had taken every event
-    bool dropped = false;                 // and no resync taken since
+    std::vector<YUsbInfoDevice> known_devices;  // what a client would know that had taken every event
+    bool dropped = false;                       // and no resync taken since
     std::atomic<bool> closed{false};
   };
 

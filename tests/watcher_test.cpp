@@ -45,9 +45,9 @@ struct Watcher : Library {
 // ---- Threads change the list and renew their watchers at random, and now and then all is compared ----
 
 // What a client knows: the product ID at each location.
-using picture = std::map<std::string, unsigned short>;
+using known_devices = std::map<std::string, unsigned short>;
 
-void apply(picture& known, const YUsbInfoDevice& device, bool arrival) {
+void apply(known_devices& known, const YUsbInfoDevice& device, bool arrival) {
   const std::string location = device.location().data();
   EXPECT_TRUE(device.exist() && !location.empty());
   const auto [at, absent] = known.emplace(location, device.productID());
@@ -60,7 +60,7 @@ struct actor {
   std::vector<int> plugged;
   device_filter filter;
   watch_end end = watch_end::silent;
-  picture live, queued;
+  known_devices live, queued;
   yusb::watcher watcher;
   std::optional<watch_queue> queue;
 
@@ -93,7 +93,7 @@ struct actor {
   void compare() {
     drain();
     std::set<std::string> locations;
-    picture expected;
+    known_devices expected;
     device_traverse(nullptr, [&](const YUsbInfoDevice& listed) {
       const std::string location = listed.location().data();
       const bool is_device = listed.exist() && !location.empty() && locations.insert(location).second;
