@@ -3,10 +3,11 @@
 #include <set>
 #include <string>
 
+#include "format/utf8.h"
 #include "require.h"
 #include "scenario.h"
-#include "text.h"
 
+using namespace yusb::format;
 using namespace yusb::tool;
 
 namespace {

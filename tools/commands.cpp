@@ -15,24 +15,26 @@
 #include <yusb_bus.h>
 #include <yusb_watcher.h>
 
-#include "line.h"
+#include "format/event_format.h"
+#include "known_devices.h"
 #include "output.h"
-#include "picture.h"
-#include "stop.h"
+#include "stop_signal.h"
 #include "tree.h"
 
 namespace yusb::tool {
+
+using namespace format;
 
 namespace {
 
 using std::chrono::milliseconds;
 
-// With the first enumeration, which devices that do not answer hold up for seconds each.
-constexpr std::chrono::seconds patience(30);
-// With what is attached when a watch begins: its lines are aligned if they are known together.
-constexpr milliseconds alignment_patience(300);
-// Else a flood of events would be collected and never shown.
-constexpr std::size_t enough_at_once = 1000;
+// How long to wait for the first enumeration; each unresponsive device delays it by seconds.
+constexpr std::chrono::seconds enumeration_limit(30);
+// How long `watch` waits for the devices that are already attached, to align their lines.
+constexpr milliseconds alignment_limit(300);
+// How many events to collect before printing them, so that a flood is shown while it lasts.
+constexpr std::size_t largest_batch = 1000;
 
 class library {
  public:
@@ -42,7 +44,7 @@ class library {
   library& operator=(const library&) = delete;
 };
 
-// What is left of a time limit.
+// The time left of a limit.
 class countdown {
  public:
   explicit countdown(std::optional<milliseconds> limit)
@@ -58,7 +60,7 @@ class countdown {
   const std::chrono::steady_clock::time_point _end;
 };
 
-// Ends a scenario before what its end is told to is gone.
+// Plays a scenario while it lives, so that `at_end` is not called after what it refers to is destroyed.
 class playing {
  public:
   playing(player* scenario, std::function<void()> at_end) : _scenario(scenario) {
@@ -79,7 +81,7 @@ time_point now() { return std::chrono::system_clock::now(); }
 int status_of(const output& out) { return out.check() ? exit_ok : exit_failure; }
 
 int list(const options& chosen) {
-  const bool complete = bus_settle(patience);
+  const bool complete = bus_settle(enumeration_limit);
   std::vector<YUsbInfoDevice> devices;
   device_traverse(nullptr, [&](const YUsbInfoDevice& device) {
     if (!chosen.filter || chosen.filter(device)) devices.push_back(device);
@@ -99,36 +101,36 @@ int list(const options& chosen) {
   output out;
   out.write(text);
   if (complete) return status_of(out);
-  complain("the bus could not be read to its end within 30 s; --log may tell why");
+  complain("not all devices could be read within 30 s; --log may show the reason");
   return exit_failure;
 }
 
-// What the queue has to tell now; waits for the first of it.
-std::vector<event> next_events(watch_queue& queue, picture& known, milliseconds limit) {
+// The events that the queue holds; waits for the first one.
+std::vector<event> next_events(watch_queue& queue, known_devices& known, milliseconds limit) {
   std::vector<event> events;
-  for (auto told = queue.next(limit); told; told = queue.next(milliseconds(0))) {
-    const auto changes = known.apply(*told, now());
+  for (auto next = queue.next(limit); next; next = queue.next(milliseconds(0))) {
+    const auto changes = known.apply(*next, now());
     events.insert(events.end(), changes.begin(), changes.end());
-    if (events.size() >= enough_at_once) break;
+    if (events.size() >= largest_batch) break;
   }
   return events;
 }
 
 int watch(const options& chosen, player* scenario) {
-  stop ending;
+  stop_signal stop;
   watch_queue queue(chosen.filter);
   std::thread closer([&] {
-    ending.wait(STDOUT_FILENO);
+    stop.wait(STDOUT_FILENO);
     queue.close();
   });
-  output out(ending.descriptor());
+  output out(stop.descriptor());
   {
-    const playing play(scenario, [&] { ending.request(); });
+    const playing play(scenario, [&] { stop.request(); });
     const countdown remaining(chosen.limit);
-    if (!chosen.json) bus_settle(std::min(remaining.left(), alignment_patience));
+    if (!chosen.json) bus_settle(std::min(remaining.left(), alignment_limit));
     std::size_t count = chosen.count.value_or(std::numeric_limits<std::size_t>::max());
     columns lines(coloured_output());
-    picture known;
+    known_devices known;
     for (bool reading = true; reading && remaining.left() > milliseconds(0);) {
       const std::vector<event> events = next_events(queue, known, remaining.left());
       for (const event& each : events) lines.fit(each);
@@ -138,34 +140,35 @@ int watch(const options& chosen, player* scenario) {
       reading = reading && !(events.empty() && queue.closed());
     }
   }
-  ending.request();
+  stop.request();
   closer.join();
   return status_of(out);
 }
 
 int wait(const options& chosen, player* scenario) {
   const countdown remaining(chosen.limit);
-  // Before the first enumeration is over nothing can be said to be gone.
-  const bool settled = !chosen.gone || bus_settle(std::min<milliseconds>(remaining.left(), patience));
+  // Until the first enumeration is over, a device that is missing may not have been listed yet.
+  const bool settled =
+      !chosen.gone || bus_settle(std::min<milliseconds>(remaining.left(), enumeration_limit));
   watch_queue queue(chosen.filter);
   const playing play(scenario, [&] { queue.close(); });
-  picture known;
+  known_devices known;
   while (settled) {
     const bool none = chosen.gone && known.empty();
-    const auto told = queue.next(none ? milliseconds(0) : remaining.left());
-    if (!told) {
+    const auto next = queue.next(none ? milliseconds(0) : remaining.left());
+    if (!next) {
       if (none) return exit_ok;
       if (queue.closed() || remaining.left() == milliseconds(0)) break;
       continue;
     }
-    for (const event& each : known.apply(*told, now())) {
+    for (const event& each : known.apply(*next, now())) {
       if (chosen.gone || !each.arrived) continue;
       output out;
       out.write(chosen.json ? json_line(each) : columns(coloured_output()).line(each));
       return status_of(out);
     }
   }
-  complain(chosen.gone ? "such a device is still attached" : "no such device has arrived");
+  complain(chosen.gone ? "a matching device is still attached" : "no matching device was attached");
   return exit_timed_out;
 }
 
@@ -185,8 +188,8 @@ int run(const options& chosen, player* scenario) {
       status = wait(chosen, scenario);
       break;
   }
-  // A release waits for a device that is being read, and one that does not answer takes seconds. All is
-  // written.
+  // All output is written. Releasing the library would wait for a device that is being read, for seconds if
+  // it does not answer.
   if (scenario == nullptr) std::_Exit(status);
   return status;
 }

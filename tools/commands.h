@@ -6,8 +6,8 @@
 
 namespace yusb::tool {
 
-// Runs the chosen command on the library, which it initialises and releases, and returns the exit status.
-// `scenario` is what plays on a simulated bus, or null.
+// Runs the chosen command and returns the exit status. Initialises and releases the library. `scenario` is
+// null unless a scenario plays on a simulated bus.
 int run(const options& chosen, player* scenario);
 
 }  // namespace yusb::tool

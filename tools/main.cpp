@@ -1,4 +1,4 @@
-// The program yusb: shows which USB devices are attached, as they come and go.
+// The program yusb: lists the attached USB devices and reports arrivals and removals.
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -13,15 +13,16 @@
 #include <yusb_bus.h>
 
 #include "commands.h"
-#include "host.h"
+#include "format/utf8.h"
 #include "options.h"
 #include "output.h"
 #include "player.h"
 #include "scenario.h"
-#include "text.h"
+#include "simulated_bus.h"
 
 namespace {
 
+using namespace yusb::format;
 using namespace yusb::tool;
 
 void write_log(EYORVAN_LOG_LEVEL /*level*/, const char* line, std::size_t size, void* /*user*/) {
@@ -31,7 +32,7 @@ void write_log(EYORVAN_LOG_LEVEL /*level*/, const char* line, std::size_t size, 
 
 // False, with *error saying why, if the file cannot be read.
 bool read_file(const std::string& name, std::string* text, std::string* error) {
-  constexpr std::size_t largest = 1 << 20;  // what is not a scenario may have no end
+  constexpr std::size_t largest = 1 << 20;  // a file that is no scenario, such as a device, may be endless
   std::FILE* const file = std::fopen(name.c_str(), "r");
   if (file == nullptr) {
     *error = visible(name) + ": " + std::generic_category().message(errno);
@@ -42,7 +43,7 @@ bool read_file(const std::string& name, std::string* text, std::string* error) {
   if (std::ferror(file) != 0) {
     *error = visible(name) + ": " + std::generic_category().message(errno);
   } else if (text->size() > largest) {
-    *error = visible(name) + ": larger than 1 MiB, which no scenario needs";
+    *error = visible(name) + ": larger than 1 MiB, the limit of a scenario";
   }
   std::fclose(file);
   return error->empty();
@@ -55,7 +56,7 @@ std::unique_ptr<player> load_scenario(const std::string& name, std::string* erro
   if (!parsed) return nullptr;
   auto bus = make_simulated_bus();
   if (bus == nullptr) {
-    *error = "there is no simulated bus on this system";
+    *error = "this system has no simulated bus";
     return nullptr;
   }
   return std::make_unique<player>(std::move(*parsed), std::move(bus));
@@ -86,7 +87,7 @@ int run_program(int argc, char** argv) {
       return exit_usage;
     }
   } else if (!yusb::bus_present()) {
-    complain("this system has no USB bus to watch; --simulate FILE plays a scenario on a simulated one");
+    complain("this system has no USB bus; --simulate FILE plays a scenario on a simulated bus");
     return exit_failure;
   }
   return run(*given.run, scenario.get());
@@ -96,7 +97,7 @@ int run_program(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   occupy_standard_descriptors();
-  std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away is noticed when writing to it
+  std::signal(SIGPIPE, SIG_IGN);  // writing to a closed pipe reports EPIPE instead
   try {
     return run_program(argc, argv);
   } catch (const std::exception& failure) {

@@ -4,14 +4,16 @@
 #include <utility>
 #include <vector>
 
-#include "duration.h"
-#include "filter.h"
+#include "format/duration.h"
+#include "format/filter.h"
 
 namespace yusb::tool {
 
+using namespace format;
+
 namespace {
 
-// The values as they are given. One set for all commands, of which only one is given.
+// The values as given. All commands share one set, since only one command is given.
 struct raw_options {
   std::vector<std::string> filters;
   std::string limit;
@@ -26,34 +28,38 @@ std::string check_filter(const std::string& text) {
 }
 
 std::string check_duration(const std::string& text) {
-  return parse_duration(text) ? std::string() : "'" + text + "' is not " + duration_rule;
+  return parse_duration(text) ? std::string() : "'" + text + "' is not a duration: " + duration_rule;
 }
 
 std::string check_count(const std::string& text) {
   const bool whole =
       !text.empty() && text.size() <= 18 && text.find_first_not_of("0123456789") == std::string::npos;
-  return whole && text.front() != '0' ? std::string() : "'" + text + "' is not a whole number above 0";
+  return whole && text.front() != '0' ? std::string() : "'" + text + "' is not a positive integer";
 }
 
-std::string check_file(const std::string& name) { return name.empty() ? "no file is named" : std::string(); }
+std::string check_file(const std::string& name) {
+  return name.empty() ? "the file name is empty" : std::string();
+}
 
 void add_common_options(CLI::App* app, raw_options* raw) {
-  app->add_option("--simulate", raw->scenario_file, "Play a scenario on a simulated bus, and end with it")
+  app->add_option("--simulate", raw->scenario_file, "Play a scenario on a simulated bus, then exit")
       ->type_name("FILE")
       ->check(check_file);
-  app->add_flag("--log", raw->values.log, "Show the library's log on standard error");
+  app->add_flag("--log", raw->values.log, "Write the library's log to standard error");
 }
 
 CLI::App* add_command(CLI::App* app, const char* name, const char* description, raw_options* raw) {
   CLI::App* const added = app->add_subcommand(name, description);
   added
       ->add_option("--filter", raw->filters,
-                   "Only devices that are one of these: apple, airpods, android, id=VVVV:PPPP,\n"
-                   "vendor=VVVV, location=0xNNNNNNNN, serial=TEXT; given again: and of those too")
+                   "Only devices that match one of: apple, airpods,\n"
+                   "android, id=VVVV:PPPP, vendor=VVVV,\n"
+                   "location=0xNNNNNNNN, serial=TEXT. Repeat it to\n"
+                   "combine filters: a device must match all.")
       ->type_name("WHICH[,...]")
       ->allow_extra_args(false)
       ->check(check_filter);
-  added->add_flag("--json", raw->values.json, "One JSON object a line");
+  added->add_flag("--json", raw->values.json, "Print one JSON object per line");
   add_common_options(added, raw);
   return added;
 }
@@ -78,27 +84,27 @@ options finished(raw_options raw) {
 
 command_line parse_command_line(int argc, const char* const* argv) {
   raw_options raw;
-  CLI::App app("Shows which USB devices are attached, as they come and go.", "yusb");
+  CLI::App app("Lists the attached USB devices and reports arrivals and removals.", "yusb");
   app.set_version_flag("--version", "yusb " YUSB_VERSION);
   app.require_subcommand(0, 1);
   app.footer(
-      "Exit status: 0 all went well, 1 no bus or no output, 2 a wrong command line or scenario,\n"
-      "3 what 'wait' waits for did not happen. More in yusb(1).");
+      "Exit status: 0 success; 1 no USB bus or output failed; 2 invalid command line\n"
+      "or scenario; 3 'wait' did not see what it waits for. See yusb(1).");
   add_common_options(&app, &raw);
 
-  CLI::App* const list = add_command(&app, "list", "Show the devices attached now, by location", &raw);
-  list->add_flag("--tree", raw.values.tree, "Draw which hub each device is behind");
+  CLI::App* const list = add_command(&app, "list", "List the attached devices, sorted by location", &raw);
+  list->add_flag("--tree", raw.values.tree, "Draw the tree of hubs and devices");
 
   CLI::App* const watch =
-      add_command(&app, "watch", "Show the devices attached, then each that comes or goes", &raw);
-  add_duration(watch, "--for", "End after this long: 250ms, 10s, 5m", &raw);
-  watch->add_option("--count", raw.values.count, "End after this many lines")
+      add_command(&app, "watch", "List attached devices, then arrivals and removals", &raw);
+  add_duration(watch, "--for", "Exit after this time: 250ms, 10s, 5m", &raw);
+  watch->add_option("--count", raw.values.count, "Exit after this many lines")
       ->type_name("N")
       ->check(check_count);
 
-  CLI::App* const wait = add_command(&app, "wait", "Wait until a device is attached, and show it", &raw);
-  wait->add_flag("--gone", raw.values.gone, "Wait until no such device is attached instead");
-  add_duration(wait, "--timeout", "Give up after this long, with exit status 3: 250ms, 10s, 5m", &raw);
+  CLI::App* const wait = add_command(&app, "wait", "Wait until a device is attached, then print it", &raw);
+  wait->add_flag("--gone", raw.values.gone, "Wait until no matching device is attached instead");
+  add_duration(wait, "--timeout", "Exit with status 3 after this time: 250ms, 10s, 5m", &raw);
 
   if (argc <= 1) return {std::nullopt, app.help(), exit_ok};
   try {

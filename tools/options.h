@@ -10,19 +10,19 @@
 
 namespace yusb::tool {
 
-// What the program ends with.
+// The exit status of the program.
 enum exit_status : int {
   exit_ok = 0,
-  exit_failure = 1,    // no bus, or output that cannot be written
-  exit_usage = 2,      // a wrong command line or scenario
-  exit_timed_out = 3,  // what `wait` waits for did not happen
+  exit_failure = 1,    // no bus, or the output cannot be written
+  exit_usage = 2,      // an invalid command line or scenario
+  exit_timed_out = 3,  // `wait` did not see what it waits for
 };
 
 enum class command { list, watch, wait };
 
 struct options {
   command chosen = command::list;
-  device_filter filter;  // all that were given together; empty if none
+  device_filter filter;  // all given filters combined; empty if there is none
   bool json = false;
   bool log = false;
   std::optional<std::string> scenario_file;
@@ -34,8 +34,8 @@ struct options {
 };
 
 struct command_line {
-  std::optional<options> run;  // what to do; else say `text` and end with `status`
-  std::string text;            // a help or version text for standard output, or what is wrong
+  std::optional<options> run;  // if empty, print `text` and exit with `status`
+  std::string text;            // help or version for standard output, or an error message
   int status = exit_ok;
 };
 

@@ -25,7 +25,7 @@ bool output::write(std::string_view text) {
       _ended = true;
       break;
     }
-    // A pipe that is ready takes PIPE_BUF bytes at once; more might wait where no stop is seen.
+    // A pipe that is ready takes PIPE_BUF bytes at once. Writing more could block, and block out the stop.
     const ssize_t written = ::write(STDOUT_FILENO, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
     if (written >= 0) {
       text.remove_prefix(static_cast<std::size_t>(written));
@@ -56,7 +56,7 @@ void complain(const std::string& message) {
 }
 
 void occupy_standard_descriptors() {
-  // Read-only, so that writing to what was closed still fails.
+  // Read-only, so that writing to a descriptor that was closed still fails.
   for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
     if (fcntl(descriptor, F_GETFD) < 0) static_cast<void>(!open("/dev/null", O_RDONLY));
   }

@@ -6,17 +6,17 @@
 
 namespace yusb::tool {
 
-// Standard output without a buffer: what is written is out.
+// Unbuffered standard output.
 class output {
  public:
-  // Gives up on a reader that does not read when `stop`, a descriptor, is readable. -1: waits for ever.
+  // Stops waiting for a slow reader once the descriptor `stop` is readable. -1: waits forever.
   explicit output(int stop = -1) : _stop(stop) {}
 
-  // False if not all could be written, and then ever after.
+  // False if not everything could be written; every later call then fails too.
   bool write(std::string_view text);
 
-  // Complains and returns false if writing failed for another reason than that the reader went away or the
-  // program is to end.
+  // Prints an error and returns false if writing failed, unless because the reader closed the pipe or the
+  // program is to stop.
   bool check() const;
 
  private:
@@ -27,14 +27,14 @@ class output {
   int _errno = 0;
 };
 
-// True if standard output is a terminal that wants colours: not with NO_COLOR set, nor on a dumb one.
+// True if standard output is a terminal, TERM is not "dumb", and NO_COLOR is unset or empty.
 bool coloured_output();
 
 // Writes "yusb: MESSAGE" and a line end to standard error.
 void complain(const std::string& message);
 
-// Before anything is opened: a closed standard descriptor would become the next file that is, and be written
-// to.
+// Opens the standard descriptors that are closed. Call it before anything else is opened: the next file would
+// take such a descriptor and receive the output.
 void occupy_standard_descriptors();
 
 }  // namespace yusb::tool

@@ -8,7 +8,8 @@ namespace yusb::tool {
 
 namespace {
 
-constexpr std::chrono::seconds patience(30);  // with the library, which needs no time for a simulated device
+// A generous bound: the library reads a simulated device without delay.
+constexpr std::chrono::seconds settle_limit(30);
 
 }  // namespace
 
@@ -21,11 +22,11 @@ player::~player() { finish(); }
 
 void player::start(std::function<void()> at_end) {
   _thread = std::thread([this, at_end = std::move(at_end)] {
-    bus_settle(patience);
+    bus_settle(settle_limit);
     for (std::size_t i = _scenario.opening(); i < _scenario.steps.size(); ++i) {
       play(_scenario.steps[i]);
-      // A device that leaves before the library has read its texts would never be seen.
-      if (finished_within({}) || !bus_settle(patience)) break;
+      // A device that is detached before the library has read its strings is never reported.
+      if (finished_within({}) || !bus_settle(settle_limit)) break;
     }
     if (!finished_within({})) at_end();
   });

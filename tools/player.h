@@ -8,13 +8,13 @@
 #include <thread>
 #include <vector>
 
-#include "host.h"
 #include "scenario.h"
+#include "simulated_bus.h"
 
 namespace yusb::tool {
 
-// Plays a scenario on a simulated bus. Lives around the library: from before yusb::global_initialize, when it
-// attaches the scenario's opening, until after yusb::global_release.
+// Plays a scenario on a simulated bus. The constructor attaches the scenario's opening. Construct it before
+// yusb::global_initialize, and destroy it after yusb::global_release.
 class player {
  public:
   player(scenario scenario, std::unique_ptr<simulated_bus> bus);
@@ -22,11 +22,11 @@ class player {
   player(const player&) = delete;
   player& operator=(const player&) = delete;
 
-  // Plays the rest, on a thread, and calls `at_end` there when the library has handled it all. Call it once
-  // at most.
+  // Plays the rest on a thread. Calls `at_end` on that thread when the library has handled all of it. Call
+  // start() once at most.
   void start(std::function<void()> at_end);
 
-  // Cuts it short. When this returns, `at_end` runs no more.
+  // Stops playing. When this returns, `at_end` has returned or is never called.
   void finish();
 
  private:
@@ -35,7 +35,7 @@ class player {
 
   const scenario _scenario;
   const std::unique_ptr<simulated_bus> _bus;
-  std::vector<int> _numbers;  // on the bus, by device of the scenario
+  std::vector<int> _numbers;  // on the bus; indexed like scenario::devices
   std::mutex _mutex;
   std::condition_variable _changed;
   bool _finished = false;  // under _mutex

@@ -6,16 +6,18 @@
 #include <utility>
 
 #include "bus/location.h"
-#include "duration.h"
-#include "number.h"
-#include "text.h"
+#include "format/duration.h"
+#include "format/hex.h"
+#include "format/utf8.h"
 
 namespace yusb::tool {
 
+using namespace format;
+
 namespace {
 
-constexpr std::size_t longest_text =
-    126;  // UTF-16 units: a descriptor is 255 bytes at most, two of them its header
+// In UTF-16 units: a string descriptor has at most 255 bytes, of which two are its header.
+constexpr std::size_t longest_string = 126;
 
 // Why a line is wrong.
 struct fault {
@@ -26,7 +28,7 @@ std::string quoted(std::string_view text) { return "'" + visible(text) + "'"; }
 
 bool is_blank(char c) { return c == ' ' || c == '\t'; }
 
-// One line, taken word by word.
+// Reads one line word by word.
 class line_reader {
  public:
   explicit line_reader(std::string_view line) : _rest(line) { skip_blanks(); }
@@ -41,7 +43,7 @@ class line_reader {
     return taken;
   }
 
-  // What stands before the next '=', which is taken too.
+  // The text before the next '='; skips the '='.
   std::string_view key() {
     const std::size_t size = _rest.find_first_of("= \t");
     if (size == std::string_view::npos || _rest[size] != '=')
@@ -51,9 +53,9 @@ class line_reader {
     return taken;
   }
 
-  // A text in quotes, without its escapes.
+  // A quoted string, with its escapes replaced.
   std::string text() {
-    if (at_end() || _rest.front() != '"') throw fault{"a text stands in quotes: field=\"text\""};
+    if (at_end() || _rest.front() != '"') throw fault{"a string must be in quotes: FIELD=\"TEXT\""};
     _rest.remove_prefix(1);
     std::string out;
     std::size_t units = 0;
@@ -64,16 +66,16 @@ class line_reader {
       units += code_point > 0xFFFF ? 2 : 1;
       append_utf8(out, code_point);
     }
-    if (units > longest_text)
-      throw fault{"a text has at most 126 UTF-16 units, this one has " + std::to_string(units)};
+    if (units > longest_string)
+      throw fault{"a string has at most 126 UTF-16 units, this one has " + std::to_string(units)};
     _rest.remove_prefix(1);
-    if (!_rest.empty() && !is_blank(_rest.front())) throw fault{"a blank is missing after the closing quote"};
+    if (!_rest.empty() && !is_blank(_rest.front())) throw fault{"a space is missing after the closing quote"};
     skip_blanks();
     return out;
   }
 
  private:
-  // Up to the next word. A comment ends the line.
+  // Skips to the next word. A comment ends the line.
   void skip_blanks() {
     while (!_rest.empty() && is_blank(_rest.front())) _rest.remove_prefix(1);
     if (!_rest.empty() && _rest.front() == '#') _rest = {};
@@ -81,13 +83,13 @@ class line_reader {
 
   char32_t character() {
     char32_t code_point = 0;
-    if (!take_code_point(_rest, &code_point)) throw fault{"the text is not UTF-8"};
+    if (!take_code_point(_rest, &code_point)) throw fault{"the string is not UTF-8"};
     if (code_point != '\\') return code_point;
     const std::string_view escape = _rest.substr(0, _rest.substr(0, 1) == "x" ? 3 : 1);
     _rest.remove_prefix(escape.size());
     if (escape == "\"" || escape == "\\") return static_cast<unsigned char>(escape.front());
-    const auto number = escape.size() == 3 ? parse_hexadecimal(escape.substr(1), 2) : std::nullopt;
-    if (!number) throw fault{quoted("\\" + std::string(escape)) + " is none of \\\", \\\\ and \\xNN"};
+    const auto number = escape.size() == 3 ? parse_hex(escape.substr(1), 2) : std::nullopt;
+    if (!number) throw fault{quoted("\\" + std::string(escape)) + " is not one of \\\", \\\\, \\xNN"};
     return *number;
   }
 
@@ -110,9 +112,9 @@ class parser {
       if (!parsed) throw fault{quoted(duration) + " is not a duration: " + duration_rule};
       _result.steps.push_back({step::wait, 0, *parsed});
     } else {
-      throw fault{quoted(verb) + " is none of attach, hub, wait, detach"};
+      throw fault{quoted(verb) + " is not one of attach, hub, wait, detach"};
     }
-    if (!line.at_end()) throw fault{quoted(line.word()) + " is too much"};
+    if (!line.at_end()) throw fault{"unexpected " + quoted(line.word())};
   }
 
   scenario result() && { return std::move(_result); }
@@ -127,7 +129,7 @@ class parser {
     const std::string_view text = line.word();
     if (!port::is_device_path(text)) {
       throw fault{quoted(text) +
-                  " is no port path, such as usb1 for a root hub, 1-2 or 1-2.3 for what is behind it"};
+                  " is not a port path, such as usb1 for a root hub, 1-2 or 1-2.3 for a device behind it"};
     }
     return std::string(text);
   }
@@ -137,7 +139,7 @@ class parser {
     check_place(where);
     const std::string_view id = line.word();
     const auto numbers = parse_device_id(id);
-    if (!numbers) throw fault{quoted(id) + " is not VVVV:PPPP, vendor and product ID in hexadecimal"};
+    if (!numbers) throw fault{quoted(id) + " is not VVVV:PPPP, the hexadecimal vendor ID and product ID"};
     scenario_device device;
     device.vendor = numbers->vendor;
     device.product = numbers->product;
@@ -149,19 +151,20 @@ class parser {
   }
 
   void check_place(const std::string& where) const {
-    if (_attached.count(where) != 0) throw fault{"there is a device at " + where + " already"};
+    if (_attached.count(where) != 0) throw fault{"a device is already attached at " + where};
     const std::size_t last_dot = where.rfind('.');
     const bool behind_root = last_dot == std::string::npos;
     const std::string hub = behind_root ? root_of(where) : where.substr(0, last_dot);
     if (hub == where) return;
     const auto found = _attached.find(hub);
-    if (found == _attached.end() && !behind_root) throw fault{"there is no hub at " + hub};
-    if (found != _attached.end() && !found->second.is_hub) throw fault{"the device at " + hub + " is no hub"};
+    if (found == _attached.end() && !behind_root) throw fault{"no hub is attached at " + hub};
+    if (found != _attached.end() && !found->second.is_hub)
+      throw fault{"the device at " + hub + " is not a hub"};
   }
 
   static std::string root_of(const std::string& path) { return "usb" + std::to_string(port::bus_of(path)); }
 
-  // As a real bus gives them out.
+  // A location that no attached device has, chosen as the Linux bus does.
   std::uint32_t take_location(const std::string& where) {
     std::uint32_t location = *port::location_of(where);
     while (!_locations.insert(location).second) location = port::next_location(location);
@@ -177,7 +180,7 @@ class parser {
                                                : key == "serial"     ? &device->serial_number
                                                                      : nullptr;
       if (text == nullptr && key != "release") {
-        throw fault{quoted(key) + " is none of release, manufacturer, product, serial"};
+        throw fault{quoted(key) + " is not one of release, manufacturer, product, serial"};
       }
       if (text == nullptr ? release.has_value() : text->has_value())
         throw fault{quoted(key) + " is given twice"};
@@ -185,8 +188,8 @@ class parser {
         *text = line.text();
       } else {
         const std::string_view value = line.word();
-        release = parse_hexadecimal(value, 4);
-        if (!release) throw fault{quoted(value) + " is not HHHH, a release in hexadecimal"};
+        release = parse_hex(value, 4);
+        if (!release) throw fault{quoted(value) + " is not HHHH, a hexadecimal release number"};
       }
     }
     device->release = static_cast<std::uint16_t>(release.value_or(0));
@@ -194,7 +197,7 @@ class parser {
 
   void detach(const std::string& where) {
     const auto first = _attached.find(where);
-    if (first == _attached.end()) throw fault{"there is no device at " + where};
+    if (first == _attached.end()) throw fault{"no device is attached at " + where};
     const auto last = std::find_if(first, _attached.end(),
                                    [&](const auto& entry) { return !port::is_within(entry.first, where); });
     for (auto leaving = last; leaving != first;) {
@@ -207,9 +210,9 @@ class parser {
   }
 
   scenario _result;
-  std::set<std::uint32_t> _locations;  // of what is attached
-  std::map<std::string, attached, decltype(&port::path_before)> _attached{
-      port::path_before};  // so children follow
+  std::set<std::uint32_t> _locations;  // of the attached devices
+  // By path; path_before orders children after their hub.
+  std::map<std::string, attached, decltype(&port::path_before)> _attached{port::path_before};
 };
 
 }  // namespace

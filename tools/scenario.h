@@ -1,23 +1,22 @@
-// What happens on a simulated bus, as a text that people write. A line is one of
+// A scenario: a text file that says what happens on a simulated bus. Each line is one of
 //
-//   attach PATH VVVV:PPPP [FIELD=VALUE]...    a device arrives
-//   hub    PATH VVVV:PPPP [FIELD=VALUE]...    so does a hub: further devices may be attached behind it
-//   wait   DURATION                           nothing happens for that long: 250ms, 10s, 5m
-//   detach PATH                               what is there leaves; behind a hub, children first
-//   # ...                                     nothing, as an empty line; a comment may also end any other
-//   line
+//   attach PATH VVVV:PPPP [FIELD=VALUE]...    attaches a device
+//   hub    PATH VVVV:PPPP [FIELD=VALUE]...    attaches a hub, behind which devices may be attached
+//   wait   DURATION                           pauses: 250ms, 10s, 5m
+//   detach PATH                               detaches the device; a hub after all that is behind it
+//   # ...                                     a comment, also at the end of another line
 //
-// PATH is where the device is: `usb1` is the root hub of bus 1, `1-2` is what is plugged into its port 2,
-// `1-2.3` into port 3 of the hub at 1-2. A root hub need not be there. VVVV:PPPP are the vendor and product
-// ID, hexadecimal. The fields are
+// and may be empty. PATH is a path of ports: `usb1` is the root hub of bus 1, `1-2` the device at its port 2,
+// `1-2.3` the device at port 3 of the hub at 1-2. Root hubs need not be attached. VVVV:PPPP are the vendor ID
+// and the product ID, hexadecimal. The fields are
 //
-//   release=HHHH            the release (bcdDevice), hexadecimal; 0000 if not given
-//   manufacturer="TEXT"     the texts; a device without the field has no such text
+//   release=HHHH            the release number (bcdDevice), hexadecimal; 0000 by default
+//   manufacturer="TEXT"     the strings; by default a device has none
 //   product="TEXT"
 //   serial="TEXT"
 //
-// A TEXT is UTF-8 with at most 126 UTF-16 units; \" and \\ are the character itself, \xNN is the character of
-// that number, hexadecimal.
+// A TEXT is UTF-8 with at most 126 UTF-16 units. \" and \\ stand for " and \, and \xNN for the character with
+// the hexadecimal number NN.
 #ifndef YUSB_TOOLS_SCENARIO_H_
 #define YUSB_TOOLS_SCENARIO_H_
 
@@ -49,15 +48,16 @@ struct step {
 };
 
 struct scenario {
-  std::vector<scenario_device>
-      devices;  // each is attached exactly once, and detached at most once after that
+  // Each is attached exactly once, and detached at most once after that.
+  std::vector<scenario_device> devices;
   std::vector<step> steps;
 
-  // How many steps there are before the first that is no attach: what is on the bus from the beginning.
+  // The number of steps before the first that is not an attach: the devices attached from the start.
   std::size_t opening() const;
 };
 
-// Empty, with *error as "NAME:LINE: what is wrong", unless every line is right. `name` is the text's name.
+// `name` is the file's name, for messages. If a line is invalid, returns nothing and stores
+// "NAME:LINE: reason" in *error.
 std::optional<scenario> parse_scenario(std::string_view text, std::string_view name, std::string* error);
 
 }  // namespace yusb::tool

@@ -9,15 +9,15 @@
 
 namespace yusb::tool {
 
-// The location as a number; 0 if it is none.
-std::uint32_t location_of(const YUsbInfoDevice& device);
+// The location ID of a record as a number; 0 if it is not one.
+std::uint32_t location_number(const YUsbInfoDevice& device);
 
-// By location; devices with the same one keep their order.
+// Ascending; devices with equal locations keep their order.
 void sort_by_location(std::vector<YUsbInfoDevice>* devices);
 
-// What stands before each device of a sorted list to draw the tree of hubs: two columns for each device it is
-// behind. A device is behind the nearest one attached on its path; the bus is the top byte of a location, the
-// port on each hub one hexadecimal digit after it.
+// For each device of a sorted list, the branches that draw the tree of hubs: two columns for each ancestor.
+// The parent of a device is the nearest hub in the list on the path from its root hub: the top byte of a
+// location is the bus, each hexadecimal digit after it the port on one more hub.
 std::vector<std::string> tree_branches(const std::vector<YUsbInfoDevice>& sorted);
 
 }  // namespace yusb::tool

@@ -1,14 +1,14 @@
-#include "text.h"
+#include "utf8.h"
 
 #include <cstdio>
 
-namespace yusb::tool {
+namespace yusb::format {
 
 namespace {
 
 bool is_continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
 
-// The length of a sequence that begins with this byte; 0 if none does.
+// The length of the sequence that begins with this byte; 0 if none can.
 std::size_t sequence_length(unsigned char lead) {
   if (lead < 0x80) return 1;
   if (lead >= 0xC2 && lead < 0xE0) return 2;
@@ -20,8 +20,8 @@ std::size_t sequence_length(unsigned char lead) {
 }  // namespace
 
 bool take_code_point(std::string_view& text, char32_t* code_point) {
-  constexpr char32_t smallest[] = {0, 0, 0x80, 0x800,
-                                   0x10000};  // by length: a longer form than needed is malformed
+  // The smallest code point by length: a sequence longer than needed is malformed.
+  constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
   const auto lead = static_cast<unsigned char>(text.front());
   const std::size_t length = sequence_length(lead);
   bool well_formed = length != 0 && length <= text.size();
@@ -68,8 +68,8 @@ std::optional<YString> record_text(std::string_view text) {
   while (!text.empty()) {
     char32_t code_point = 0;
     if (!take_code_point(text, &code_point)) return std::nullopt;
-    // The high surrogate's low byte: bits 10 to 17 of what is above the basic plane. The low one's are the
-    // code point's.
+    // Above the basic plane there are two units. The low byte of the first, the high surrogate, has bits 10
+    // to 17 of the offset from the plane; that of the second has the low bits of the code point.
     if (code_point > 0xFFFF) bytes += static_cast<char>((code_point - 0x10000) >> 10);
     bytes += static_cast<char>(code_point);
   }
@@ -101,4 +101,4 @@ std::size_t width(std::string_view text) {
   return characters;
 }
 
-}  // namespace yusb::tool
+}  // namespace yusb::format

@@ -3,7 +3,7 @@
 #include <charconv>
 #include <cstdint>
 
-namespace yusb::tool {
+namespace yusb::format {
 
 std::optional<std::chrono::milliseconds> parse_duration(std::string_view text) {
   constexpr std::int64_t longest = 365LL * 24 * 60 * 60 * 1000;
@@ -17,4 +17,4 @@ std::optional<std::chrono::milliseconds> parse_duration(std::string_view text) {
   return std::chrono::milliseconds(amount * scale);
 }
 
-}  // namespace yusb::tool
+}  // namespace yusb::format

@@ -1,4 +1,4 @@
-#include "host.h"
+#include "simulated_bus.h"
 
 #if __has_include(<yusb_simulator.h>)
 

@@ -1,17 +1,17 @@
-#include "line.h"
+#include "event_format.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <nlohmann/json.hpp>
 
-#include "text.h"
+#include "utf8.h"
 
-namespace yusb::tool {
+namespace yusb::format {
 
 namespace {
 
-constexpr std::size_t widest = 40;  // of a column; longer texts overflow
+constexpr std::size_t widest = 40;  // of a column; longer strings overflow
 
 constexpr const char* green = "\033[32m";
 constexpr const char* red = "\033[31m";
@@ -39,7 +39,7 @@ std::string time_text(time_point when, const char* format,
 
 std::string cell(const YString& text) { return text.size() == 0 ? "-" : visible(utf8(text)); }
 
-std::string kinds(const YUsbInfoDevice& device) {
+std::string tags(const YUsbInfoDevice& device) {
   std::string text;
   if (device_is_apple(device)) text += ",apple";
   if (device_is_airpods(device)) text += ",airpods";
@@ -80,7 +80,7 @@ std::string columns::line(const event& event, const std::string& branch) {
     out += "  " + (i == 1 ? in(bold, made[i]) : made[i]);
     out.append(_widths[i] - std::min(_widths[i], width(made[i])), ' ');
   }
-  return out + "  " + kinds(event.device) + "\n";
+  return out + "  " + tags(event.device) + "\n";
 }
 
 std::string json_line(const event& event) {
@@ -99,8 +99,8 @@ std::string json_line(const event& event) {
   object["apple"] = device_is_apple(device);
   object["airpods"] = device_is_airpods(device);
   object["android"] = device_is_android(device);
-  constexpr bool ascii = true;  // else DEL and C1 control characters would reach a terminal as they are
+  constexpr bool ascii = true;  // otherwise DEL and C1 control characters would reach a terminal unescaped
   return object.dump(-1, ' ', ascii) + "\n";
 }
 
-}  // namespace yusb::tool
+}  // namespace yusb::format

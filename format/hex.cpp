@@ -1,10 +1,10 @@
-#include "number.h"
+#include "hex.h"
 
 #include <charconv>
 
-namespace yusb::tool {
+namespace yusb::format {
 
-std::optional<std::uint32_t> parse_hexadecimal(std::string_view text, std::size_t digits) {
+std::optional<std::uint32_t> parse_hex(std::string_view text, std::size_t digits) {
   if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) text.remove_prefix(2);
   std::uint32_t value = 0;
   const char* const end = text.data() + text.size();
@@ -17,10 +17,10 @@ std::optional<std::uint32_t> parse_hexadecimal(std::string_view text, std::size_
 std::optional<device_id> parse_device_id(std::string_view text) {
   const std::size_t colon = text.find(':');
   if (colon == std::string_view::npos) return std::nullopt;
-  const auto vendor = parse_hexadecimal(text.substr(0, colon), 4);
-  const auto product = parse_hexadecimal(text.substr(colon + 1), 4);
+  const auto vendor = parse_hex(text.substr(0, colon), 4);
+  const auto product = parse_hex(text.substr(colon + 1), 4);
   if (!vendor || !product) return std::nullopt;
   return device_id{static_cast<std::uint16_t>(*vendor), static_cast<std::uint16_t>(*product)};
 }
 
-}  // namespace yusb::tool
+}  // namespace yusb::format

@@ -1,6 +1,6 @@
-// What differs between hosts: whether there is a simulated bus to put in the place of the real one.
-#ifndef YUSB_TOOLS_HOST_H_
-#define YUSB_TOOLS_HOST_H_
+// The simulated bus, on hosts whose bus library has one.
+#ifndef YUSB_TOOLS_SIMULATED_BUS_H_
+#define YUSB_TOOLS_SIMULATED_BUS_H_
 
 #include <memory>
 
@@ -8,7 +8,7 @@
 
 namespace yusb::tool {
 
-// The library's bus from the next yusb::global_initialize on. Destroy it after yusb::global_release.
+// Replaces the library's bus from the next yusb::global_initialize on. Destroy it after yusb::global_release.
 class simulated_bus {
  public:
   virtual ~simulated_bus() = default;
@@ -16,9 +16,9 @@ class simulated_bus {
   virtual void unplug(int number) = 0;
 };
 
-// Null on a host where the library has no simulated bus.
+// Null on a host without a simulated bus.
 std::unique_ptr<simulated_bus> make_simulated_bus();
 
 }  // namespace yusb::tool
 
-#endif  // YUSB_TOOLS_HOST_H_
+#endif  // YUSB_TOOLS_SIMULATED_BUS_H_

@@ -2,10 +2,10 @@
 
 #include <utility>
 
-#include "number.h"
-#include "text.h"
+#include "hex.h"
+#include "utf8.h"
 
-namespace yusb::tool {
+namespace yusb::format {
 
 namespace {
 
@@ -20,11 +20,9 @@ device_filter parse_alternative(std::string_view text) {
   if (key == "id") {
     if (const auto id = parse_device_id(value)) return with_id(id->vendor, id->product);
   } else if (key == "vendor") {
-    if (const auto vendor = parse_hexadecimal(value, 4))
-      return with_vendor(static_cast<unsigned short>(*vendor));
+    if (const auto vendor = parse_hex(value, 4)) return with_vendor(static_cast<unsigned short>(*vendor));
   } else if (key == "location") {
-    if (const auto location = parse_hexadecimal(value, 8))
-      return with_location(YString::format("0x%X", *location));
+    if (const auto location = parse_hex(value, 8)) return with_location(YString::format("0x%X", *location));
   } else if (key == "serial") {
     if (auto serial = record_text(value)) return with_serial_number(*serial);
   }
@@ -40,9 +38,9 @@ device_filter parse_filter(std::string_view text, std::string* error) {
     const std::string_view one = text.substr(0, end);
     device_filter parsed = parse_alternative(one);
     if (!parsed) {
-      *error =
-          "'" + visible(one) +
-          "' is none of apple, airpods, android, id=VVVV:PPPP, vendor=VVVV, location=0xNNNNNNNN, serial=TEXT";
+      *error = "'" + visible(one) +
+               "' is not one of apple, airpods, android, id=VVVV:PPPP, vendor=VVVV, location=0xNNNNNNNN, "
+               "serial=TEXT";
       return {};
     }
     any = any ? either(std::move(any), std::move(parsed)) : std::move(parsed);
@@ -51,4 +49,4 @@ device_filter parse_filter(std::string_view text, std::string* error) {
   }
 }
 
-}  // namespace yusb::tool
+}  // namespace yusb::format

@@ -1,4 +1,4 @@
-#include "stop.h"
+#include "stop_signal.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -15,18 +15,18 @@ namespace {
 
 constexpr std::array<int, 2> _signals{SIGINT, SIGTERM};
 
-volatile std::sig_atomic_t _write_end = -1;  // of the pipe; a handler can use nothing but a global
+volatile std::sig_atomic_t _write_end = -1;  // of the pipe; global because a signal handler uses it
 std::array<struct sigaction, _signals.size()> _previous;
 
 extern "C" void on_signal(int) {
   const int kept = errno;
-  static_cast<void>(!write(_write_end, "", 1));  // a full pipe is as readable as one more byte would make it
+  static_cast<void>(!write(_write_end, "", 1));  // a full pipe is readable already
   errno = kept;
 }
 
 }  // namespace
 
-stop::stop() {
+stop_signal::stop_signal() {
   int ends[2];
   if (pipe(ends) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
   for (const int end : ends) {
@@ -37,27 +37,27 @@ stop::stop() {
   _write_end = ends[1];
   for (std::size_t i = 0; i < _signals.size(); ++i) {
     struct sigaction action {};
-    action.sa_handler = on_signal;  // no SA_RESTART: a write that waits for a reader ends with the signal
+    action.sa_handler = on_signal;  // no SA_RESTART: a signal interrupts a write that waits for a reader
     sigemptyset(&action.sa_mask);
     sigaction(_signals[i], nullptr, &_previous[i]);
     if (_previous[i].sa_handler != SIG_IGN) sigaction(_signals[i], &action, nullptr);
   }
 }
 
-stop::~stop() {
+stop_signal::~stop_signal() {
   for (std::size_t i = 0; i < _signals.size(); ++i) sigaction(_signals[i], &_previous[i], nullptr);
   close(_read_end);
   close(_write_end);
   _write_end = -1;
 }
 
-void stop::request() noexcept { on_signal(0); }
+void stop_signal::request() noexcept { on_signal(0); }
 
-void stop::wait(int output) const {
-  // That the reader is gone is reported without being asked for, but not by macOS if nothing is asked for.
+void stop_signal::wait(int output) const {
+  // Linux always reports POLLERR and POLLHUP, macOS only if some event is requested.
   pollfd watched[] = {{_read_end, POLLIN, 0}, {output, POLLHUP, 0}};
   while (true) {
-    if (poll(watched, 2, -1) < 0) continue;  // interrupted by a signal, whose byte is in the pipe now
+    if (poll(watched, 2, -1) < 0) continue;  // interrupted by a signal, so the pipe is readable
     if (watched[0].revents != 0 || (watched[1].revents & (POLLERR | POLLHUP)) != 0) return;
     if (watched[1].revents != 0) watched[1].fd = -1;  // cannot be polled
   }

@@ -1,0 +1,179 @@
+// The program yusb as a script or a terminal sees it.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+
+#include "support.h"
+
+using nlohmann::json;
+
+namespace {
+
+// Lasts longer than any test may take.
+const std::string kPhones = R"(attach 1-1 05ac:12a8 product="\x1B[31mphone" serial="A"
+                               wait 1ms
+                               attach 1-2 18d1:4ee7
+                               wait 10m)";
+
+// "yusb" runs the program, "play" runs it with the scenario $f, and "signalled SIGNAL" sends a signal to
+// "play watch" after its first line, reads no more of its output, and prints its exit status.
+constexpr const char* kFunctions = R"(
+    exec 2>&1
+    yusb() { "$p" "$@"; }
+    play() { yusb "$@" --simulate "$f"; }
+    signalled() {
+      mkfifo "$f.status"
+      { sh -c 'echo $$; exec "$0" watch --simulate "$1"' "$p" "$f"; echo "status $?" >"$f.status"; } |
+        { read pid; read line; kill -$1 $pid
+          timeout 30 cat "$f.status" || { kill -KILL $pid; cat "$f.status"; }; }
+      rm "$f.status"
+    }
+)";
+
+struct outcome {
+  int status;
+  std::string text;  // standard output and error
+};
+
+// Runs `command` in a shell with the functions above, with `scenario` in the file $f.
+outcome shell(const std::string& command, const std::string& scenario = kPhones) {
+  const std::string file = testing::TempDir() + "program_test." + std::to_string(getpid());
+  std::ofstream(file) << scenario;
+  const std::string script = "p='" YUSB_PROGRAM "' f='" + file + "'" + kFunctions + command;
+  FILE* const pipe = popen(script.c_str(), "r");
+  std::string text;
+  for (int c; (c = std::fgetc(pipe)) != EOF;) text += static_cast<char>(c);
+  const int status = pclose(pipe);
+  std::remove(file.c_str());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text};
+}
+
+bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// Whether `command` exits with `status` and prints `text`, without colours.
+testing::AssertionResult gives(const std::string& command, int status, const std::string& text,
+                               const std::string& scenario = kPhones) {
+  const outcome ran = shell(command, scenario);
+  if (ran.status == status && has(ran.text, text) && !has(ran.text, "\033["))
+    return testing::AssertionSuccess();
+  return testing::AssertionFailure() << command << "\n" << ran.text << "exit status " << ran.status;
+}
+
+}  // namespace
+
+TEST(ToolProgram, PlaysTheExampleToItsEnd) {
+  const outcome played = shell("f='" YUSB_EXAMPLE "'; play watch --json");
+  ASSERT_EQ(played.status, 0) << played.text;
+  std::map<std::string, bool> attached;
+  std::set<std::string> seconds;
+  std::istringstream lines(played.text);
+  for (std::string line; std::getline(lines, line);) {
+    const json event = json::parse(line);
+    bool& present = attached[event["location"]];
+    EXPECT_NE(std::exchange(present, !present), event["event"] == "arrival") << line;
+    seconds.insert(std::string(event["time"]).substr(0, 19));
+  }
+  EXPECT_EQ(attached.size(), 8u);
+  EXPECT_GE(seconds.size(), 3u) << "it waits for 2.4 s";
+  EXPECT_FALSE(attached["0x1200000"]) << "the hub is detached";
+}
+
+TEST(ToolProgram, PrintsItsHelpWithoutArguments) { EXPECT_TRUE(gives("yusb", 0, "Usage: yusb")); }
+
+TEST(ToolProgram, ListsWhatAScenarioBeginsWith) {
+  const std::string example = "f='" YUSB_EXAMPLE "'; ";
+  EXPECT_TRUE(gives(example + "play list --tree --filter android", 0, "0x1210000   18d1:4ee7  4.40"));
+  EXPECT_TRUE(gives(example + "play list --filter android | wc -l", 0, "1"));
+}
+
+TEST(ToolProgram, FailsIfItsOutputCannotBeWritten) {
+  EXPECT_TRUE(gives("play list >&-", 1, "Bad file descriptor"));
+  EXPECT_TRUE(gives("play list >/dev/full", 1, "No space"));
+  EXPECT_TRUE(gives("yusb --help >/dev/full", 1, "No space"));
+}
+
+TEST(ToolProgram, FailsWithoutABus) {
+  EXPECT_TRUE(
+      gives("ASAN_OPTIONS=verify_asan_link_order=0 umockdev-run -- \"$p\" list", 1, "--simulate FILE"));
+}
+
+TEST(ToolProgram, RejectsAnInvalidScenario) {
+  EXPECT_TRUE(gives("f=/dev/zero; play list", 2, "larger than"));
+  EXPECT_TRUE(gives("cat \"$f\" | { f=/dev/stdin; play watch; }", 2, "yusb: /dev/stdin:2: 'unplug'",
+                    "attach 1-1 1:1\nunplug"));
+}
+
+TEST(ToolProgram, RejectsAnInvalidCommandLine) {
+  for (const std::string arguments :
+       {"--nonsense", "--log", "look", "list watch", "list --tree --json", "list --filter pear", "list extra",
+        "list --simulate", "watch --for 5", "watch --for 1.5s", "watch --for 525601m", "watch --for -1s",
+        "watch --count 0", "watch --count -1", "watch --count 010", "watch --gone", "list --simulate ''"})
+    EXPECT_TRUE(gives("yusb " + arguments, 2, "Try 'yusb --help'"));
+}
+
+TEST(ToolProgram, WatchesForALimitedTime) { EXPECT_TRUE(gives("play watch --for 20ms", 0, "")); }
+
+TEST(ToolProgram, WatchesALimitedNumberOfEvents) {
+  EXPECT_TRUE(gives("play watch --count 1 | grep -c :", 0, "1\n"));
+}
+
+TEST(ToolProgram, EscapesTheStringsOfADeviceInTheLog) {
+  EXPECT_TRUE(gives("play watch --count 1 --log", 0, ": \\x1B[31mphone"));
+}
+
+TEST(ToolProgram, ShowsADeviceThatIsDetachedAtOnce) {
+  std::string brief;
+  for (int i = 0; i < 5; ++i) brief += "attach 1-1 1:1 serial=\"A\"\ndetach 1-1\n";
+  EXPECT_TRUE(gives("play watch | grep -c A", 0, "10\n", brief));
+}
+
+TEST(ToolProgram, EndsWithSuccessOnASignal) {
+  EXPECT_TRUE(gives("signalled TERM", 0, "status 0"));
+  EXPECT_TRUE(gives("signalled INT", 0, "status 0"));
+}
+
+TEST(ToolProgram, EndsOnASignalAlthoughItsReaderStopsReading) {
+  std::string many;  // more than a pipe holds
+  for (int port = 1; port <= 600; ++port)
+    many += "attach 1-" + std::to_string(port) + " 1:1 product=\"" + std::string(126, '0') + "\"\n";
+  EXPECT_TRUE(gives("signalled TERM", 0, "status 0", many + "wait 10m"));
+}
+
+TEST(ToolProgram, EndsWithSuccessIfItsReaderClosesThePipe) {
+  EXPECT_TRUE(gives("exec 3>&1; (play watch; echo status $? >&3) | head -n 2", 0, "status 0"));
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  ASSERT_EQ(dup2(ends[1], 9), 9);
+  for (const int end : ends) close(end);
+  EXPECT_TRUE(gives("play list >&9", 0, ""));
+  close(9);
+}
+
+TEST(ToolProgram, WaitsForAnArrival) {
+  EXPECT_TRUE(
+      gives("play wait --filter apple,android --filter vendor=18d1 --json", 0, "\"product_id\":\"4ee7\""));
+}
+
+TEST(ToolProgram, WaitsForARemoval) {
+  EXPECT_TRUE(gives("play wait --gone", 0, "", "attach 1-1 1:1\nwait 1ms\ndetach 1-1"));
+}
+
+TEST(ToolProgram, ReportsThatAWaitWasInVain) {
+  const std::string reason = "no matching device was attached";
+  EXPECT_TRUE(gives("play wait --filter apple --filter vendor=18d1 --timeout 20ms", 3, reason));
+  EXPECT_TRUE(gives("play wait --filter apple", 3, reason, "attach 1-1 1:1"));
+}
+
+TEST(ToolProgram, UsesColoursOnlyOnATerminalThatWantsThem) {
+  const std::string watch = "script -qec \"'$p' watch --count 1 --simulate '$f'\" /dev/null";
+  EXPECT_TRUE(gives("TERM=xterm NO_COLOR=1 " + watch, 0, "  +  "));
+  const std::string coloured = shell("TERM=xterm NO_COLOR= " + watch).text;
+  EXPECT_TRUE(has(coloured, "\033[32m+")) << coloured;
+  EXPECT_FALSE(has(coloured, "\033[31m")) << "the device sets a colour";
+}
