@@ -73,7 +73,7 @@ class Runner:
         self._seed = 0
         self._end = 0.0
         self._print = threading.Lock()
-        self.results = arguments.build / "results"
+        self.results = made.folder / "results"
         shutil.rmtree(self.results, ignore_errors=True)
         self.results.mkdir(parents=True)
         self.failed = []
