@@ -57,6 +57,8 @@ TEST_F(Details, AgreeWithARecordWhoseStringsTheDeviceGarbled) {
   EXPECT_EQ(std::tie(found->manufacturer, found->product_name, found->serial_number),
             std::tuple("", "P\xE4\xB9\xB8", ""))
       << "without the lone surrogate";
+  garbled.replies[2].bytes.assign(300, 'x');
+  EXPECT_TRUE(device_details(plug(garbled)).has_value()) << "a reply longer than what the library asks for";
 }
 
 TEST_F(Details, AnswerAHandlerUnderTheLocks) {

@@ -82,13 +82,14 @@ std::optional<usb_details> attachment::details(const record_key& record) {
   } strings[] = {{number::manufacturer_index, record.manufacturer, details.manufacturer},
                  {number::product_index, record.product_name, details.product_name},
                  {number::serial_number_index, record.serial_number, details.serial_number}};
+  constexpr std::uint16_t asked = 255;  // what the library asks for: a longer reply is cut
   for (const auto& [which, kept, whole] : strings) {
     simulated_reply reply;
     if (const std::uint32_t index = value(which); index != 0)
-      reply = answer({0x80, 6, static_cast<std::uint16_t>(0x300 | index), 0x0409, 255, nullptr, 0});
-    if (reply.status != status_ok) reply.bytes.clear();
-    if (!same_string(kept, reply.bytes.data(), reply.bytes.size())) return std::nullopt;
-    whole = decode_string_descriptor(reply.bytes.data(), reply.bytes.size());
+      reply = answer({0x80, 6, static_cast<std::uint16_t>(0x300 | index), 0x0409, asked, nullptr, 0});
+    const std::size_t size = reply.status == status_ok ? std::min<std::size_t>(reply.bytes.size(), asked) : 0;
+    if (!same_string(kept, reply.bytes.data(), size)) return std::nullopt;
+    whole = decode_string_descriptor(reply.bytes.data(), size);
   }
   return details;
 }
@@ -106,7 +107,7 @@ void attachment::leave() {
 
 void attachment::open_node() {
   const std::lock_guard<std::mutex> lock(_mutex);
-  _opens_at = clock::time_point::min();
+  _opens_at = std::min(_opens_at, clock::now());
   change();
 }
 
