@@ -38,6 +38,10 @@ class Mistake(Exception):
     """What is wrong with the lists or with the command line."""
 
 
+class Stopped(Exception):
+    """The run is ended from outside: no other command is started."""
+
+
 # ---- The lists ----
 
 
@@ -174,6 +178,8 @@ class Workspace:
     """A copy of the project. A run that is cut short leaves a fault in it, which the next update() takes away."""
 
     running = set()  # commands, of all copies
+    lock = threading.Lock()  # of these two
+    stopped = False
 
     def __init__(self, number, processes):
         self.root = WORK / str(number)
@@ -207,16 +213,20 @@ class Workspace:
     def execute(self, command, limit=None, folder=None, **environment):
         """The exit status, None if the time limit has passed; what it prints is in self.log."""
         with open(self.log, "wb") as log:
-            process = subprocess.Popen(command, cwd=folder or self.root, env=dict(self.environment, **environment),
-                                       stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True)
-            Workspace.running.add(process)
+            with Workspace.lock:
+                if Workspace.stopped:
+                    raise Stopped
+                process = subprocess.Popen(command, cwd=folder or self.root, env=dict(self.environment, **environment),
+                                           stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True)
+                Workspace.running.add(process)
             try:
                 return process.wait(limit)
             except subprocess.TimeoutExpired:
                 return None
             finally:
                 end_session(process)
-                Workspace.running.discard(process)
+                with Workspace.lock:
+                    Workspace.running.discard(process)
 
     def said(self):
         return self.log.read_text(errors="replace")
@@ -327,6 +337,8 @@ def run(mutants, jobs):
             try:
                 noticed = space.judge(mutant, limit)
                 text, good = verdict(mutant, noticed)
+            except Stopped:
+                return
             except Exception as error:  # a thread's exception would be lost
                 noticed, text, good = None, f"error: {error}", False
             with printing:
@@ -390,13 +402,17 @@ def main():
         if given.check:
             print(f"{len(chosen)} mutants apply")
             return 0
-        signal.signal(signal.SIGTERM, signal.default_int_handler)
+        for each in (signal.SIGTERM, signal.SIGHUP):
+            signal.signal(each, signal.default_int_handler)
         return 0 if run(chosen, given.jobs) else 1
     except Mistake as mistake:
         print(f"mutants: {mistake}", file=sys.stderr)
         return 1
     except KeyboardInterrupt:
-        for process in list(Workspace.running):
+        with Workspace.lock:
+            Workspace.stopped = True
+            running = list(Workspace.running)
+        for process in running:
             end_session(process)
         return 130
 
