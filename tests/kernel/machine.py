@@ -148,7 +148,7 @@ class Machine:
             for line in run("modprobe", "-d", prefix, "-S", version, "--show-depends", module).splitlines():
                 if not line.startswith("insmod "):
                     continue
-                source = pathlib.Path(line.split()[1])
+                source = pathlib.Path(re.match(r"insmod (.*?\.ko(\.\w+)?)( |$)", line)[1])
                 target = kept / source.relative_to(tree)
                 target.parent.mkdir(parents=True, exist_ok=True)
                 shutil.copy(source, target)

@@ -2,9 +2,12 @@
 """Runs the scenarios of this folder on a real Linux kernel in a virtual machine."""
 import argparse
 import collections
+import fcntl
 import pathlib
 import re
 import shutil
+import signal
+import subprocess
 import sys
 import threading
 import time
@@ -48,7 +51,10 @@ def parse_arguments():
     parser.add_argument("--accel", default="tcg,thread=multi", help="QEMU's accelerators, the first that works (default: %(default)s; kvm:tcg is faster)")
     parser.add_argument("--build", type=pathlib.Path, default=machine.ROOT / "build/kernel", metavar="FOLDER",
                         help="where everything is kept (default: build/kernel)")
-    return parser.parse_args(), names
+    arguments = parser.parse_args()
+    if arguments.machines < 1:
+        parser.error("--machines must be at least 1")
+    return arguments, names
 
 
 def plan(arguments, names, seed):
@@ -84,12 +90,17 @@ class Runner:
         self._waiting.extend(planned)
         self._seed = seed
         self._end = time.monotonic() + LONG_SECONDS if self._arguments.long else 0.0
-        threads = [threading.Thread(target=self._work, args=[number % 2 == 1])
+        threads = [threading.Thread(target=self._work, args=[number % 2 == 1], daemon=True)
                    for number in range(self._arguments.machines)]
         for thread in threads:
             thread.start()
         for thread in threads:
             thread.join()
+
+    def stop(self):
+        """Ends the machines; nothing more is reported."""
+        self._print.acquire()
+        vm.Vm.end_all()
 
     def _next(self, udevd):
         """Machines with udevd take from the end of the queue, so that few have to be started again."""
@@ -165,17 +176,31 @@ def main():
     arguments, names = parse_arguments()
     seed = arguments.seed if arguments.seed is not None else int(time.time()) % 100000
     started = time.monotonic()
+    for each in (signal.SIGTERM, signal.SIGHUP):
+        signal.signal(each, signal.default_int_handler)
     try:
+        arguments.build.mkdir(parents=True, exist_ok=True)
+        lock = open(arguments.build / "lock", "w")
+        fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
         made = machine.Machine(arguments.build, arguments.kernel, arguments.arch, arguments.mirror)
         made.make()
-    except (machine.Failed, OSError) as failed:
+    except BlockingIOError:
+        print(f"kernel: another run is using {arguments.build}", file=sys.stderr)
+        return 1
+    except KeyboardInterrupt:
+        return 130
+    except (machine.Failed, OSError, subprocess.SubprocessError) as failed:
         print(f"kernel: {failed}", file=sys.stderr)
         return 1
     print(f"kernel: Linux {arguments.kernel}, {arguments.arch}; the machine took {time.monotonic() - started:.0f} s",
           flush=True)
     started = time.monotonic()
     runner = Runner(arguments, made)
-    runner.run(plan(arguments, names, seed), seed)
+    try:
+        runner.run(plan(arguments, names, seed), seed)
+    except KeyboardInterrupt:
+        runner.stop()
+        return 130
     print(f"kernel: {runner.passed} of {runner.passed + len(runner.failed)} passed in "
           f"{time.monotonic() - started:.0f} s; {runner.counts['comparisons']} comparisons of "
           f"{runner.counts['streams']} streams with sysfs, {runner.counts['events']} events")

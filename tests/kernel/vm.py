@@ -3,7 +3,6 @@ import json
 import os
 import pathlib
 import queue
-import signal
 import socket
 import subprocess
 import tempfile
@@ -21,6 +20,11 @@ CONSOLE = {"amd64": "ttyS0", "arm64": "ttyAMA0"}
 
 class Broken(Exception):
     """The machine does not do what was asked of it; the text says what."""
+
+
+def quoted(path):
+    """A path as part of an option of QEMU, where a comma ends a value."""
+    return str(path).replace(",", ",,")
 
 
 class Qmp:
@@ -56,6 +60,18 @@ class Vm:
     `console` is the file that gets what the kernel says there.
     """
 
+    _all = []  # their QEMUs, or None once end_all() was called
+    _lock = threading.Lock()
+
+    @classmethod
+    def end_all(cls):
+        """Ends every machine, whatever other threads do with it; no other starts."""
+        with cls._lock:
+            started, cls._all = cls._all or [], None
+        for qemu in started:
+            qemu.kill()
+            qemu.wait()
+
     def __init__(self, machine, console, udevd, accelerator):
         self._folder = tempfile.TemporaryDirectory(prefix="kernel-")
         folder = pathlib.Path(self._folder.name)
@@ -66,16 +82,22 @@ class Vm:
         command = QEMU[machine.arch] + [
             "-nodefaults", "-no-user-config", "-display", "none", "-no-reboot", "-m", "512", "-smp", "2",
             "-kernel", str(machine.kernel), "-initrd", str(machine.initrd), "-append", append,
-            "-chardev", f"file,id=console,path={console}", "-serial", "chardev:console",
-            "-device", "virtio-serial-pci", "-chardev", f"socket,id=port,path={port},server=on,wait=off",
+            "-chardev", f"file,id=console,path={quoted(console)}", "-serial", "chardev:console",
+            "-device", "virtio-serial-pci", "-chardev", f"socket,id=port,path={quoted(port)},server=on,wait=off",
             "-device", "virtserialport,chardev=port", "-device", "virtio-rng-pci",
-            "-qmp", f"unix:{control},server=on,wait=off", "-device", "qemu-xhci,id=xhci,p2=15,p3=4"]
+            "-qmp", f"unix:{quoted(control)},server=on,wait=off", "-device", "qemu-xhci,id=xhci,p2=15,p3=4"]
         for accel in accelerator.split(":"):
             command += ["-accel", accel]
         self.udevd = udevd
         self.lines = queue.Queue()
         self._errors = open(folder / "errors", "w+")
-        self._qemu = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self._errors, stderr=self._errors)
+        with Vm._lock:
+            if Vm._all is None:
+                raise Broken("the run was ended")
+            # In a session of its own, so that Ctrl-C ends it through end_all() alone.
+            self._qemu = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self._errors,
+                                          stderr=self._errors, start_new_session=True)
+            Vm._all.append(self._qemu)
         try:
             self._qmp = Qmp(self._wait_for(control))
             self._port = socket.socket(socket.AF_UNIX)
@@ -136,7 +158,7 @@ class Vm:
             output.append(line)
 
     def end(self):
-        self._qemu.send_signal(signal.SIGKILL)
+        self._qemu.kill()
         self._qemu.wait()
         self._errors.close()
         self._folder.cleanup()
