@@ -38,8 +38,8 @@
 //
 // Threads. Construct, stop and destroy on any thread, but not in what runs under the library's locks: a
 // handler of live events, a watcher's callback or filter, the log's sink. There a constructor throws; an end
-// cannot be had: the watcher falls silent, without the removals of watch_end::removals, and its memory is
-// lost. All of them wait for handlers that are running: hold no lock that one of those takes.
+// cannot be had: the watcher falls silent, without the removals of watch_end::removals, and its memory and
+// descriptor are lost. All of them wait for handlers that are running: hold no lock that one of those takes.
 //
 // Exceptions. Constructors throw std::runtime_error where the library is not initialised or refuses, as
 // above, and std::bad_alloc if the watcher itself cannot be allocated. Callbacks and filters must not throw.
@@ -58,7 +58,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -66,6 +65,8 @@
 
 #include <yusb.h>
 #include <yusb_filter.h>
+#include <yusb_watcher/readiness.h>
+#include <yusb_watcher/subscription.h>
 
 namespace yusb {
 
@@ -74,106 +75,6 @@ namespace yusb {
 enum class watch_end { silent, removals };
 
 using watch_callback = std::function<void(const YUsbInfoDevice&, _yusb_device_event)>;
-
-namespace detail {
-
-// What a watcher registers. All but `_hears` is used under the library's locks, or on the thread that starts
-// or ends it, when no event can come.
-class subscription final : public yusb_device_event_interface {
- public:
-  subscription(watch_callback callback, device_filter filter, watch_end end)
-      : _callback(std::move(callback)), _filter(std::move(filter)), _end(end) {}
-
-  void start() {
-    if (!context_create(&_context)) throw std::runtime_error("yusb::watcher: not under the library's locks");
-    if (_context == nullptr) throw std::bad_alloc();
-    // A registration replays the list without a lock. Out of the set no other event can come meanwhile, so
-    // that replay is ignored; entering the set replays the list under the locks that every change takes.
-    if (!common_object_remove(_context) || !context_notify_object_append(_context, this)) {
-      context_release(_context);
-      throw std::runtime_error("yusb::watcher: the library is not initialised");
-    }
-    _hears = true;
-    common_object_append(_context);
-  }
-
-  // False if the library refuses, and still refers to this object.
-  bool finish() noexcept {
-    _hears = false;  // leaving the set replays removals, but only `_listed` knows which arrivals were told
-    if (!context_release(_context)) return false;
-    for (const entry& listed : _listed) {
-      if (listed.told && _end == watch_end::removals) _callback(listed.device, YUSB_DEVICE_EVENT_REMOVE);
-    }
-    return true;
-  }
-
-  void on_device_event(const YUsbInfoDevice& device, _yusb_device_event event) override {
-    // A removal by key that found nothing brings a blank record.
-    const bool blank = device.empty() && device.location() == YString() && device.instancePath() == YString();
-    if (!_hears || blank) return;
-    event == YUSB_DEVICE_EVENT_APPEND ? append(device) : remove(device);
-  }
-
- private:
-  struct entry {
-    YUsbInfoDevice device;
-    bool told;  // of its arrival, and not of its removal
-  };
-  using iterator = std::vector<entry>::iterator;
-
-  template <typename Condition>
-  iterator find(Condition condition) {
-    return std::find_if(_listed.begin(), _listed.end(), condition);
-  }
-
-  // The first record at a location that is told of.
-  iterator device_at(const YString& place) {
-    if (place == YString()) return _listed.end();
-    return find([&](const entry& at) { return at.device.exist() && at.device.location() == place; });
-  }
-
-  void tell_arrival(entry& arrived) {
-    arrived.told = !_filter || _filter(arrived.device);
-    if (arrived.told) _callback(arrived.device, YUSB_DEVICE_EVENT_APPEND);
-  }
-
-  void append(const YUsbInfoDevice& device) {
-    _listed.push_back({device, false});
-    const iterator last = _listed.end() - 1;
-    if (device_at(last->device.location()) == last) tell_arrival(*last);
-  }
-
-  void remove(const YUsbInfoDevice& device) {
-    // A removal by key brings the record that it took out, and both keys fit that. One by record brings the
-    // caller's, and took out the first record that either key fits.
-    const auto location = [&](const entry& at) { return at.device.location() == device.location(); };
-    const auto path = [&](const entry& at) { return at.device.instancePath() == device.instancePath(); };
-    iterator removed = find([&](const entry& at) { return location(at) && path(at); });
-    if (removed == _listed.end()) removed = find([&](const entry& at) { return location(at) || path(at); });
-    if (removed == _listed.end()) return;
-    const bool first = device_at(removed->device.location()) == removed;
-    const entry gone = *removed;
-    _listed.erase(removed);
-    if (gone.told) _callback(gone.device, YUSB_DEVICE_EVENT_REMOVE);
-    const iterator next = first ? device_at(gone.device.location()) : _listed.end();
-    if (next != _listed.end()) tell_arrival(*next);
-  }
-
-  const watch_callback _callback;
-  const device_filter _filter;
-  const watch_end _end;
-  _yusb_context* _context = nullptr;
-  std::vector<entry> _listed;       // the library's list
-  std::atomic<bool> _hears{false};  // cleared without a lock
-};
-
-struct finish_subscription {
-  void operator()(subscription* ended) const noexcept {
-    if (ended->finish()) delete ended;
-  }
-};
-
-}  // namespace detail
 
 // Calls back for every device that comes or goes, at that moment.
 //
@@ -192,7 +93,8 @@ class watcher {
   // Throws std::invalid_argument if the callback is empty, and what the top of this file says.
   explicit watcher(watch_callback callback, device_filter filter = {}, watch_end end = watch_end::silent) {
     if (!callback) throw std::invalid_argument("yusb::watcher: the callback is empty");
-    auto made = std::make_unique<detail::subscription>(std::move(callback), std::move(filter), end);
+    auto made = std::make_unique<detail::subscription>(std::move(callback), std::move(filter),
+                                                       end == watch_end::removals);
     made->start();
     _subscription.reset(made.release());
   }
@@ -244,15 +146,27 @@ class watch_queue {
     limit = std::clamp<std::chrono::milliseconds>(limit, limit.zero(), std::chrono::hours(24 * 365));
     std::unique_lock<std::mutex> lock(_state->mutex);
     _state->changed.wait_for(lock, limit, [this] { return _state->ready(); });
-    if (_state->dropped) {
-      watch_event event{watch_kind::resync, {}, _state->known_devices};
-      _state->dropped = false;
-      return event;
-    }
-    if (_state->events.empty()) return std::nullopt;
-    watch_event event = std::move(_state->events.front());
-    _state->events.pop_front();
-    return event;
+    return _state->take();
+  }
+
+  // A descriptor for an event loop: poll, select, epoll and kqueue find it readable while next(0ms) has an
+  // event to give, and for good once the queue is closed. It is exact whenever no thread is in a function of
+  // the queue. Where the loop reports only a change (EPOLLET, EV_CLEAR), take events until there are none.
+  //
+  // The queue owns it: it stays the same when the queue is moved, and is closed when the queue is destroyed.
+  // Take it out of the loop before that, and do not read, write or close it. A program that is started with
+  // exec does not inherit it (elsewhere than on Linux one may that is started during the first call). A
+  // forked child must not use it.
+  //
+  // The first call opens it, an eventfd on Linux and a pipe elsewhere. From then on the first event in an
+  // empty queue costs a system call, and so does taking the last one. May be called from any thread. Throws
+  // std::system_error if no descriptor can be opened: the queue goes on, and a later call tries again.
+  // Since 5.1.0.
+  int descriptor() {
+    const std::lock_guard<std::mutex> lock(_state->mutex);
+    const int descriptor = _state->readable.descriptor();
+    _state->readable.set(_state->ready());
+    return descriptor;
   }
 
   // Stops watching, as the destructor of a watcher does, and wakes the threads that wait in next. What is
@@ -263,6 +177,7 @@ class watch_queue {
     const std::lock_guard<std::mutex> lock(_state->mutex);
     _state->closed = true;
     _state->changed.notify_all();
+    _state->readable.set(true);
   }
 
   // True after close. From any thread.
@@ -283,11 +198,26 @@ class watch_queue {
       if (dropped) events.clear();
       if (!dropped) events.push_back({arrival ? watch_kind::arrival : watch_kind::removal, device, {}});
       changed.notify_one();
+      readable.set(true);
+    }
+
+    std::optional<watch_event> take() {
+      std::optional<watch_event> event;
+      if (dropped) {
+        event = {watch_kind::resync, {}, known_devices};  // throws before anything has changed
+        dropped = false;
+      } else if (!events.empty()) {
+        event = std::move(events.front());
+        events.pop_front();
+      }
+      readable.set(ready());
+      return event;
     }
 
     const std::size_t capacity;
     std::mutex mutex;  // guards all that follows but `closed`
     std::condition_variable changed;
+    detail::readiness readable;  // set as ready() is
     std::deque<watch_event> events;
     std::vector<YUsbInfoDevice> known_devices;  // what a client would know that had taken every event
     bool dropped = false;                       // and no resync taken since

@@ -1,5 +1,6 @@
 // Watchers are exact whatever happens at the same moment, by callback and by queue.
 #include <dlfcn.h>
+#include <poll.h>
 #include <yusb_watcher.h>
 
 #include <future>
@@ -63,20 +64,27 @@ struct actor {
   known_devices live, queued;
   yusb::watcher watcher;
   std::optional<watch_queue> queue;
+  pollfd readable = {-1, POLLIN, 0};
 
   void renew() {
     stop();
     filter = [odd = random() % 3](auto& device) { return odd == 2 || device.productID() % 2 == odd; };
     end = random() % 2 == 0 ? watch_end::silent : watch_end::removals;
     queue.emplace(filter, random() % 32, end);
+    readable.fd = queue->descriptor();
     const auto hear = [&](auto& device, auto event) {
       apply(live, device, event == YUSB_DEVICE_EVENT_APPEND);
     };
     watcher = yusb::watcher(hear, filter, end);
   }
 
-  void drain() {
-    while (const auto event = queue->next(0ms)) {
+  // While others change the list, an event may arrive between the two questions.
+  void drain(bool others_rest = false) {
+    for (;;) {
+      const bool shown = poll(&readable, 1, 0) == 1;
+      const auto event = queue->next(0ms);
+      EXPECT_TRUE(shown == event.has_value() || (shown ? queue->closed() : !others_rest));
+      if (!event) break;
       if (event->kind == watch_kind::resync) queued = {};
       for (const YUsbInfoDevice& device : event->devices) apply(queued, device, true);
       if (event->kind != watch_kind::resync) apply(queued, event->device, event->kind == watch_kind::arrival);
@@ -91,7 +99,7 @@ struct actor {
   }
 
   void compare() {
-    drain();
+    drain(true);
     std::set<std::string> locations;
     known_devices expected;
     device_traverse(nullptr, [&](const YUsbInfoDevice& listed) {

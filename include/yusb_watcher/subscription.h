@@ -1,0 +1,123 @@
+// What a watcher registers with the library. A part of <yusb_watcher.h>, which includes it.
+#ifndef YUSB_WATCHER_SUBSCRIPTION_H_
+#define YUSB_WATCHER_SUBSCRIPTION_H_
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <new>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include <yusb.h>
+#include <yusb_filter.h>
+
+namespace yusb {
+
+namespace detail {
+
+using subscription_callback = std::function<void(const YUsbInfoDevice&, _yusb_device_event)>;
+
+// What a watcher registers. All but `_hears` is used under the library's locks, or on the thread that starts
+// or ends it, when no event can come.
+class subscription final : public yusb_device_event_interface {
+ public:
+  // At its end it reports a removal for each device that is still attached, if `removals` says so.
+  subscription(subscription_callback callback, device_filter filter, bool removals)
+      : _callback(std::move(callback)), _filter(std::move(filter)), _removals(removals) {}
+
+  void start() {
+    if (!context_create(&_context)) throw std::runtime_error("yusb::watcher: not under the library's locks");
+    if (_context == nullptr) throw std::bad_alloc();
+    // A registration replays the list without a lock. Out of the set no other event can come meanwhile, so
+    // that replay is ignored; entering the set replays the list under the locks that every change takes.
+    if (!common_object_remove(_context) || !context_notify_object_append(_context, this)) {
+      context_release(_context);
+      throw std::runtime_error("yusb::watcher: the library is not initialised");
+    }
+    _hears = true;
+    common_object_append(_context);
+  }
+
+  // False if the library refuses, and still refers to this object.
+  bool finish() noexcept {
+    _hears = false;  // leaving the set replays removals, but only `_listed` knows which arrivals were told
+    if (!context_release(_context)) return false;
+    for (const entry& listed : _listed) {
+      if (listed.told && _removals) _callback(listed.device, YUSB_DEVICE_EVENT_REMOVE);
+    }
+    return true;
+  }
+
+  void on_device_event(const YUsbInfoDevice& device, _yusb_device_event event) override {
+    // A removal by key that found nothing brings a blank record.
+    const bool blank = device.empty() && device.location() == YString() && device.instancePath() == YString();
+    if (!_hears || blank) return;
+    event == YUSB_DEVICE_EVENT_APPEND ? append(device) : remove(device);
+  }
+
+ private:
+  struct entry {
+    YUsbInfoDevice device;
+    bool told;  // of its arrival, and not of its removal
+  };
+  using iterator = std::vector<entry>::iterator;
+
+  template <typename Condition>
+  iterator find(Condition condition) {
+    return std::find_if(_listed.begin(), _listed.end(), condition);
+  }
+
+  // The first record at a location that is told of.
+  iterator device_at(const YString& place) {
+    if (place == YString()) return _listed.end();
+    return find([&](const entry& at) { return at.device.exist() && at.device.location() == place; });
+  }
+
+  void tell_arrival(entry& arrived) {
+    arrived.told = !_filter || _filter(arrived.device);
+    if (arrived.told) _callback(arrived.device, YUSB_DEVICE_EVENT_APPEND);
+  }
+
+  void append(const YUsbInfoDevice& device) {
+    _listed.push_back({device, false});
+    const iterator last = _listed.end() - 1;
+    if (device_at(last->device.location()) == last) tell_arrival(*last);
+  }
+
+  void remove(const YUsbInfoDevice& device) {
+    // A removal by key brings the record that it took out, and both keys fit that. One by record brings the
+    // caller's, and took out the first record that either key fits.
+    const auto location = [&](const entry& at) { return at.device.location() == device.location(); };
+    const auto path = [&](const entry& at) { return at.device.instancePath() == device.instancePath(); };
+    iterator removed = find([&](const entry& at) { return location(at) && path(at); });
+    if (removed == _listed.end()) removed = find([&](const entry& at) { return location(at) || path(at); });
+    if (removed == _listed.end()) return;
+    const bool first = device_at(removed->device.location()) == removed;
+    const entry gone = *removed;
+    _listed.erase(removed);
+    if (gone.told) _callback(gone.device, YUSB_DEVICE_EVENT_REMOVE);
+    const iterator next = first ? device_at(gone.device.location()) : _listed.end();
+    if (next != _listed.end()) tell_arrival(*next);
+  }
+
+  const subscription_callback _callback;
+  const device_filter _filter;
+  const bool _removals;
+  _yusb_context* _context = nullptr;
+  std::vector<entry> _listed;       // the library's list
+  std::atomic<bool> _hears{false};  // cleared without a lock
+};
+
+struct finish_subscription {
+  void operator()(subscription* ended) const noexcept {
+    if (ended->finish()) delete ended;
+  }
+};
+
+}  // namespace detail
+
+}  // namespace yusb
+
+#endif  // YUSB_WATCHER_SUBSCRIPTION_H_
