@@ -103,6 +103,7 @@ if(TARGET yusb)
 endif()
 yorvan_manual(3 development)
 install(FILES examples/CMakeLists.txt examples/client.cpp examples/client_test.cpp examples/phone_shelf.h
+  examples/event_loops.cmake examples/loop_asio.cpp examples/loop_epoll.cpp examples/loop_glib.cpp examples/print_event.h
   DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${development_docs}/examples COMPONENT development)
 
 if(YORVANUSB_DEBIAN)

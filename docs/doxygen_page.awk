@@ -34,11 +34,11 @@ code { print; next }
     if (link ~ /^!/ || target ~ /^[a-z]+:/) {
     } else if (target ~ /^#/) {
       link = "[" text "](@ref " page "-" substr(target, 2) ")"
-    } else if (target ~ /^[a-z]+\.md(#.*)?$/) {
+    } else if (target ~ /^[a-z-]+\.md(#.*)?$/) {
       sub(/\.md/, "", target)
       sub(/#/, "-", target)
       link = "[" text "](@ref " target ")"
-    } else if (target ~ /\.h$/) {
+    } else if (target ~ /include\/.*\.h$/) {
       gsub(/`/, "", text)
       sub(/.*\//, "", target)
       link = "[" text "](@ref " target ")"

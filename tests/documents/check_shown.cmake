@@ -1,0 +1,13 @@
+# cmake -P check_shown.cmake DOCUMENT FILE...: fails unless the document shows each file as it is.
+foreach(i RANGE 3 ${CMAKE_ARGC})
+  list(APPEND files ${CMAKE_ARGV${i}})
+endforeach()
+list(POP_FRONT files document)
+file(READ ${document} text)
+foreach(file IN LISTS files)
+  file(READ ${file} shown)
+  string(FIND "${text}" "```cpp\n${shown}```\n" at)
+  if(at EQUAL -1)
+    message(SEND_ERROR "${document} does not show ${file} as it is")
+  endif()
+endforeach()
