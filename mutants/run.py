@@ -5,7 +5,9 @@ A list has a line for each field, "FIELD: VALUE"; an indented line continues the
 begin with "#" are comments.
 
   file      the source file of the mutants that follow
-  tests     the tests that are run first (ctest -R) for the mutants that follow; all others run if these pass
+  targets   what is built first for the mutants that follow
+  tests     the tests that are run first (ctest -R) for the mutants that follow. If these pass, everything is built,
+            and all tests run.
   mutant    begins a mutant: its name
   why       locking, lifetime, order, logic or errors; then what goes wrong, and so why the fault is plausible
   old, new  the text to replace and its replacement; a mutant may have several pairs. White space in "old" does not
@@ -46,14 +48,14 @@ class Stopped(Exception):
 
 
 class Mutant:
-    def __init__(self, name, where, file, tests):
-        self.name, self.where, self.file, self.tests = name, where, file, tests
+    def __init__(self, name, where, file, targets, tests):
+        self.name, self.where, self.file, self.targets, self.tests = name, where, file, targets.split(), tests
         self.why = self.preset = self.survives = None
         self.edits = []
 
     def complete(self):
-        if self.file is None or not self.tests:
-            raise Mistake(f"{self.where}: {self.name} needs 'file' and 'tests' before it")
+        if not (self.file and self.targets and self.tests):
+            raise Mistake(f"{self.where}: {self.name} needs 'file', 'targets' and 'tests' before it")
         if self.why is None or self.why.split(":")[0] not in KINDS:
             raise Mistake(f"{self.where}: {self.name} needs 'why: KIND: ...', KIND one of {', '.join(KINDS)}")
         if not self.edits or not all(old and new is not None for old, new in self.edits):
@@ -116,14 +118,12 @@ def fields_of(path):
 
 def read_list(path):
     mutants = []
-    file = tests = None
+    headings = {"file": "", "targets": "", "tests": ""}
     for number, name, value in fields_of(path):
         if name == "mutant":
-            mutants.append(Mutant(value, f"{path.name}:{number}", file, tests))
-        elif name == "file":
-            file = value
-        elif name == "tests":
-            tests = value
+            mutants.append(Mutant(value, f"{path.name}:{number}", **headings))
+        elif name in headings:
+            headings[name] = value
         elif name in MUTANT_FIELDS and mutants:
             mutants[-1].set(name, value)
         else:
@@ -231,14 +231,14 @@ class Workspace:
     def said(self):
         return self.log.read_text(errors="replace")
 
-    def build(self, preset):
+    def build(self, preset, targets=()):
         folder = self.root / "build" / preset
         if not (folder / "build.ninja").exists():
             # A fault may leave something unused, and what links a library need not be linked again.
             if self.execute(["cmake", "--preset", preset, "-DYORVANUSB_WARNINGS_AS_ERRORS=OFF",
                              "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"]) != 0:
                 return False
-        return self.execute(["ninja", "-C", str(folder), "-j", str(self.processes)]) == 0
+        return self.execute(["ninja", "-C", str(folder), "-j", str(self.processes), *targets]) == 0
 
     def test(self, preset, limit, *chosen, **environment):
         """What failed first, empty if nothing did."""
@@ -273,15 +273,20 @@ class Workspace:
         path = self.root / mutant.file
         whole = path.read_text()
         path.write_text(mutant.apply(whole))
+        targets = mutant.targets
         try:
-            if not self.build(mutant.preset):
+            if not self.build(mutant.preset, targets):
                 return None
-            noticed = self.test(mutant.preset, limit, "-R", mutant.tests, YUSB_STEPS="20000")
-            if not noticed and mutant.preset == "dev":
-                noticed = self.test(mutant.preset, limit)
-            return noticed
+            noticed = self.test(mutant.preset, max(LEAST_LIMIT, limit / 3), "-R", mutant.tests, YUSB_STEPS="20000")
+            if noticed or mutant.preset != "dev":
+                return noticed
+            targets = []
+            return self.test(mutant.preset, limit) if self.build(mutant.preset) else None
         finally:
+            said = self.said()
             path.write_text(whole)
+            self.build(mutant.preset, targets)  # or the fault stays in what the next mutant does not build
+            self.log.write_text(said)
 
 
 def end_session(process):

@@ -133,6 +133,12 @@ TEST(ToolProgram, ShowsADeviceThatIsDetachedAtOnce) {
   EXPECT_TRUE(gives("play watch | grep -c A", 0, "10\n", brief));
 }
 
+TEST(ToolProgram, EndsWithAScenarioThatTheLibraryHasRead) {
+  std::string many;
+  for (int port = 1; port <= 200; ++port) many += "attach 1-" + std::to_string(port) + " 1:1\n";
+  EXPECT_TRUE(gives("play watch --json | wc -l", 0, "200\n", many));
+}
+
 TEST(ToolProgram, EndsWithSuccessOnASignal) {
   EXPECT_TRUE(gives("signalled TERM", 0, "status 0"));
   EXPECT_TRUE(gives("signalled INT", 0, "status 0"));
