@@ -240,6 +240,12 @@ class Workspace:
                 return False
         return self.execute(["ninja", "-C", str(folder), "-j", str(self.processes), *targets]) == 0
 
+    def require_build(self, preset):
+        """Builds everything, without a mutant."""
+        if not self.build(preset):
+            raise Mistake(f"{self.said()[-3000:]}\nThe sources do not build without a mutant. Where ./dev test "
+                          "builds them, remove build/mutants.")
+
     def test(self, preset, limit, *chosen, **environment):
         """What failed first, empty if nothing did."""
         command = ["ctest", "--no-tests=error", "--output-on-failure", "--stop-on-failure", "-j",
@@ -259,9 +265,7 @@ class Workspace:
 
     def baseline(self, preset, *chosen):
         """The tests must pass without a mutant. Returns a generous time limit."""
-        if not self.build(preset):
-            raise Mistake(f"{self.said()[-3000:]}\nThe sources do not build without a mutant. Where ./dev test "
-                          "builds them, remove build/mutants.")
+        self.require_build(preset)
         started = time.monotonic()
         failed = self.test(preset, None, *chosen)
         if failed:
@@ -370,8 +374,10 @@ def run(mutants, jobs):
     plain = [mutant for mutant in mutants if mutant.preset == "dev"]
     if plain:
         limit = first.baseline("dev")
-        others = [Workspace(number, processes) for number in range(2, min(jobs, len(plain)) + 1)]
-        work_all(plain, [first, *others], limit)
+        spaces = [first, *(Workspace(number, processes) for number in range(2, min(jobs, len(plain)) + 1))]
+        for space in spaces:
+            space.require_build("dev")  # all of it, for a mutant builds only its targets
+        work_all(plain, spaces, limit)
     checked = [mutant for mutant in mutants if mutant.preset == "tsan"]
     if checked:
         limit = first.baseline("tsan", "-R", "|".join(sorted({mutant.tests for mutant in checked})))
