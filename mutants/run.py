@@ -259,9 +259,11 @@ class Workspace:
         failed = re.findall(r"Test +#\d+: (\S+) .*\*\*\*", said)
         if failed:
             return failed[0]
+        if status is not None:
+            raise Mistake(f"ctest fails, and no test: {said[-300:]}")
         ended = re.findall(r"Test +#\d+: (\S+) ", said)
         running = [name for name in re.findall(r"Start +\d+: (\S+)", said) if name not in ended]
-        return "the time limit of " + " or ".join(running or ["ctest"])
+        return "the time limit: " + " or ".join(running or ["ctest"])
 
     def baseline(self, preset, *chosen):
         """The tests must pass without a mutant. Returns a generous time limit."""

@@ -114,6 +114,10 @@ TEST_F(LinuxNodes, OfDevicesThatLeaveAreReportedWithAndWithoutANode) {
   nodes.add(1, plug("1-1"));
   EXPECT_EQ(now(), "");
   umockdev_testbed_uevent(bed.get(), "/sys/devices/1-1", "change");
+  umockdev_testbed_set_property(bed.get(), "/sys/devices/1-1", "DEVNUM", "006");
+  umockdev_testbed_uevent(bed.get(), "/sys/devices/1-1", "remove");
+  EXPECT_EQ(now(), "") << "an earlier device at the port";
+  umockdev_testbed_set_property(bed.get(), "/sys/devices/1-1", "DEVNUM", "007");
   umockdev_testbed_uevent(bed.get(), "/sys/devices/1-1", "remove");
   EXPECT_EQ(later(), "1 gone");
 
