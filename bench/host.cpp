@@ -160,7 +160,7 @@ void send_to_umockdev(const std::string& datagram) {
   }
 }
 
-void start_on_umockdev(char** arguments) {
+void start_on_umockdev(const fs::path& program, char** arguments) {
   std::fprintf(stderr, "yusb_bench: namespaces are not permitted (%s): using umockdev, at a higher cost\n",
                std::strerror(errno));
   char folder[] = "/tmp/yusb_bench.XXXXXX";
@@ -169,13 +169,14 @@ void start_on_umockdev(char** arguments) {
   setenv("UMOCKDEV_DIR", folder, 1);
   const char* const preloaded = std::getenv("LD_PRELOAD");
   setenv("LD_PRELOAD", text("libumockdev-preload.so.0 %s", preloaded == nullptr ? "" : preloaded).c_str(), 1);
-  execv(fs::read_symlink("/proc/self/exe").c_str(), arguments);
+  execv(program.c_str(), arguments);
   fail("start on umockdev");
 }
 
 }  // namespace
 
 void enter_host(char** arguments) {
+  const fs::path program = fs::read_symlink("/proc/self/exe");  // in a chroot, unreadable after unshare
   if (const char* folder = std::getenv(started_on)) {
     _root = folder;
     std::atexit([] { fs::remove_all(_root); });
@@ -191,7 +192,7 @@ void enter_host(char** arguments) {
     write("/run/udev/control", "");  // where it is missing, libudev believes that no udev speaks
     _socket = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
   } else {
-    start_on_umockdev(arguments);
+    start_on_umockdev(program, arguments);
   }
   if (_socket < 0) fail("open a socket");
   fs::create_directories(_root + "/sys/bus/usb/devices");
