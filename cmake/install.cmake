@@ -28,7 +28,16 @@ function(yorvan_package package version)
     DESTINATION ${cmake_dir}/${package} COMPONENT development)
 endfunction()
 
+# yorvan_pkgconfig(MODULE [DEFINITION FLAG...]): DEFINITION is what clients of the static library are compiled with,
+# FLAGs are what it is linked with besides its Requires. Where only static libraries are installed, nobody has to ask
+# pkg-config for --static.
 function(yorvan_pkgconfig module)
+  list(POP_FRONT ARGN definition)
+  list(JOIN ARGN " " private_libs)
+  if(YORVANUSB_LIBRARY_TYPE STREQUAL STATIC)
+    set(static_libs ${private_libs})
+    set(static_cflags -D${definition})
+  endif()
   configure_file(cmake/${module}.pc.in ${module}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${module}.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
 endfunction()
@@ -54,7 +63,7 @@ if(YORVANUSB_OWN_CORE)
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
   install(DIRECTORY port/core/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
   yorvan_package(YorvanCore ${YORVANCORE_VERSION})
-  yorvan_pkgconfig(YorvanCore)
+  yorvan_pkgconfig(YorvanCore YORVANCORE_STATIC -pthread)
   set(core_requires "Requires: YorvanCore")
 else()
   # Whoever uses the library finds the same core library with the same module.
@@ -71,7 +80,11 @@ install(TARGETS YorvanUsb EXPORT YorvanUsbTargets ${components_of_library} COMPO
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h")
 yorvan_package(YorvanUsb ${PROJECT_VERSION})
-yorvan_pkgconfig(YorvanUsb)
+if(APPLE)
+  yorvan_pkgconfig(YorvanUsb YUSB_STATIC ${frameworks} -pthread)
+else()
+  yorvan_pkgconfig(YorvanUsb YUSB_STATIC -lYorvanUsbBus -pthread)
+endif()
 
 # ---- The bus; the simulated one is in the same library, but not on a Mac ----
 

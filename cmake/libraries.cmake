@@ -1,9 +1,20 @@
 # What the project's libraries have in common.
 include(${CMAKE_CURRENT_LIST_DIR}/exports.cmake)
 
+# Shared, unless the build or the project around it has chosen static libraries.
+if(DEFINED BUILD_SHARED_LIBS AND NOT BUILD_SHARED_LIBS)
+  set(YORVANUSB_LIBRARY_TYPE STATIC)
+else()
+  set(YORVANUSB_LIBRARY_TYPE SHARED)
+endif()
+
+# What a client of a static library is compiled with, by its package.
+set(static_definition_of_YorvanCore YORVANCORE_STATIC)
+set(static_definition_of_YorvanUsb YUSB_STATIC)
+
 # yorvan_library(TARGET VERSION version NAMESPACE package EXPORT_NAME name [EXPORTS list])
 #
-# Makes TARGET known as package::name, here and to whoever finds it installed. The library exports what
+# Makes TARGET known as package::name, here and to whoever finds it installed. A shared library exports what
 # cmake/exports/TARGET.txt, or list.txt there, lists and nothing else. It looks for its fellow libraries in its own
 # folder, and for a host's own core library in that one's folder too.
 function(yorvan_library target)
@@ -18,15 +29,22 @@ function(yorvan_library target)
   endif()
   set_target_properties(${target} PROPERTIES
     EXPORT_NAME ${arg_EXPORT_NAME}
-    INSTALL_RPATH_USE_LINK_PATH ON
     VERSION ${arg_VERSION} SOVERSION ${major}
     CXX_EXTENSIONS OFF CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+
+  if(YORVANUSB_LIBRARY_TYPE STREQUAL STATIC)
+    # For clients that are shared libraries. They do not export this library's symbols again: two of them in one
+    # process, each with a copy of its own, do not disturb each other.
+    set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+    target_compile_definitions(${target} PUBLIC ${static_definition_of_${arg_NAMESPACE}})
+    return()
+  endif()
+  set_target_properties(${target} PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
   if(APPLE)
     set_target_properties(${target} PROPERTIES INSTALL_RPATH "@loader_path" INSTALL_NAME_DIR "@rpath")
   else()
     set_target_properties(${target} PROPERTIES INSTALL_RPATH "\$ORIGIN")
   endif()
-
   if(NOT arg_EXPORTS)
     set(arg_EXPORTS ${target})
   endif()

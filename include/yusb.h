@@ -55,11 +55,15 @@
 #ifndef YUSB_H_
 #define YUSB_H_
 
+#if __cplusplus < 201703L
+#error "libYorvanUsb needs C++17 or later: compile with -std=c++17"
+#endif
+
 #include <functional>
 
 #include <YorvanCore/YString.h>
 
-#if defined(__GNUC__)
+#if defined(__GNUC__) && !defined(YUSB_STATIC)
 #define YUSB_EXPORT __attribute__((visibility("default")))
 #else
 #define YUSB_EXPORT

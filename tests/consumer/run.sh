@@ -50,6 +50,12 @@ quietly cmake -S "$source_tree/examples" -B "$work/examples" -G Ninja -DCMAKE_FI
   "-DCMAKE_PREFIX_PATH=$prefix"
 quietly cmake --build "$work/examples"
 quietly ctest --test-dir "$work/examples" --output-on-failure
+mkdir "$work/old"
+printf '%s\n' 'cmake_minimum_required(VERSION 3.20)' 'project(old CXX)' 'find_package(YorvanUsb 5 REQUIRED COMPONENTS Simulator)' \
+  "add_executable(old $source_tree/examples/client_test.cpp)" 'target_link_libraries(old YorvanUsb::Simulator YorvanUsb::YorvanUsb)' \
+  >"$work/old/CMakeLists.txt" # the names of version 5.0
+quietly cmake -S "$work/old" -B "$work/old/build" "-DCMAKE_PREFIX_PATH=$prefix"
+quietly cmake --build "$work/old/build"
 for wrong in "YorvanUsb 4" "YorvanUsb 5.99" "YorvanUsb 5 COMPONENTS Nonsense" "YorvanCore 1"; do
   mkdir -p "$work/wrong"
   printf 'cmake_minimum_required(VERSION 3.20)\nproject(wrong CXX)\nfind_package(%s REQUIRED)\n' "$wrong" \
@@ -61,14 +67,17 @@ for wrong in "YorvanUsb 4" "YorvanUsb 5.99" "YorvanUsb 5 COMPONENTS Nonsense" "Y
 done
 
 step "pkg-config"
-pkgconfig=$(dirname "$(find "$prefix" -name YorvanUsb.pc)")
+pkgconfig_of() { dirname "$(find "$1" -name YorvanUsb.pc)"; }
+pkgconfig=$(pkgconfig_of "$prefix")
 libraries=$(dirname "$pkgconfig")
 mkdir "$work/pc"
 flags() { PKG_CONFIG_PATH='' PKG_CONFIG_LIBDIR=$pkgconfig pkg-config --cflags --libs "$@"; }
 # shellcheck disable=SC2046 # flags are words
 quietly "$cxx" "$source_tree/examples/client.cpp" -pthread -o "$work/pc/client" $(flags YorvanUsb)
-# shellcheck disable=SC2046
-quietly "$cxx" "$source_tree/examples/client_test.cpp" -pthread -o "$work/pc/simulated" $(flags YorvanUsbSimulator)
+for module in YorvanUsbSimulator YorvanUsbBus; do # the first is the name of the second in version 5.0
+  # shellcheck disable=SC2046
+  quietly "$cxx" "$source_tree/examples/client_test.cpp" -pthread -o "$work/pc/simulated" $(flags $module)
+done
 LD_LIBRARY_PATH=$libraries run_both "$work/pc"
 
 step "the programs of the documents, with their commands"
@@ -85,18 +94,57 @@ quietly cmake -S "$work/readme" -B "$work/readme/build" -G Ninja -DCMAKE_FIND_US
   "-DCMAKE_PREFIX_PATH=$prefix"
 quietly cmake --build "$work/readme/build"
 
-step "add_subdirectory"
+step "add_subdirectory, by way of FetchContent"
 configure "$work/sub" "-DYORVANUSB_SOURCE=$source_tree" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
 quietly cmake --build "$work/sub"
 run_both "$work/sub"
 if grep -o -e '-W[a-z][a-z-]*' -e '-fsanitize[^ ]*' "$work/sub/compile_commands.json"; then
   fail "as a subproject the library forces these flags"
 fi
-quietly cmake --install "$work/sub" --prefix "$work/nothing"
-if [ -e "$work/nothing" ]; then fail "as a subproject the library installs files"; fi
+quietly cmake --install "$work/sub" --prefix "$work/client alone"
+if find "$work/client alone" -name '*orvan*' -o -name 'yusb*' | grep .; then
+  fail "as a subproject the library installs files without being asked"
+fi
 if [ -e "$work/sub/yorvanusb/tests" ] || [ -e "$work/sub/yorvanusb/tools" ]; then
   fail "as a subproject the library builds its tests or its program"
 fi
+
+step "a client installed with the library beside it"
+configure "$work/sub" -DYORVANUSB_INSTALL=ON
+quietly cmake --build "$work/sub"
+quietly cmake --install "$work/sub" --prefix "$work/installed"
+mv "$work/installed" "$work/beside"
+run_both "$work/beside/bin"
+
+step "static libraries"
+# bundles LIBRARY: it contains the three libraries and exports none of their symbols.
+bundles() {
+  nm -C "$1" | grep ' yusb::global_initialize()$' >/dev/null || fail "$1 does not contain the library"
+  exported=$(nm -D --defined-only "$1" |
+    sed -nE 's/.* (watch_once|_Z(N|NK|T[ISV])?[0-9]+(Y|_?y).*|k?(CF|IO).*|__CF.*)$/\1/p' | xargs)
+  [ "$exported" = watch_once ] || fail "$1 exports $exported"
+}
+configure "$work/sub static" "-DYORVANUSB_SOURCE=$source_tree" -DBUILD_SHARED_LIBS=OFF -DYORVANUSB_INSTALL=ON
+quietly cmake --build "$work/sub static"
+run_both "$work/sub static"
+bundles "$work/sub static/libplugin.so"
+quietly cmake --install "$work/sub static" --prefix "$work/static first"
+mv "$work/static first" "$work/static"
+run_both "$work/static/bin"
+prefix=$work/static
+works_through_cmake "found static"
+bundles "$work/found static/libplugin.so"
+pkgconfig=$(pkgconfig_of "$work/static")
+for option in "" --static; do
+  rm -f "$work/pc"/*
+  # shellcheck disable=SC2046,SC2086
+  quietly "$cxx" "$source_tree/examples/client.cpp" -o "$work/pc/client" $(flags $option YorvanUsb)
+  # shellcheck disable=SC2046,SC2086
+  quietly "$cxx" "$source_tree/examples/client_test.cpp" -o "$work/pc/simulated" $(flags $option YorvanUsbBus)
+  run_both "$work/pc"
+done
+if find "$work/static" "$work/sub static" -name 'lib[Yy]*.so*' | grep .; then fail "shared libraries were built"; fi
+prefix=$work/moved
 
 step "a host's own core library"
 mkdir -p "$work/host/include" "$work/host/lib"

@@ -2,9 +2,13 @@
 #ifndef YUSB_BUS_H_
 #define YUSB_BUS_H_
 
+#if __cplusplus < 201703L
+#error "libYorvanUsb needs C++17 or later: compile with -std=c++17"
+#endif
+
 #include <chrono>
 
-#if defined(__GNUC__)
+#if defined(__GNUC__) && !defined(YUSB_STATIC)
 #define YUSB_BUS_EXPORT __attribute__((visibility("default")))
 #else
 #define YUSB_BUS_EXPORT

@@ -4,12 +4,15 @@
 
 #include <cstddef>
 
-#if defined(__GNUC__)
+#if defined(__GNUC__) && !defined(YORVANCORE_STATIC)
 #define YORVANCORE_EXPORT __attribute__((visibility("default")))
+#else
+#define YORVANCORE_EXPORT
+#endif
+#if defined(__GNUC__)
 #define YORVANCORE_PRINTF(format_index, first_argument) \
   __attribute__((format(printf, format_index, first_argument)))
 #else
-#define YORVANCORE_EXPORT
 #define YORVANCORE_PRINTF(format_index, first_argument)
 #endif
 
