@@ -168,7 +168,9 @@ int wait(const options& chosen, player* scenario) {
       return status_of(out);
     }
   }
-  complain(chosen.gone ? "a matching device is still attached" : "no matching device was attached");
+  complain(!settled      ? "not all devices could be read in time; --log may show the reason"
+           : chosen.gone ? "a matching device is still attached"
+                         : "no matching device was attached");
   return exit_timed_out;
 }
 
