@@ -11,7 +11,7 @@
 #include <yusb_simulator.h>
 
 #include "benchmarks.h"
-#include "bus/linux_uevents.h"
+#include "linux/uevent_socket.h"
 #include "watching.h"
 
 namespace bench {

@@ -23,9 +23,9 @@
 #include <dirent.h>
 
 #include "bus/bus.h"
-#include "bus/linux_sysfs.h"
 #include "bus/location.h"
-#include "bus/uevent.h"
+#include "linux/sysfs.h"
+#include "linux/uevent.h"
 #include "require.h"
 
 using namespace yusb::port;

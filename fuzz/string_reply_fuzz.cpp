@@ -70,7 +70,7 @@ class fuzzed_bus : public bus {
   class watch : public session {
    public:
     explicit watch(fuzzed_bus& watched) : _bus(watched) {}
-    std::array<int, 2> descriptors() const override { return {_bus._readable, -1}; }
+    std::array<int, 2> poll_fds() const override { return {_bus._readable, -1}; }
     std::optional<change> next() override {
       const std::lock_guard<std::mutex> lock(_bus._mutex);
       return std::exchange(_bus._next, std::nullopt);

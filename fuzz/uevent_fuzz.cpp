@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "bus/location.h"
-#include "bus/uevent.h"
+#include "linux/uevent.h"
 #include "require.h"
 
 using namespace yusb::port;

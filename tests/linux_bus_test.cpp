@@ -19,7 +19,7 @@
 
 #include "bus/bus.h"
 #include "bus/location.h"
-#include "bus/uevent.h"
+#include "linux/uevent.h"
 #include "support.h"
 
 namespace {
@@ -345,7 +345,7 @@ TEST_F(LinuxBus, ComparesTheBusEverySecondWhereTheKernelDoesNotSpeak) {
     if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) _exit(77);
     bool good = changes() == "+0x1100000 " && log.take('3').size() == 1;
     vanish("1-1");
-    pollfd timer = {opened->descriptors()[1], POLLIN, 0};
+    pollfd timer = {opened->poll_fds()[1], POLLIN, 0};
     good = good && changes().empty() && poll(&timer, 1, 20000) == 1 && changes() == "-0x1100000 " &&
            poll(&timer, 1, 0) == 0 && poll(&timer, 1, 20000) == 1;
     _exit(good ? 0 : 1);

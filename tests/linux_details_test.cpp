@@ -6,8 +6,8 @@
 #include <memory>
 
 #include "bus/descriptors.h"
-#include "bus/linux_details.h"
 #include "bus/location.h"
+#include "linux/details.h"
 #include "support.h"
 
 // umockdev's worker thread is not instrumented.

@@ -1,5 +1,5 @@
 // Which nodes of the Linux bus can be opened, on a sysfs and a /dev that umockdev mocks.
-#include "bus/linux_nodes.h"
+#include "linux/nodes.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -75,7 +75,7 @@ struct LinuxNodes : testing::Test {
 
   // Waits until the kernel reports something.
   std::string later() {
-    const auto [first, second] = nodes.descriptors();
+    const auto [first, second] = nodes.poll_fds();
     for (std::string answer;;) {
       pollfd waited[] = {{first, POLLIN, 0}, {second, POLLIN, 0}};
       if (poll(waited, 2, 30000) <= 0) return "nothing";
@@ -99,7 +99,7 @@ TEST_F(LinuxNodes, AreReportedWhenTheirPermissionsChange) {
   EXPECT_EQ(nodes.check(1), openability::timed_out);
   fs::permissions(_root + "/dev/bus/usb/001/007", open);
   EXPECT_EQ(later(), "1 openable");
-  EXPECT_EQ(nodes.descriptors(), (std::array{-1, -1})) << "nothing is waited for";
+  EXPECT_EQ(nodes.poll_fds(), (std::array{-1, -1})) << "nothing is waited for";
   EXPECT_EQ(nodes.check(1), openability::gone);
 }
 

@@ -9,18 +9,20 @@
 #include <string>
 
 #include "apple/core_foundation.h"
+#include "apple/misuse.h"
+#include "bus/no_destructor.h"
 
-struct __CFAllocator : yusb::port::object {};
-struct __CFString : yusb::port::object {
+struct __CFAllocator : yusb::port::cf_object {};
+struct __CFString : yusb::port::cf_object {
   std::string text;
 };
-struct __CFUUID : yusb::port::object {
+struct __CFUUID : yusb::port::cf_object {
   CFUUIDBytes bytes = {};
 };
 
 namespace {
 
-using yusb::port::immortal;
+using yusb::port::no_destructor;
 
 // Objects that live for ever, found by what they hold. A program names a handful.
 template <typename T>
@@ -42,10 +44,10 @@ struct constants {
   }
 };
 
-immortal<constants<__CFString>> _strings;
-immortal<constants<__CFUUID>> _uuids;
-immortal<__CFAllocator> _systemAllocator;
-immortal<__CFString> _defaultMode;
+no_destructor<constants<__CFString>> _strings;
+no_destructor<constants<__CFUUID>> _uuids;
+no_destructor<__CFAllocator> _systemAllocator;
+no_destructor<__CFString> _defaultMode;
 
 }  // namespace
 

@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "apple/call_hook.h"
 #include "apple/service.h"
 
 using namespace yusb::port;
@@ -16,14 +17,14 @@ namespace {
 // What an interface pointer points to: first the table of functions, then what is ours.
 template <typename Table>
 struct interface_object {
-  interface_object(const Table& functions, kind which, std::shared_ptr<device> of)
-      : table(&functions), attached(std::move(of)), census(which) {}
+  interface_object(const Table& functions, object_kind which, std::shared_ptr<device> of)
+      : table(&functions), attached(std::move(of)), counter(which) {}
 
   const Table* const
       table;  // first, so that a pointer to the object is a pointer to the pointer to the table
   std::atomic<ULONG> references{1};
   const std::shared_ptr<device> attached;
-  counted census;
+  instance_counter counter;
 
   static interface_object& of(void* self) { return *static_cast<interface_object*>(self); }
 
@@ -95,7 +96,7 @@ HRESULT query_plugin(void* self, REFIID iid, LPVOID* ppv) {
   const plugin_object& plugin = plugin_object::of(self);
   const grant granted = plugin.attached->device_interface();
   if (granted.status != status_ok) return granted.status;
-  if (granted.given) *ppv = new device_object(device_table(), kind::device_interface, plugin.attached);
+  if (granted.given) *ppv = new device_object(device_table(), object_kind::device_interface, plugin.attached);
   return S_OK;
 }
 
@@ -115,7 +116,7 @@ const IOCFPlugInInterface& plugin_table() {
 kern_return_t IOCreatePlugInInterfaceForService(io_service_t handle, CFUUIDRef pluginType,
                                                 CFUUIDRef interfaceType, IOCFPlugInInterface*** theInterface,
                                                 SInt32* theScore) {
-  calling("IOCreatePlugInInterfaceForService");
+  before_call("IOCreatePlugInInterfaceForService");
   const auto found = find<service>(handle);
   if (found == nullptr) return kIOReturnBadArgument;
   static const CFUUIDRef knownPlugin = kIOUSBDeviceUserClientTypeID;  // equal ones are one object
@@ -126,7 +127,7 @@ kern_return_t IOCreatePlugInInterfaceForService(io_service_t handle, CFUUIDRef p
   const grant granted = found->attached->plugin();
   if (granted.status != status_ok) return granted.status;
   if (granted.given) {
-    auto* const made = new plugin_object(plugin_table(), kind::plugin, found->attached);
+    auto* const made = new plugin_object(plugin_table(), object_kind::plugin, found->attached);
     *theInterface = reinterpret_cast<IOCFPlugInInterface**>(made);
   }
   *theScore = 0;

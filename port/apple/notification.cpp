@@ -5,16 +5,18 @@
 #include <utility>
 #include <vector>
 
+#include "apple/call_hook.h"
 #include "apple/core_foundation.h"
+#include "apple/misuse.h"
 #include "apple/service.h"
 #include "bus/bus.h"
 
 using namespace yusb::port;
 
-struct __CFDictionary : object {
+struct __CFDictionary : cf_object {
   explicit __CFDictionary(const char* name) : class_name(name) {}
   const std::string class_name;
-  counted census{kind::matching_dictionary};
+  instance_counter counter{object_kind::matching_dictionary};
 };
 
 namespace {
@@ -29,7 +31,7 @@ struct notification : io_object {
   io_iterator_t handle = IO_OBJECT_NULL;
   bool armed = false;
   std::deque<std::shared_ptr<device>> pending;
-  counted census{kind::iterator};
+  instance_counter counter{object_kind::iterator};
 };
 
 // Apple's run loop is written in C: an exception must not reach it.
@@ -49,7 +51,7 @@ struct port_source : __CFRunLoopSource {
   std::optional<change>
       held;  // a departure read while the devices already attached were, before anyone could hear of it
 
-  std::array<int, 2> descriptors() const override { return watch->descriptors(); }
+  std::array<int, 2> poll_fds() const override { return watch->poll_fds(); }
   void idle() override { watch->idle(); }
 
   std::optional<change> take() {
@@ -88,11 +90,11 @@ struct port_source : __CFRunLoopSource {
 
 struct IONotificationPort {
   port_source* source;
-  counted census{kind::notification_port};
+  instance_counter counter{object_kind::notification_port};
 };
 
 IONotificationPortRef IONotificationPortCreate(mach_port_t /*mainPort*/) {
-  if (!calling("IONotificationPortCreate")) return nullptr;
+  if (!before_call("IONotificationPortCreate")) return nullptr;
   std::unique_ptr<session> watch = current_bus().open();
   if (watch == nullptr) return nullptr;
   return new IONotificationPort{new port_source(std::move(watch))};
@@ -107,18 +109,18 @@ void IONotificationPortDestroy(IONotificationPortRef notify) {
 
 CFRunLoopSourceRef IONotificationPortGetRunLoopSource(IONotificationPortRef notify) {
   if (notify == nullptr) misuse("IONotificationPortGetRunLoopSource() called with null");
-  return calling("IONotificationPortGetRunLoopSource") ? notify->source : nullptr;
+  return before_call("IONotificationPortGetRunLoopSource") ? notify->source : nullptr;
 }
 
 CFMutableDictionaryRef IOServiceMatching(const char* name) {
-  return calling("IOServiceMatching") ? new __CFDictionary(name) : nullptr;
+  return before_call("IOServiceMatching") ? new __CFDictionary(name) : nullptr;
 }
 
 kern_return_t IOServiceAddMatchingNotification(IONotificationPortRef notifyPort,
                                                const io_name_t notificationType, CFDictionaryRef matching,
                                                IOServiceMatchingCallback callback, void* refCon,
                                                io_iterator_t* iterator) {
-  const bool permitted = calling("IOServiceAddMatchingNotification");
+  const bool permitted = before_call("IOServiceAddMatchingNotification");
   if (notifyPort == nullptr) misuse("IOServiceAddMatchingNotification() called with a null port");
   if (matching == nullptr) return kIOReturnBadArgument;
   const bool matches = matching->class_name == "IOUSBDevice";
@@ -151,7 +153,7 @@ io_object_t IOIteratorNext(io_iterator_t iterator) {
 
 CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key,
                                           CFAllocatorRef /*allocator*/, IOOptionBits /*options*/) {
-  calling("IORegistryEntryCreateCFProperty");
+  before_call("IORegistryEntryCreateCFProperty");
   const auto found = find<service>(entry);
   if (found == nullptr || key != CFSTR("locationID")) return nullptr;
   const std::optional<std::uint32_t> location = found->attached->registry_location();

@@ -7,9 +7,11 @@
 #include <mutex>
 #include <vector>
 
+#include "apple/call_hook.h"
 #include "apple/core_foundation.h"
+#include "apple/misuse.h"
 
-struct __CFRunLoop : yusb::port::object {
+struct __CFRunLoop : yusb::port::cf_object {
   __CFRunLoop() : wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
   ~__CFRunLoop() override {
     if (wake >= 0) close(wake);
@@ -20,7 +22,7 @@ struct __CFRunLoop : yusb::port::object {
   bool running = false;                     // under mutex
   bool stopped = false;                     // under mutex
   std::vector<CFRunLoopSourceRef> sources;  // the loop's own thread only
-  yusb::port::counted census{yusb::port::kind::run_loop};
+  yusb::port::instance_counter counter{yusb::port::object_kind::run_loop};
 
   bool enter() {
     const std::lock_guard<std::mutex> lock(mutex);
@@ -60,7 +62,7 @@ void wait(CFRunLoopRef loop) {
   std::vector<pollfd> waited = {{loop->wake, POLLIN, 0}};
   for (const CFRunLoopSourceRef source : loop->sources) {
     source->idle();
-    for (const int descriptor : source->descriptors()) waited.push_back({descriptor, POLLIN, 0});
+    for (const int fd : source->poll_fds()) waited.push_back({fd, POLLIN, 0});
   }
   const int limit = loop->wake < 0 ? 10 : -1;  // ms; a stop that cannot wake the loop is looked for
   poll(waited.data(), waited.size(), limit);   // an interruption is one more look
@@ -81,13 +83,13 @@ CFRunLoopRef CFRunLoopGetCurrent(void) {
 }
 
 void CFRunLoopAddSource(CFRunLoopRef rl, CFRunLoopSourceRef source, CFStringRef /*mode*/) {
-  yusb::port::calling("CFRunLoopAddSource");
+  yusb::port::before_call("CFRunLoopAddSource");
   if (source == nullptr) yusb::port::misuse("CFRunLoopAddSource() called with a null source");
   rl->sources.push_back(source);
 }
 
 void CFRunLoopRun(void) {
-  yusb::port::calling("CFRunLoopRun");
+  yusb::port::before_call("CFRunLoopRun");
   const CFRunLoopRef loop = CFRunLoopGetCurrent();
   if (!loop->enter()) return;
   while (perform_all(loop)) wait(loop);
@@ -95,7 +97,7 @@ void CFRunLoopRun(void) {
 }
 
 void CFRunLoopStop(CFRunLoopRef rl) {
-  yusb::port::calling("CFRunLoopStop");
+  yusb::port::before_call("CFRunLoopStop");
   const std::lock_guard<std::mutex> lock(rl->mutex);
   if (!rl->running) return;
   rl->stopped = true;

@@ -5,7 +5,8 @@
 #include <memory>
 #include <utility>
 
-#include "apple/object.h"
+#include "apple/handles.h"
+#include "apple/instance_counter.h"
 #include "bus/bus.h"
 
 namespace yusb::port {
@@ -13,7 +14,7 @@ namespace yusb::port {
 struct service : io_object {
   explicit service(std::shared_ptr<device> which) : attached(std::move(which)) {}
   const std::shared_ptr<device> attached;
-  counted census{kind::service};
+  instance_counter counter{object_kind::service};
 };
 
 }  // namespace yusb::port

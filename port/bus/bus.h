@@ -77,7 +77,7 @@ class session {
   virtual ~session() = default;
 
   // What to wait for: the session has something to say when one of these is readable. -1 stands for none.
-  virtual std::array<int, 2> descriptors() const = 0;
+  virtual std::array<int, 2> poll_fds() const = 0;
 
   // The next change, in the order in which it happened: first an arrival for each device attached when the
   // session was opened, parents before children. Empty if there is none yet; never waits.

@@ -91,7 +91,7 @@ std::optional<node_waiter::answer> node_waiter::wait(std::chrono::milliseconds l
     const clock::time_point now = clock::now();
     if (const std::optional<answer> expired = self.expire(now)) return expired;
     if (now >= end) return std::nullopt;
-    const auto [first, second] = self.nodes->descriptors();
+    const auto [first, second] = self.nodes->poll_fds();
     pollfd waited[] = {{descriptor, POLLIN, 0}, {first, POLLIN, 0}, {second, POLLIN, 0}};
     poll(waited, 3, until(self.wake_up(end)));
   }

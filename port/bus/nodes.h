@@ -9,7 +9,7 @@
 
 #include <yusb_openable.h>
 
-#include "bus/agreement.h"
+#include "bus/record_key.h"
 
 namespace yusb::port {
 
@@ -25,7 +25,7 @@ class node_watch {
   virtual void remove(unsigned id) = 0;
 
   // next() may have an answer when one of these is readable; -1 stands for none.
-  virtual std::array<int, 2> descriptors() const = 0;
+  virtual std::array<int, 2> poll_fds() const = 0;
   // next() may have an answer at that time, whatever the descriptors say.
   virtual std::optional<clock::time_point> due() const = 0;
 

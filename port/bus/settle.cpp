@@ -5,13 +5,13 @@
 
 #include <yusb_bus.h>
 
-#include "bus/immortal.h"
+#include "bus/no_destructor.h"
 
 namespace {
 
 std::mutex _mutex;
-yusb::port::immortal<std::condition_variable> _changed;  // its destructor would wait for whoever waits
-bool _idle = false;                                      // under _mutex
+yusb::port::no_destructor<std::condition_variable> _changed;  // its destructor would wait for whoever waits
+bool _idle = false;                                           // under _mutex
 
 void set_idle(bool idle) {
   const std::lock_guard<std::mutex> lock(_mutex);

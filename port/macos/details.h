@@ -6,7 +6,7 @@
 
 #include <yusb_details.h>
 
-#include "bus/agreement.h"
+#include "bus/record_key.h"
 
 namespace yusb::port {
 

@@ -13,7 +13,7 @@ class registry_nodes final : public node_watch {
  public:
   void add(unsigned id, const record_key& record) override { _added.emplace(id, record); }
   void remove(unsigned id) override { _added.erase(id); }
-  std::array<int, 2> descriptors() const override { return {-1, -1}; }
+  std::array<int, 2> poll_fds() const override { return {-1, -1}; }
   std::optional<clock::time_point> due() const override { return std::nullopt; }
 
   std::optional<answer> next() override {

@@ -1,0 +1,17 @@
+// The hook that is called before the library's calls to the system; see simulator::before_calls.
+#ifndef YORVAN_PORT_APPLE_CALL_HOOK_H_
+#define YORVAN_PORT_APPLE_CALL_HOOK_H_
+
+#include <functional>
+
+namespace yusb::port {
+
+using call_hook = std::function<bool(const char* call)>;
+
+// Runs the hook, if there is one; false if the call is to fail.
+bool before_call(const char* call);
+void set_call_hook(call_hook hook);
+
+}  // namespace yusb::port
+
+#endif  // YORVAN_PORT_APPLE_CALL_HOOK_H_

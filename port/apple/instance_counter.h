@@ -1,0 +1,38 @@
+// How many objects of each kind are alive: what a host forgot to give back.
+#ifndef YORVAN_PORT_APPLE_INSTANCE_COUNTER_H_
+#define YORVAN_PORT_APPLE_INSTANCE_COUNTER_H_
+
+#include <cstddef>
+
+namespace yusb::port {
+
+enum class object_kind : std::size_t {
+  number,
+  matching_dictionary,
+  run_loop,
+  notification_port,
+  iterator,
+  service,
+  plugin,
+  device_interface,
+  count,
+};
+
+const char* name_of(object_kind kind);
+long alive(object_kind kind);
+
+// Counts an object for as long as it lives.
+class instance_counter {
+ public:
+  explicit instance_counter(object_kind kind);
+  ~instance_counter();
+  instance_counter(const instance_counter&) = delete;
+  instance_counter& operator=(const instance_counter&) = delete;
+
+ private:
+  const object_kind _kind;
+};
+
+}  // namespace yusb::port
+
+#endif  // YORVAN_PORT_APPLE_INSTANCE_COUNTER_H_

@@ -1,0 +1,18 @@
+// Calls that Apple forbids.
+#ifndef YORVAN_PORT_APPLE_MISUSE_H_
+#define YORVAN_PORT_APPLE_MISUSE_H_
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace yusb::port {
+
+// Ends the process with a line that says why, as Apple's layer does on the same misuse.
+[[noreturn]] inline void misuse(const char* what) {
+  std::fprintf(stderr, "YorvanUsb: %s\n", what);
+  std::abort();
+}
+
+}  // namespace yusb::port
+
+#endif  // YORVAN_PORT_APPLE_MISUSE_H_

@@ -1,0 +1,239 @@
+// The Linux bus: the kernel's uevents say what comes and goes, sysfs what it is.
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <deque>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <YorvanCore/YLog.h>
+#include <yusb_bus.h>
+
+#include "bus/bus.h"
+#include "bus/location.h"
+#include "bus/settle.h"
+#include "linux/details.h"
+#include "linux/device.h"
+#include "linux/nodes.h"
+#include "linux/sysfs.h"
+#include "linux/uevent_socket.h"
+
+namespace yusb::port {
+
+namespace {
+
+constexpr auto log_warning = static_cast<EYORVAN_LOG_LEVEL>(3);
+constexpr auto log_error = static_cast<EYORVAN_LOG_LEVEL>(4);
+
+constexpr time_t comparison_interval = 1;  // seconds
+constexpr unsigned receive_interval = 8;   // changes
+
+// Its events are what the kernel said and what a comparison of the bus found, in order. Each is weighed when
+// its turn comes, for it may be older than a directory listing that showed its outcome already.
+class linux_session final : public session {
+ public:
+  linux_session() { mark_busy(); }
+  ~linux_session() override { mark_busy(); }
+
+  // False, with errno set, if the bus cannot be watched.
+  bool open();
+
+  std::array<int, 2> poll_fds() const override { return {_uevents.fd(), _timer.get()}; }
+  std::optional<change> next() override;
+  void idle() override { mark_idle(); }
+
+ private:
+  struct attached_device {
+    std::string path;
+    device_identity identity;
+    std::uint32_t location;
+  };
+  using iterator = std::vector<attached_device>::iterator;
+
+  bool set_timer(time_t seconds);
+  void receive();
+  bool compare();
+  std::optional<change> handle_first();
+  change arrive(iterator place, const std::string& path, device_identity identity, device_facts facts);
+  change depart(iterator device);
+  iterator place_of(const std::string& path);
+  std::uint32_t free_location(const std::string& path) const;
+
+  uevent_socket _uevents;
+  unique_fd _timer;                        // ticks as long as the kernel may not be speaking to us
+  bool _unsure = false;                    // whether it does: the first uevent tells
+  bool _behind = false;                    // the bus is to be compared
+  unsigned _handled = 0;                   // changes
+  std::deque<uevent> _events;              // added with devnum 0: whatever is there by then
+  std::vector<attached_device> _attached;  // as reported, in tree order
+};
+
+bool linux_session::open() {
+  const broadcast heard = _uevents.open() ? kernel_broadcasts() : broadcast::no;
+  if (heard != broadcast::yes) {
+    _timer = unique_fd(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
+    if (!_timer || !set_timer(comparison_interval)) return false;
+  }
+  if (heard == broadcast::no) {
+    YLog::output(log_warning, "No USB events reach this network namespace; the bus is compared every second");
+  }
+  _unsure = heard == broadcast::unknown;
+  return compare();
+}
+
+bool linux_session::set_timer(time_t seconds) {
+  const itimerspec every = {{seconds, 0}, {seconds, 0}};
+  return timerfd_settime(_timer.get(), 0, &every, nullptr) == 0;
+}
+
+std::optional<change> linux_session::next() {
+  for (;;) {
+    // Also in between, so that the kernel's queue does not fill up while handlers take their time.
+    if (_events.empty() || ++_handled % receive_interval == 0) receive();
+    if (_events.empty()) return std::nullopt;
+    if (std::optional<change> found = handle_first()) return found;
+  }
+}
+
+void linux_session::receive() {
+  using received = uevent_socket::received;
+  uevent event;
+  bool lost = false;
+  for (bool more = true; more;) {
+    const received what = _uevents.receive(&event);
+    if (what == received::device) _events.push_back(std::move(event));
+    if (what == received::lost) lost = true;
+    if (_unsure && (what == received::device || what == received::other)) _unsure = !set_timer(0);
+    more = what != received::nothing;
+  }
+  if (lost) {
+    YLog::output(log_warning, "USB events were lost; the bus is compared with what was reported");
+    _events.clear();  // older than the listing to come, for nothing is queued until the queue was read empty
+    _behind = true;
+  }
+  std::uint64_t ticks;
+  if (_timer && read(_timer.get(), &ticks, sizeof ticks) > 0) _behind = true;
+  if (_behind && _events.empty()) _behind = !compare();
+}
+
+// Makes events of the difference between the bus and what was reported. False, with errno set, if the bus
+// cannot be read.
+bool linux_session::compare() {
+  std::optional<std::vector<std::string>> paths = list_devices();
+  if (!paths.has_value()) return false;
+  std::vector<bool> stays(_attached.size());
+  std::deque<uevent> arrived;
+  for (std::string& path : *paths) {
+    const iterator place = place_of(path);
+    if (place != _attached.end() && place->path == path) {
+      const std::optional<device_identity> identity = sysfs_device(path).identity();
+      if (!identity.has_value()) return false;
+      const bool same = *identity == place->identity;
+      stays[static_cast<std::size_t>(place - _attached.begin())] = same;
+      if (same) continue;
+    }
+    arrived.push_back({true, std::move(path), 0, {}});
+  }
+  for (std::size_t i = _attached.size(); i-- > 0;) {
+    if (!stays[i]) _events.push_back({false, _attached[i].path, _attached[i].identity.devnum, {}});
+  }
+  _attached.reserve(_attached.size() + arrived.size());
+  std::move(arrived.begin(), arrived.end(), std::back_inserter(_events));
+  return true;
+}
+
+// Takes the first event, or one step of it: it remains the first until all that it means is done.
+std::optional<change> linux_session::handle_first() {
+  const uevent& event = _events.front();
+  const iterator place = place_of(event.path);
+  const bool known = place != _attached.end() && place->path == event.path;
+  const bool same = known && place->identity.devnum == event.devnum;
+  if (!event.added && same) return depart(place);
+  if (!event.added || same) {
+    _events.pop_front();
+    return std::nullopt;
+  }
+
+  const sysfs_device found(event.path);
+  device_identity identity = found.identity().value_or(device_identity());
+  if (known && !(identity == place->identity)) return depart(place);
+  if (known || (event.devnum == 0 && identity.devnum == 0)) {
+    _events.pop_front();
+    return std::nullopt;
+  }
+  device_facts facts;
+  if (event.devnum == 0 || event.devnum == identity.devnum) {
+    facts = found.facts();
+  } else {
+    identity = {event.devnum, 0};  // gone already, whatever has followed it
+  }
+  if (facts.numbers.vendor == 0) facts.numbers = event.numbers;
+  change arrived = arrive(place, event.path, identity, std::move(facts));
+  _events.pop_front();
+  return arrived;
+}
+
+change linux_session::arrive(iterator place, const std::string& path, device_identity identity,
+                             device_facts facts) {
+  const std::uint32_t location = free_location(path);
+  auto device = std::make_shared<linux_device>(location, std::move(facts), bus_of(path), identity.devnum);
+  _attached.insert(place, {path, identity, location});
+  return {true, std::move(device)};
+}
+
+// Takes away the last of what is attached at or behind a device: children leave before their parents.
+change linux_session::depart(iterator device) {
+  iterator last = device;
+  while (std::next(last) != _attached.end() && is_within(std::next(last)->path, device->path)) ++last;
+  change departed = {false, std::make_shared<linux_device>(last->location)};
+  _attached.erase(last);
+  return departed;
+}
+
+linux_session::iterator linux_session::place_of(const std::string& path) {
+  // Those that are there at the start come in order.
+  if (_attached.empty() || path_before(_attached.back().path, path)) return _attached.end();
+  return std::lower_bound(_attached.begin(), _attached.end(), path,
+                          [](const attached_device& device, const std::string& searched) {
+                            return path_before(device.path, searched);
+                          });
+}
+
+std::uint32_t linux_session::free_location(const std::string& path) const {
+  std::uint32_t location = location_of(path).value_or(0);
+  if (!may_collide(location)) return location;
+  const auto is_taken = [&](const attached_device& device) { return device.location == location; };
+  while (std::any_of(_attached.begin(), _attached.end(), is_taken)) location = next_location(location);
+  return location;
+}
+
+class linux_bus final : public bus {
+ public:
+  std::unique_ptr<session> open() override {
+    auto opened = std::make_unique<linux_session>();
+    if (opened->open()) return opened;
+    YLog::output(log_error, "Unable to watch the USB bus (%s)", std::strerror(errno));
+    return nullptr;
+  }
+
+  std::unique_ptr<node_watch> watch_nodes() override { return std::make_unique<linux_nodes>(); }
+
+  std::optional<usb_details> details(const record_key& record) override { return linux_details(record); }
+};
+
+}  // namespace
+
+bus& real_bus() {
+  static linux_bus real;
+  return real;
+}
+
+}  // namespace yusb::port
+
+bool yusb::bus_present() { return access(yusb::port::usb_devices_directory, F_OK) == 0; }

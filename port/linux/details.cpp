@@ -1,0 +1,183 @@
+#include "linux/details.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "bus/descriptors.h"
+#include "bus/location.h"
+#include "linux/sysfs.h"
+
+namespace yusb::port {
+
+namespace {
+
+constexpr std::size_t page = 4096;                  // sysfs gives no more at once
+constexpr std::size_t descriptors_limit = 1 << 20;  // eight configurations of 64 KiB
+constexpr std::size_t string_limit = 512;           // 126 UTF-16 units are at most 378 bytes of UTF-8
+constexpr std::uint32_t collision_limit = 16;       // devices whose hashes came to one location
+
+template <typename T>
+bool parse_number(std::string_view text, T* number, int base = 10) {
+  return std::from_chars(text.data(), text.data() + text.size(), *number, base).ec == std::errc();
+}
+
+template <typename T>
+T read_number(const sysfs_device& device, const char* file) {
+  char text[16];
+  const ssize_t size = device.read(file, text, sizeof text);
+  T number = 0;
+  if (size > 0) parse_number({text, static_cast<std::size_t>(size)}, &number);
+  return number;
+}
+
+// "480", "1.5"; 0 for "unknown".
+double read_speed(const sysfs_device& device) {
+  char text[16];
+  const ssize_t size = device.read("speed", text, sizeof text);
+  if (size <= 0) return 0;
+  const char* const end = text + size;
+  unsigned whole = 0, tenth = 0;
+  const char* const after = std::from_chars(text, end, whole).ptr;
+  if (end - after >= 2 && *after == '.') std::from_chars(after + 1, after + 2, tenth);
+  return whole + tenth / 10.0;
+}
+
+// False if the file does not exist or cannot be read. The text is in `buffer`, without the kernel's newline.
+bool read_string(const sysfs_device& device, const char* file, char (&buffer)[string_limit],
+                 std::string_view* text) {
+  ssize_t size = device.read(file, buffer, sizeof buffer);
+  if (size < 0) return false;
+  if (size > 0 && buffer[size - 1] == '\n') --size;
+  *text = {buffer, static_cast<std::size_t>(size)};
+  return true;
+}
+
+// All descriptors, in `buffer` unless there are more than it holds.
+std::string_view read_descriptors(const sysfs_device& device, char (&buffer)[page], std::string* storage) {
+  ssize_t size = device.read("descriptors", buffer, sizeof buffer);
+  if (size == sizeof buffer) {
+    *storage = device.read_all("descriptors", descriptors_limit);
+    return *storage;
+  }
+  return {buffer, static_cast<std::size_t>(std::max<ssize_t>(size, 0))};
+}
+
+void add_interfaces(const sysfs_device& device, const configuration_descriptor& configuration,
+                    usb_details* details) {
+  details->interfaces.reserve(configuration.interfaces.size());
+  for (const interface_descriptor& each : configuration.interfaces) {
+    usb_interface& made = details->interfaces.emplace_back();
+    made.number = each.number;
+    made.class_code = each.class_code;
+    made.subclass = each.subclass;
+    made.protocol = each.protocol;
+    if (details->active_configuration == 0) continue;
+
+    char name[256];
+    const auto print_name = [&](const char* file) {
+      const bool root_hub = details->port_path[0] == 'u';
+      return std::snprintf(name, sizeof name, "%s%s:%u.%u/%s",
+                           details->port_path.c_str() + (root_hub ? 3 : 0), root_hub ? "-0" : "",
+                           details->active_configuration, each.number, file);
+    };
+    char buffer[string_limit];
+    print_name("driver");
+    made.driver = device.read_link(name, buffer, sizeof buffer);
+    if (each.string_index == 0) continue;
+    print_name("interface");
+    std::string_view text;
+    if (read_string(device, name, buffer, &text)) made.name = valid_utf8(text);
+  }
+}
+
+// Empty if what is attached at the path is not the record's device.
+std::optional<usb_details> read_details(const std::string& path, const record_key& record) {
+  const sysfs_device device(path);
+  if (!device) return std::nullopt;
+  char buffer[page];
+  std::string storage;
+  const std::string_view descriptors = read_descriptors(device, buffer, &storage);
+  const auto described = parse_device_descriptor(descriptors);
+  if (!described.has_value() || described->vendor != record.vendor || described->product != record.product ||
+      described->release != record.release)
+    return std::nullopt;
+
+  std::optional<usb_details> made(std::in_place);
+  usb_details& details = *made;
+  const struct {
+    const char* file;
+    const YString& kept;
+    std::string& whole;
+  } strings[] = {{"manufacturer", record.manufacturer, details.manufacturer},
+                 {"product", record.product_name, details.product_name},
+                 {"serial", record.serial_number, details.serial_number}};
+  for (std::size_t i = 0; i < 3; ++i) {
+    char text[string_limit];
+    std::string_view found;
+    if (described->string_index[i] != 0 && !read_string(device, strings[i].file, text, &found)) continue;
+    if (!same_string(strings[i].kept, found)) return std::nullopt;
+    strings[i].whole = valid_utf8(found);
+  }
+
+  details.vendor = described->vendor;
+  details.product = described->product;
+  details.release = described->release;
+  details.usb_version = described->usb_version;
+  details.class_code = described->class_code;
+  details.subclass = described->subclass;
+  details.protocol = described->protocol;
+  details.bus = bus_of(path);
+  details.port_path = path;
+  details.speed = read_speed(device);
+  details.configurations = described->configurations;
+  details.active_configuration = read_number<std::uint8_t>(device, "bConfigurationValue");
+  if (const auto shown = find_configuration(descriptors, details.active_configuration)) {
+    details.max_power = static_cast<std::uint16_t>(shown->max_power * (details.speed >= 5000 ? 8 : 2));
+    add_interfaces(device, *shown, &details);
+  }
+  // At last: what was read before is of an attached device.
+  details.address = read_number<std::uint32_t>(device, "devnum");
+  if (details.address == 0) return std::nullopt;
+  char node[64];
+  const int size = std::snprintf(node, sizeof node, "/dev/bus/usb/%03u/%03u", details.bus, details.address);
+  details.device_node.assign(node, static_cast<std::size_t>(size));
+  return made;
+}
+
+// The paths whose hashes may have come to this location, the likeliest first: collisions move a device to one
+// of the next locations.
+std::vector<std::string> hashed_paths(std::uint32_t location) {
+  std::vector<std::pair<std::uint32_t, std::string>> found;
+  for (std::string& path : list_devices().value_or(std::vector<std::string>())) {
+    std::uint32_t at = location_of(path).value_or(0);
+    if (!may_collide(at) || at >> 24 != location >> 24) continue;
+    std::uint32_t steps = 0;
+    for (; at != location && steps <= collision_limit; ++steps) at = next_location(at);
+    if (steps <= collision_limit) found.emplace_back(steps, std::move(path));
+  }
+  std::stable_sort(found.begin(), found.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  std::vector<std::string> paths;
+  for (auto& [steps, path] : found) paths.push_back(std::move(path));
+  return paths;
+}
+
+}  // namespace
+
+std::optional<usb_details> linux_details(const record_key& record) {
+  if (!may_collide(record.location)) {
+    const std::string path = path_of(record.location);
+    return path.empty() ? std::nullopt : read_details(path, record);
+  }
+  for (const std::string& path : hashed_paths(record.location)) {
+    if (std::optional<usb_details> details = read_details(path, record)) return details;
+  }
+  return std::nullopt;
+}
+
+}  // namespace yusb::port

@@ -1,0 +1,18 @@
+// The details of a device, from sysfs.
+#ifndef YORVAN_PORT_LINUX_DETAILS_H_
+#define YORVAN_PORT_LINUX_DETAILS_H_
+
+#include <optional>
+
+#include <yusb_details.h>
+
+#include "bus/record_key.h"
+
+namespace yusb::port {
+
+// What yusb::device_details returns on the Linux bus. Takes no lock.
+std::optional<usb_details> linux_details(const record_key& record);
+
+}  // namespace yusb::port
+
+#endif  // YORVAN_PORT_LINUX_DETAILS_H_

@@ -1,0 +1,121 @@
+#include "linux/device.h"
+
+#include <fcntl.h>
+#include <linux/usbdevice_fs.h>
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+
+#include "bus/string_descriptor.h"
+
+namespace yusb::port {
+
+namespace {
+
+using clock = std::chrono::steady_clock;
+
+// USB 2.0 section 9.2.6.4: a device has this long for the first data packet of a standard request.
+constexpr std::chrono::milliseconds answer_limit{500};
+
+port::status status_of(int error) {
+  switch (error) {
+    case EPIPE:
+      return status_stalled;
+    case ETIMEDOUT:
+    case EINTR:
+      return status_timeout;
+    case EACCES:
+    case EPERM:
+      return status_not_permitted;
+    case ENODEV:
+    case ENOENT:
+    case ENXIO:
+    case ESHUTDOWN:
+      return status_no_device;
+    case EINVAL:
+      return status_bad_argument;
+    default:
+      return status_error;
+  }
+}
+
+}  // namespace
+
+port::status linux_device::get(number which, std::uint32_t* value) {
+  if (_devnum == 0 && which != number::location) return status_no_device;
+  switch (which) {
+    case number::vendor:
+      *value = _facts.numbers.vendor;
+      break;
+    case number::product:
+      *value = _facts.numbers.product;
+      break;
+    case number::release:
+      *value = _facts.numbers.release;
+      break;
+    case number::manufacturer_index:
+      *value = _facts.index[0];
+      break;
+    case number::product_index:
+      *value = _facts.index[1];
+      break;
+    case number::serial_number_index:
+      *value = _facts.index[2];
+      break;
+    case number::location:
+      *value = _location;
+      break;
+  }
+  return status_ok;
+}
+
+port::status linux_device::control(control_request& request) {
+  request.transferred = 0;
+  if (request.data == nullptr && request.length != 0) return status_bad_argument;
+  if (_devnum == 0) return status_no_device;
+  const bool wants_string = request.request_type == 0x80 && request.request == 6 && request.value >> 8 == 3;
+  const std::string_view known = wants_string ? text(static_cast<std::uint8_t>(request.value)) : "";
+  if (known.empty()) return ask_device(request);
+  const string_descriptor reply = encode_string_descriptor(known);
+  request.transferred = static_cast<std::uint32_t>(std::min<std::size_t>(reply.size, request.length));
+  if (request.transferred != 0) std::memcpy(request.data, reply.bytes.data(), request.transferred);
+  return status_ok;
+}
+
+std::string_view linux_device::text(std::uint8_t index) const {
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < _facts.index.size(); ++i) {
+    if (_facts.index[i] == index && _facts.size[i] != 0) {
+      return std::string_view(_facts.texts).substr(start, _facts.size[i]);
+    }
+    start += _facts.size[i];
+  }
+  return {};
+}
+
+port::status linux_device::ask_device(control_request& request) const {
+  char node[64];
+  std::snprintf(node, sizeof node, "/dev/bus/usb/%03u/%03u", _bus, _devnum);
+  const unique_fd opened(open(node, O_RDWR | O_CLOEXEC));
+  if (!opened) return status_of(errno);
+  usbdevfs_ctrltransfer transfer = {
+      request.request_type, request.request, request.value, request.index, request.length, 0, request.data};
+  const clock::time_point end = clock::now() + answer_limit;
+  for (auto left = answer_limit;;) {
+    transfer.timeout = static_cast<std::uint32_t>(left.count());
+    const int size = ioctl(opened.get(), USBDEVFS_CONTROL, &transfer);
+    if (size >= 0) {
+      request.transferred = static_cast<std::uint32_t>(size);
+      return status_ok;
+    }
+    const int error = errno;
+    left = std::chrono::duration_cast<std::chrono::milliseconds>(end - clock::now());
+    if (error != EINTR || left.count() <= 0) return status_of(error);  // a time limit of 0 would be none
+  }
+}
+
+}  // namespace yusb::port

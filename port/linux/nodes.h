@@ -1,0 +1,57 @@
+// Whether the nodes of the Linux bus can be opened.
+#ifndef YORVAN_PORT_LINUX_NODES_H_
+#define YORVAN_PORT_LINUX_NODES_H_
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "bus/nodes.h"
+#include "linux/sysfs.h"
+#include "linux/uevent_socket.h"
+
+namespace yusb::port {
+
+// Asks mode and ACL, never the device. Keeps no descriptor open while it waits for no device.
+class linux_nodes final : public node_watch {
+ public:
+  void add(unsigned id, const record_key& record) override;
+  void remove(unsigned id) override;
+  std::array<int, 2> poll_fds() const override { return {_inotify.get(), _uevents.fd()}; }
+  std::optional<clock::time_point> due() const override;
+  std::optional<answer> next() override;
+  openability check(unsigned id) override;
+
+ private:
+  struct entry {
+    unsigned id;
+    record_key record;
+    std::string path = {};  // empty until the device is looked up
+    device_identity identity = {};
+    std::uint32_t bus = 0;
+    std::string node = {};
+    bool due = true;    // to be checked
+    bool gone = false;  // the kernel says so
+  };
+
+  void open();
+  void close_if_idle();
+  bool look_up(entry& found);
+  openability check(entry& waited);
+  void watch_folders(std::uint32_t bus);
+  bool watch(const char* folder, std::uint32_t mask, std::uint32_t bus);
+  void receive_inotify();
+  void receive_uevents();
+  void mark_all();
+
+  std::vector<entry> _entries;
+  unique_fd _inotify;
+  std::map<int, std::uint32_t> _folders;  // by watch: the bus, or 0 for a folder above
+  uevent_socket _uevents;
+  bool _blind = false;  // changes may be missed: everything is checked once a second
+  clock::time_point _next_look;
+};
+
+}  // namespace yusb::port
+
+#endif  // YORVAN_PORT_LINUX_NODES_H_

@@ -1,0 +1,155 @@
+#include "simulator/attachment.h"
+
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <thread>
+
+#include "bus/record_key.h"
+#include "bus/string_descriptor.h"
+#include "simulator/details.h"
+
+namespace yusb::port {
+
+attachment::attachment(const simulated_device& described, int id)
+    : _described(described),
+      _id(id),
+      _opens_at(described.openable_after.has_value() ? clock::now() + *described.openable_after
+                                                     : clock::time_point::max()) {}
+
+port::status attachment::get(number which, std::uint32_t* value) {
+  if (_described.failing.count(static_cast<simulated_number>(which)) != 0) return status_error;
+  switch (which) {
+    case number::vendor:
+      *value = _described.vendor;
+      break;
+    case number::product:
+      *value = _described.product;
+      break;
+    case number::release:
+      *value = _described.release;
+      break;
+    case number::location:
+      *value = _described.location;
+      break;
+    case number::manufacturer_index:
+      *value = _described.manufacturer.has_value() ? 1 : 0;
+      break;
+    case number::product_index:
+      *value = _described.product_name.has_value() ? 2 : 0;
+      break;
+    case number::serial_number_index:
+      *value = _described.serial_number.has_value() ? 3 : 0;
+      break;
+  }
+  return status_ok;
+}
+
+port::status attachment::control(control_request& request) {
+  {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _requests.push_back(
+        {request.request_type, request.request, request.value, request.index, request.length});
+    if (_gone) return status_no_device;
+  }
+  const simulated_reply reply = answer(request);
+  std::this_thread::sleep_for(reply.delay);
+  if (reply.status != status_ok) return reply.status;
+  request.transferred = static_cast<std::uint32_t>(std::min<std::size_t>(reply.bytes.size(), request.length));
+  if (request.transferred != 0) std::memcpy(request.data, reply.bytes.data(), request.transferred);
+  return status_ok;
+}
+
+std::optional<std::uint32_t> attachment::registry_location() {
+  return _described.location_property ? std::optional<std::uint32_t>(_described.location) : std::nullopt;
+}
+
+std::optional<usb_details> attachment::details(const record_key& record) {
+  const auto value = [this](number which) {
+    std::uint32_t found = 0;
+    get(which, &found);
+    return found;
+  };
+  if (value(number::location) != record.location || value(number::vendor) != record.vendor ||
+      value(number::product) != record.product || value(number::release) != record.release)
+    return std::nullopt;
+  usb_details details = simulated_details(_described, _id);
+  const struct {
+    number index;
+    const YString& kept;
+    std::string& whole;
+  } strings[] = {{number::manufacturer_index, record.manufacturer, details.manufacturer},
+                 {number::product_index, record.product_name, details.product_name},
+                 {number::serial_number_index, record.serial_number, details.serial_number}};
+  constexpr std::uint16_t asked = 255;  // what the library asks for: a longer reply is cut
+  for (const auto& [which, kept, whole] : strings) {
+    simulated_reply reply;
+    if (const std::uint32_t index = value(which); index != 0)
+      reply = answer({0x80, 6, static_cast<std::uint16_t>(0x300 | index), 0x0409, asked, nullptr, 0});
+    const std::size_t size = reply.status == status_ok ? std::min<std::size_t>(reply.bytes.size(), asked) : 0;
+    if (!same_string(kept, reply.bytes.data(), size)) return std::nullopt;
+    whole = decode_string_descriptor(reply.bytes.data(), size);
+  }
+  return details;
+}
+
+std::vector<simulated_request> attachment::requests() const {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  return _requests;
+}
+
+void attachment::leave() {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  _gone = true;
+  change();
+}
+
+void attachment::open_node() {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  _opens_at = std::min(_opens_at, clock::now());
+  change();
+}
+
+openability attachment::node() const {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  if (_gone) return openability::gone;
+  return _opens_at <= clock::now() ? openability::openable : openability::timed_out;
+}
+
+attachment::clock::time_point attachment::opens_at() const {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  return _opens_at;
+}
+
+void attachment::notify(int eventfd) {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  _notified.push_back(eventfd);
+}
+
+void attachment::forget(int eventfd) {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  const auto found = std::find(_notified.begin(), _notified.end(), eventfd);
+  if (found != _notified.end()) _notified.erase(found);
+}
+
+simulated_reply attachment::answer(const control_request& request) const {
+  const bool string = request.request_type == 0x80 && request.request == 6 && request.value >> 8 == 3;
+  const int index = request.value & 0xFF;
+  if (!string || index < 1 || index > 3) return {status_stalled, {}, {}};
+  const auto replaced = _described.replies.find(index);
+  if (replaced != _described.replies.end()) return replaced->second;
+  const std::optional<std::string>* const texts[] = {&_described.manufacturer, &_described.product_name,
+                                                     &_described.serial_number};
+  const std::optional<std::string>& text = *texts[index - 1];
+  if (!text.has_value()) return {status_stalled, {}, {}};
+  const string_descriptor made = encode_string_descriptor(*text);
+  return {status_ok, {made.bytes.begin(), made.bytes.begin() + static_cast<std::ptrdiff_t>(made.size)}, {}};
+}
+
+// With _mutex held.
+void attachment::change() const {
+  for (const int each : _notified) eventfd_write(each, 1);
+}
+
+}  // namespace yusb::port

@@ -1,0 +1,60 @@
+// One device of the simulated bus: its description and what happened to it.
+#ifndef YORVAN_PORT_SIMULATOR_ATTACHMENT_H_
+#define YORVAN_PORT_SIMULATOR_ATTACHMENT_H_
+
+#include <chrono>
+#include <mutex>
+#include <vector>
+
+#include <yusb_openable.h>
+#include <yusb_simulator.h>
+
+#include "bus/bus.h"
+
+namespace yusb::port {
+
+// Shared by the simulator and whoever still holds the device. Its own functions are called on any thread.
+class attachment : public device {
+ public:
+  using clock = std::chrono::steady_clock;
+
+  attachment(const simulated_device& described, int id);
+
+  grant plugin() override { return {_described.plugin_status, !_described.plugin_missing}; }
+  grant device_interface() override { return {_described.interface_status, !_described.interface_missing}; }
+  port::status get(number which, std::uint32_t* value) override;
+  port::status control(control_request& request) override;
+  std::optional<std::uint32_t> registry_location() override;
+
+  // Empty if the record is not of this device: if the library would not have read this one so.
+  std::optional<usb_details> details(const record_key& record);
+
+  std::vector<simulated_request> requests() const;
+
+  void leave();
+  void open_node();
+
+  // Openable, gone, or timed_out for neither yet.
+  openability node() const;
+  // When it becomes openable by itself; time_point::max() for never.
+  clock::time_point opens_at() const;
+  // Makes an eventfd readable whenever node() may have changed; the second ends that.
+  void notify(int eventfd);
+  void forget(int eventfd);
+
+ private:
+  simulated_reply answer(const control_request& request) const;
+  void change() const;
+
+  const simulated_device _described;
+  const int _id;
+  mutable std::mutex _mutex;
+  bool _gone = false;                        // under _mutex
+  clock::time_point _opens_at;               // under _mutex
+  std::vector<int> _notified;                // under _mutex
+  std::vector<simulated_request> _requests;  // under _mutex
+};
+
+}  // namespace yusb::port
+
+#endif  // YORVAN_PORT_SIMULATOR_ATTACHMENT_H_
