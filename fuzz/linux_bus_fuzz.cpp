@@ -228,11 +228,11 @@ class reader {
 
   static void ask(device& asked, std::uint32_t location) {
     std::uint32_t own = 0;
-    require(asked.get(number::location, &own) == status_ok && own == location, "both locations agree");
-    for (const number which :
-         {number::manufacturer_index, number::product_index, number::serial_number_index}) {
+    require(asked.read(device_field::location, &own) == status_ok && own == location, "both locations agree");
+    for (const device_field field :
+         {device_field::manufacturer_index, device_field::product_index, device_field::serial_number_index}) {
       std::uint32_t index = 0;
-      if (asked.get(which, &index) != status_ok || index == 0) continue;
+      if (asked.read(field, &index) != status_ok || index == 0) continue;
       require(index <= 255, "an index is a byte");
       std::uint8_t bytes[255];
       control_request request = {0x80,  6, static_cast<std::uint16_t>(0x300 | index), 0x409, sizeof bytes,

@@ -30,11 +30,11 @@ class answering_device : public device {
  public:
   answering_device(const std::uint8_t* data, std::size_t size) : _data(data), _size(size) {}
 
-  status get(number which, std::uint32_t* value) override {
-    *value = which == number::product_index         ? _data[0]
-             : which == number::manufacturer_index  ? 0
-             : which == number::serial_number_index ? 0
-                                                    : 1;
+  status read(device_field field, std::uint32_t* value) override {
+    *value = field == device_field::product_index         ? _data[0]
+             : field == device_field::manufacturer_index  ? 0
+             : field == device_field::serial_number_index ? 0
+                                                          : 1;
     return status_ok;
   }
 

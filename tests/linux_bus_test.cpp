@@ -166,9 +166,9 @@ struct LinuxBus : testing::Test {
   }
 
   // Of that device; -1 if it does not say.
-  std::int64_t value(number which) {
+  std::int64_t value(device_field field) {
     std::uint32_t found = 0;
-    return latest().get(which, &found) == status_ok ? std::int64_t{found} : -1;
+    return latest().read(field, &found) == status_ok ? std::int64_t{found} : -1;
   }
 
   // Asks the same one for a string.
@@ -207,11 +207,11 @@ TEST_F(LinuxBus, AnswersFromTheKernelsCacheStringsByteForByte) {
   for (int i = 0; i < 127; ++i) full += "中";
   plug("1-1", 5, {" \xC3\xA9\xF0\x9F\x98\x80\nx\n", "no newline\xFF", full + "\n"});
   changes();
-  for (const auto& [which, expected] : {std::pair(number::vendor, 0x05AC),
-                                        {number::product, 0x1393},
-                                        {number::release, 0x0100},
-                                        {number::product_index, 8}})
-    EXPECT_EQ(value(which), expected);
+  for (const auto& [field, expected] : {std::pair(device_field::vendor, 0x05AC),
+                                        {device_field::product, 0x1393},
+                                        {device_field::release, 0x0100},
+                                        {device_field::product_index, 8}})
+    EXPECT_EQ(value(field), expected);
   EXPECT_EQ(ask(7), status_ok);
   EXPECT_EQ(reply, std::string("\x0E\x03 \0\xE9\0\x3D\xD8\0\xDE\n\0x\0", 14));
   EXPECT_EQ(ask(8, 5), status_ok);
@@ -280,11 +280,11 @@ TEST_F(LinuxBus, GivesADeviceThatWasGoneBeforeItWasReadItsNumbersAndNoOthersText
     plug(path, 5, {"M", "P", "S"});
     path[2] == '1' ? vanish(path) : replace(path, "005", "6\n");
     EXPECT_EQ(changes().substr(0, 1), "+");
-    EXPECT_EQ(value(number::release), 0x0100);
-    EXPECT_EQ(value(number::serial_number_index), 0);
+    EXPECT_EQ(value(device_field::release), 0x0100);
+    EXPECT_EQ(value(device_field::serial_number_index), 0);
     announce(path, "remove");
     EXPECT_EQ(changes().substr(0, 1), "-");
-    EXPECT_EQ(value(number::release), -1);
+    EXPECT_EQ(value(device_field::release), -1);
   }
 }
 

@@ -17,8 +17,8 @@ namespace {
 // What an interface pointer points to: first the table of functions, then what is ours.
 template <typename Table>
 struct interface_object {
-  interface_object(const Table& functions, object_kind which, std::shared_ptr<device> of)
-      : table(&functions), attached(std::move(of)), counter(which) {}
+  interface_object(const Table& functions, object_kind kind, std::shared_ptr<device> of)
+      : table(&functions), attached(std::move(of)), counter(kind) {}
 
   const Table* const
       table;  // first, so that a pointer to the object is a pointer to the pointer to the table
@@ -43,16 +43,16 @@ using device_object = interface_object<IOUSBDeviceInterface500>;
 bool equal(const CFUUIDBytes& a, const CFUUIDBytes& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 template <typename T>
-IOReturn query(void* self, number which, T* value) {
+IOReturn query(void* self, device_field field, T* value) {
   std::uint32_t wide = *value;
-  const status result = device_object::of(self).attached->get(which, &wide);
+  const status result = device_object::of(self).attached->read(field, &wide);
   if (result == status_ok) *value = static_cast<T>(wide);
   return result;
 }
 
-template <typename T, number which>
+template <typename T, device_field field>
 IOReturn get(void* self, T* value) {
-  return query(self, which, value);
+  return query(self, field, value);
 }
 
 IOReturn device_request(void* self, IOUSBDevRequest* request) {
@@ -77,14 +77,14 @@ const IOUSBDeviceInterface500& device_table() {
     t.QueryInterface = no_interface;
     t.AddRef = device_object::add_reference;
     t.Release = device_object::release;
-    t.GetDeviceVendor = get<UInt16, number::vendor>;
-    t.GetDeviceProduct = get<UInt16, number::product>;
-    t.GetDeviceReleaseNumber = get<UInt16, number::release>;
-    t.GetLocationID = get<UInt32, number::location>;
+    t.GetDeviceVendor = get<UInt16, device_field::vendor>;
+    t.GetDeviceProduct = get<UInt16, device_field::product>;
+    t.GetDeviceReleaseNumber = get<UInt16, device_field::release>;
+    t.GetLocationID = get<UInt32, device_field::location>;
     t.DeviceRequest = device_request;
-    t.USBGetManufacturerStringIndex = get<UInt8, number::manufacturer_index>;
-    t.USBGetProductStringIndex = get<UInt8, number::product_index>;
-    t.USBGetSerialNumberStringIndex = get<UInt8, number::serial_number_index>;
+    t.USBGetManufacturerStringIndex = get<UInt8, device_field::manufacturer_index>;
+    t.USBGetProductStringIndex = get<UInt8, device_field::product_index>;
+    t.USBGetSerialNumberStringIndex = get<UInt8, device_field::serial_number_index>;
     return t;
   }();
   return table;
@@ -94,9 +94,10 @@ HRESULT query_plugin(void* self, REFIID iid, LPVOID* ppv) {
   static const CFUUIDBytes known = CFUUIDGetUUIDBytes(kIOUSBDeviceInterfaceID500);
   if (!equal(iid, known)) return E_NOINTERFACE;
   const plugin_object& plugin = plugin_object::of(self);
-  const grant granted = plugin.attached->device_interface();
+  const interface_result granted = plugin.attached->device_interface();
   if (granted.status != status_ok) return granted.status;
-  if (granted.given) *ppv = new device_object(device_table(), object_kind::device_interface, plugin.attached);
+  if (granted.present)
+    *ppv = new device_object(device_table(), object_kind::device_interface, plugin.attached);
   return S_OK;
 }
 
@@ -124,9 +125,9 @@ kern_return_t IOCreatePlugInInterfaceForService(io_service_t handle, CFUUIDRef p
   if (pluginType != knownPlugin || interfaceType != knownInterface) {
     return kIOReturnUnsupported;
   }
-  const grant granted = found->attached->plugin();
+  const interface_result granted = found->attached->plugin();
   if (granted.status != status_ok) return granted.status;
-  if (granted.given) {
+  if (granted.present) {
     auto* const made = new plugin_object(plugin_table(), object_kind::plugin, found->attached);
     *theInterface = reinterpret_cast<IOCFPlugInInterface**>(made);
   }

@@ -34,7 +34,7 @@ struct control_request {
   std::uint32_t transferred;  // set by the device
 };
 
-enum class number {
+enum class device_field {
   vendor,
   product,
   release,
@@ -45,9 +45,9 @@ enum class number {
 };
 
 // What creating a plug-in or a device interface comes to: a real bus always grants both.
-struct grant {
+struct interface_result {
   port::status status = status_ok;
-  bool given = true;  // false with a status of 0 is a success that hands back nothing
+  bool present = true;  // false with a status of 0 is a success that hands back nothing
 };
 
 // One device, attached or gone. Used on one thread at a time.
@@ -55,11 +55,11 @@ class device {
  public:
   virtual ~device() = default;
 
-  virtual grant plugin() { return {}; }
-  virtual grant device_interface() { return {}; }
+  virtual interface_result plugin() { return {}; }
+  virtual interface_result device_interface() { return {}; }
 
   // Leaves *value alone on an error.
-  virtual port::status get(number which, std::uint32_t* value) = 0;
+  virtual port::status read(device_field field, std::uint32_t* value) = 0;
   virtual port::status control(control_request& request) = 0;
 
   // The location as the system's registry has it, also when the device is gone.

@@ -31,8 +31,8 @@ namespace {
 constexpr auto log_warning = static_cast<EYORVAN_LOG_LEVEL>(3);
 constexpr auto log_error = static_cast<EYORVAN_LOG_LEVEL>(4);
 
-constexpr time_t comparison_interval = 1;  // seconds
-constexpr unsigned receive_interval = 8;   // changes
+constexpr time_t rescan_interval = 1;     // seconds
+constexpr unsigned receive_interval = 8;  // changes
 
 // Its events are what the kernel said and what a comparison of the bus found, in order. Each is weighed when
 // its turn comes, for it may be older than a directory listing that showed its outcome already.
@@ -58,33 +58,34 @@ class linux_session final : public session {
 
   bool set_timer(time_t seconds);
   void receive();
-  bool compare();
+  bool rescan();
   std::optional<change> handle_first();
-  change arrive(iterator place, const std::string& path, device_identity identity, device_facts facts);
+  change arrive(iterator place, const std::string& path, device_identity identity,
+                device_attributes attributes);
   change depart(iterator device);
   iterator place_of(const std::string& path);
   std::uint32_t free_location(const std::string& path) const;
 
   uevent_socket _uevents;
   unique_fd _timer;                        // ticks as long as the kernel may not be speaking to us
-  bool _unsure = false;                    // whether it does: the first uevent tells
-  bool _behind = false;                    // the bus is to be compared
-  unsigned _handled = 0;                   // changes
+  bool _reachability_unknown = false;      // whether it does: the first uevent tells
+  bool _rescan_due = false;                // the bus is to be compared
+  unsigned _changes_handled = 0;           // changes
   std::deque<uevent> _events;              // added with devnum 0: whatever is there by then
   std::vector<attached_device> _attached;  // as reported, in tree order
 };
 
 bool linux_session::open() {
-  const broadcast heard = _uevents.open() ? kernel_broadcasts() : broadcast::no;
-  if (heard != broadcast::yes) {
+  const netns_hears heard = _uevents.open() ? netns_hears_uevents() : netns_hears::no;
+  if (heard != netns_hears::yes) {
     _timer = unique_fd(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
-    if (!_timer || !set_timer(comparison_interval)) return false;
+    if (!_timer || !set_timer(rescan_interval)) return false;
   }
-  if (heard == broadcast::no) {
+  if (heard == netns_hears::no) {
     YLog::output(log_warning, "No USB events reach this network namespace; the bus is compared every second");
   }
-  _unsure = heard == broadcast::unknown;
-  return compare();
+  _reachability_unknown = heard == netns_hears::unknown;
+  return rescan();
 }
 
 bool linux_session::set_timer(time_t seconds) {
@@ -95,7 +96,7 @@ bool linux_session::set_timer(time_t seconds) {
 std::optional<change> linux_session::next() {
   for (;;) {
     // Also in between, so that the kernel's queue does not fill up while handlers take their time.
-    if (_events.empty() || ++_handled % receive_interval == 0) receive();
+    if (_events.empty() || ++_changes_handled % receive_interval == 0) receive();
     if (_events.empty()) return std::nullopt;
     if (std::optional<change> found = handle_first()) return found;
   }
@@ -109,22 +110,23 @@ void linux_session::receive() {
     const received what = _uevents.receive(&event);
     if (what == received::device) _events.push_back(std::move(event));
     if (what == received::lost) lost = true;
-    if (_unsure && (what == received::device || what == received::other)) _unsure = !set_timer(0);
+    if (_reachability_unknown && (what == received::device || what == received::other))
+      _reachability_unknown = !set_timer(0);
     more = what != received::nothing;
   }
   if (lost) {
     YLog::output(log_warning, "USB events were lost; the bus is compared with what was reported");
     _events.clear();  // older than the listing to come, for nothing is queued until the queue was read empty
-    _behind = true;
+    _rescan_due = true;
   }
   std::uint64_t ticks;
-  if (_timer && read(_timer.get(), &ticks, sizeof ticks) > 0) _behind = true;
-  if (_behind && _events.empty()) _behind = !compare();
+  if (_timer && read(_timer.get(), &ticks, sizeof ticks) > 0) _rescan_due = true;
+  if (_rescan_due && _events.empty()) _rescan_due = !rescan();
 }
 
 // Makes events of the difference between the bus and what was reported. False, with errno set, if the bus
 // cannot be read.
-bool linux_session::compare() {
+bool linux_session::rescan() {
   std::optional<std::vector<std::string>> paths = list_devices();
   if (!paths.has_value()) return false;
   std::vector<bool> stays(_attached.size());
@@ -167,22 +169,23 @@ std::optional<change> linux_session::handle_first() {
     _events.pop_front();
     return std::nullopt;
   }
-  device_facts facts;
+  device_attributes attributes;
   if (event.devnum == 0 || event.devnum == identity.devnum) {
-    facts = found.facts();
+    attributes = found.read_attributes();
   } else {
     identity = {event.devnum, 0};  // gone already, whatever has followed it
   }
-  if (facts.numbers.vendor == 0) facts.numbers = event.numbers;
-  change arrived = arrive(place, event.path, identity, std::move(facts));
+  if (attributes.numbers.vendor == 0) attributes.numbers = event.numbers;
+  change arrived = arrive(place, event.path, identity, std::move(attributes));
   _events.pop_front();
   return arrived;
 }
 
 change linux_session::arrive(iterator place, const std::string& path, device_identity identity,
-                             device_facts facts) {
+                             device_attributes attributes) {
   const std::uint32_t location = free_location(path);
-  auto device = std::make_shared<linux_device>(location, std::move(facts), bus_of(path), identity.devnum);
+  auto device =
+      std::make_shared<linux_device>(location, std::move(attributes), bus_of(path), identity.devnum);
   _attached.insert(place, {path, identity, location});
   return {true, std::move(device)};
 }

@@ -45,28 +45,28 @@ port::status status_of(int error) {
 
 }  // namespace
 
-port::status linux_device::get(number which, std::uint32_t* value) {
-  if (_devnum == 0 && which != number::location) return status_no_device;
-  switch (which) {
-    case number::vendor:
-      *value = _facts.numbers.vendor;
+port::status linux_device::read(device_field field, std::uint32_t* value) {
+  if (_devnum == 0 && field != device_field::location) return status_no_device;
+  switch (field) {
+    case device_field::vendor:
+      *value = _attributes.numbers.vendor;
       break;
-    case number::product:
-      *value = _facts.numbers.product;
+    case device_field::product:
+      *value = _attributes.numbers.product;
       break;
-    case number::release:
-      *value = _facts.numbers.release;
+    case device_field::release:
+      *value = _attributes.numbers.release;
       break;
-    case number::manufacturer_index:
-      *value = _facts.index[0];
+    case device_field::manufacturer_index:
+      *value = _attributes.index[0];
       break;
-    case number::product_index:
-      *value = _facts.index[1];
+    case device_field::product_index:
+      *value = _attributes.index[1];
       break;
-    case number::serial_number_index:
-      *value = _facts.index[2];
+    case device_field::serial_number_index:
+      *value = _attributes.index[2];
       break;
-    case number::location:
+    case device_field::location:
       *value = _location;
       break;
   }
@@ -88,11 +88,11 @@ port::status linux_device::control(control_request& request) {
 
 std::string_view linux_device::text(std::uint8_t index) const {
   std::size_t start = 0;
-  for (std::size_t i = 0; i < _facts.index.size(); ++i) {
-    if (_facts.index[i] == index && _facts.size[i] != 0) {
-      return std::string_view(_facts.texts).substr(start, _facts.size[i]);
+  for (std::size_t i = 0; i < _attributes.index.size(); ++i) {
+    if (_attributes.index[i] == index && _attributes.size[i] != 0) {
+      return std::string_view(_attributes.texts).substr(start, _attributes.size[i]);
     }
-    start += _facts.size[i];
+    start += _attributes.size[i];
   }
   return {};
 }

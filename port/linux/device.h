@@ -13,13 +13,13 @@ namespace yusb::port {
 // Answers from what was read when it came; only what that cannot answer goes to the device itself.
 class linux_device final : public device {
  public:
-  linux_device(std::uint32_t location, device_facts facts, std::uint32_t bus, std::uint32_t devnum)
-      : _location(location), _facts(std::move(facts)), _bus(bus), _devnum(devnum) {}
+  linux_device(std::uint32_t location, device_attributes attributes, std::uint32_t bus, std::uint32_t devnum)
+      : _location(location), _attributes(std::move(attributes)), _bus(bus), _devnum(devnum) {}
 
   // One that is gone: nothing but its location is known.
   explicit linux_device(std::uint32_t location) : _location(location) {}
 
-  port::status get(number which, std::uint32_t* value) override;
+  port::status read(device_field field, std::uint32_t* value) override;
   port::status control(control_request& request) override;
   std::optional<std::uint32_t> registry_location() override { return _location; }
 
@@ -29,7 +29,7 @@ class linux_device final : public device {
   port::status ask_device(control_request& request) const;
 
   const std::uint32_t _location;
-  const device_facts _facts;
+  const device_attributes _attributes;
   const std::uint32_t _bus = 0;
   const std::uint32_t _devnum = 0;  // 0 if the device is gone
 };

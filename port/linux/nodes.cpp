@@ -35,7 +35,7 @@ bool out_of_descriptors() {
 // Subscribed first, asked afterwards: a change in between is not missed.
 void linux_nodes::open() {
   _inotify = unique_fd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-  const bool hears = _uevents.open() && kernel_broadcasts() == broadcast::yes;
+  const bool hears = _uevents.open() && netns_hears_uevents() == netns_hears::yes;
   _blind = !_inotify || !hears;
   _next_look = clock::now() + look_interval;
 }

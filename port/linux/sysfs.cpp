@@ -86,8 +86,8 @@ std::optional<device_identity> sysfs_device::identity() const {
   return is_gone(error) ? std::optional<device_identity>(device_identity()) : std::nullopt;
 }
 
-device_facts sysfs_device::facts() const {
-  device_facts found;
+device_attributes sysfs_device::read_attributes() const {
+  device_attributes found;
   if (!_directory) return found;
   const int directory = _directory.get();
   std::uint8_t raw[device_descriptor_size];

@@ -25,7 +25,7 @@ constexpr char usb_devices_directory[] = "/sys/bus/usb/devices";
 std::optional<std::vector<std::string>> list_devices();
 
 // A device descriptor's numbers and what its three strings are.
-struct device_facts {
+struct device_attributes {
   device_numbers numbers;
 
   // Manufacturer, product, serial number: the index, 0 if the device has no such string, and the text's size
@@ -57,7 +57,7 @@ class sysfs_device {
 
   // What cannot be read stays 0 or empty. The kernel hands out no text while it configures the device: a
   // device that does not answer makes this wait as long as it makes the kernel wait, 5 seconds as a rule.
-  device_facts facts() const;
+  device_attributes read_attributes() const;
 
   explicit operator bool() const { return static_cast<bool>(_directory); }
 

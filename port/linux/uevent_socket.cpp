@@ -62,14 +62,14 @@ bool from_kernel(msghdr& message, const sockaddr_nl& sender) {
 
 }  // namespace
 
-broadcast kernel_broadcasts() {
+netns_hears netns_hears_uevents() {
   // Since Linux 4.18 only the network namespaces that the initial user namespace owns are told of devices.
   const unique_fd network(::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
-  if (!network) return broadcast::unknown;
+  if (!network) return netns_hears::unknown;
   const unique_fd owner(ioctl(network.get(), NS_GET_USERNS));
   struct stat found;
-  if (!owner || fstat(owner.get(), &found) != 0) return broadcast::unknown;  // one above ours is hidden
-  return found.st_ino == initial_user_namespace ? broadcast::yes : broadcast::no;
+  if (!owner || fstat(owner.get(), &found) != 0) return netns_hears::unknown;  // one above ours is hidden
+  return found.st_ino == initial_user_namespace ? netns_hears::yes : netns_hears::no;
 }
 
 bool uevent_socket::open() {

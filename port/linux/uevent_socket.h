@@ -8,8 +8,8 @@
 namespace yusb::port {
 
 // Whether the kernel sends its uevents to the calling thread's network namespace.
-enum class broadcast { yes, no, unknown };
-broadcast kernel_broadcasts();
+enum class netns_hears { yes, no, unknown };
+netns_hears netns_hears_uevents();
 
 class uevent_socket {
  public:

@@ -18,28 +18,28 @@ attachment::attachment(const simulated_device& described, int id)
       _opens_at(described.openable_after.has_value() ? clock::now() + *described.openable_after
                                                      : clock::time_point::max()) {}
 
-port::status attachment::get(number which, std::uint32_t* value) {
-  if (_described.failing.count(static_cast<simulated_number>(which)) != 0) return status_error;
-  switch (which) {
-    case number::vendor:
+port::status attachment::read(device_field field, std::uint32_t* value) {
+  if (_described.failing.count(static_cast<simulated_number>(field)) != 0) return status_error;
+  switch (field) {
+    case device_field::vendor:
       *value = _described.vendor;
       break;
-    case number::product:
+    case device_field::product:
       *value = _described.product;
       break;
-    case number::release:
+    case device_field::release:
       *value = _described.release;
       break;
-    case number::location:
+    case device_field::location:
       *value = _described.location;
       break;
-    case number::manufacturer_index:
+    case device_field::manufacturer_index:
       *value = _described.manufacturer.has_value() ? 1 : 0;
       break;
-    case number::product_index:
+    case device_field::product_index:
       *value = _described.product_name.has_value() ? 2 : 0;
       break;
-    case number::serial_number_index:
+    case device_field::serial_number_index:
       *value = _described.serial_number.has_value() ? 3 : 0;
       break;
   }
@@ -66,26 +66,26 @@ std::optional<std::uint32_t> attachment::registry_location() {
 }
 
 std::optional<usb_details> attachment::details(const record_key& record) {
-  const auto value = [this](number which) {
+  const auto value = [this](device_field field) {
     std::uint32_t found = 0;
-    get(which, &found);
+    read(field, &found);
     return found;
   };
-  if (value(number::location) != record.location || value(number::vendor) != record.vendor ||
-      value(number::product) != record.product || value(number::release) != record.release)
+  if (value(device_field::location) != record.location || value(device_field::vendor) != record.vendor ||
+      value(device_field::product) != record.product || value(device_field::release) != record.release)
     return std::nullopt;
   usb_details details = simulated_details(_described, _id);
   const struct {
-    number index;
+    device_field index;
     const YString& kept;
     std::string& whole;
-  } strings[] = {{number::manufacturer_index, record.manufacturer, details.manufacturer},
-                 {number::product_index, record.product_name, details.product_name},
-                 {number::serial_number_index, record.serial_number, details.serial_number}};
+  } strings[] = {{device_field::manufacturer_index, record.manufacturer, details.manufacturer},
+                 {device_field::product_index, record.product_name, details.product_name},
+                 {device_field::serial_number_index, record.serial_number, details.serial_number}};
   constexpr std::uint16_t asked = 255;  // what the library asks for: a longer reply is cut
-  for (const auto& [which, kept, whole] : strings) {
+  for (const auto& [field, kept, whole] : strings) {
     simulated_reply reply;
-    if (const std::uint32_t index = value(which); index != 0)
+    if (const std::uint32_t index = value(field); index != 0)
       reply = answer({0x80, 6, static_cast<std::uint16_t>(0x300 | index), 0x0409, asked, nullptr, 0});
     const std::size_t size = reply.status == status_ok ? std::min<std::size_t>(reply.bytes.size(), asked) : 0;
     if (!same_string(kept, reply.bytes.data(), size)) return std::nullopt;

@@ -20,9 +20,11 @@ class attachment : public device {
 
   attachment(const simulated_device& described, int id);
 
-  grant plugin() override { return {_described.plugin_status, !_described.plugin_missing}; }
-  grant device_interface() override { return {_described.interface_status, !_described.interface_missing}; }
-  port::status get(number which, std::uint32_t* value) override;
+  interface_result plugin() override { return {_described.plugin_status, !_described.plugin_missing}; }
+  interface_result device_interface() override {
+    return {_described.interface_status, !_described.interface_missing};
+  }
+  port::status read(device_field field, std::uint32_t* value) override;
   port::status control(control_request& request) override;
   std::optional<std::uint32_t> registry_location() override;
 

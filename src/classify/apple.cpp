@@ -20,7 +20,7 @@ bool device_is_airpods(const YUsbInfoDevice& device) noexcept {
 }
 
 bool airpods_traverse(_yusb_context* ctx, const device_visitor& visitor) noexcept {
-  if (refused()) return false;
+  if (reject_reentry()) return false;
   if (!visitor) return true;
   device_traverse(ctx, [&visitor](const YUsbInfoDevice& listed) {
     if (device_is_airpods(listed)) visitor(listed);

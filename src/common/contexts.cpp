@@ -9,9 +9,9 @@ namespace yusb {
 
 namespace {
 
-void replay(const client_code& running, _yusb_context* context, _yusb_device_event event)
+void replay(const callback_scope& running, _yusb_context* context, _yusb_device_event event)
     REQUIRES(_global_context_mutex) {
-  if (!has_devices()) return;
+  if (!device_list_exists()) return;
   const MutexLock devices(_global_device_mutex);
   for (const YUsbInfoDevice& listed : *_global_device_array) deliver(running, context, listed, event);
 }
@@ -19,8 +19,8 @@ void replay(const client_code& running, _yusb_context* context, _yusb_device_eve
 }  // namespace
 
 bool common_object_append(_yusb_context* ctx) noexcept {
-  const client_code running;
-  if (running.refused() || !has_contexts() || ctx == nullptr) return false;
+  const callback_scope running;
+  if (running.reject_reentry() || !contexts_exist() || ctx == nullptr) return false;
   const MutexLock contexts(_global_context_mutex);
   if (!_global_context_array->insert(ctx).second) return false;
   replay(running, ctx, YUSB_DEVICE_EVENT_APPEND);
@@ -28,8 +28,8 @@ bool common_object_append(_yusb_context* ctx) noexcept {
 }
 
 bool common_object_remove(_yusb_context* ctx) noexcept {
-  const client_code running;
-  if (running.refused() || !has_contexts() || ctx == nullptr) return false;
+  const callback_scope running;
+  if (running.reject_reentry() || !contexts_exist() || ctx == nullptr) return false;
   const MutexLock contexts(_global_context_mutex);
   if (_global_context_array->erase(ctx) == 0) return false;
   replay(running, ctx, YUSB_DEVICE_EVENT_REMOVE);
@@ -37,14 +37,14 @@ bool common_object_remove(_yusb_context* ctx) noexcept {
 }
 
 bool context_create(_yusb_context** out) noexcept {
-  if (out == nullptr || refused()) return false;
+  if (out == nullptr || reject_reentry()) return false;
   *out = new (std::nothrow) _yusb_context();
   if (*out != nullptr) common_object_append(*out);
   return true;
 }
 
 bool context_release(_yusb_context* ctx) noexcept {
-  if (ctx == nullptr || refused()) return false;
+  if (ctx == nullptr || reject_reentry()) return false;
   common_object_remove(ctx);
   delete ctx;
   return true;

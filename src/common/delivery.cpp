@@ -2,7 +2,7 @@
 
 namespace yusb {
 
-void deliver(const client_code& /*running*/, _yusb_context* context, const YUsbInfoDevice& device,
+void deliver(const callback_scope& /*running*/, _yusb_context* context, const YUsbInfoDevice& device,
              _yusb_device_event event) {
   const MutexLock lock(&context->mutex);
   for (yusb_device_event_interface* iface : context->interfaces) {
@@ -12,8 +12,8 @@ void deliver(const client_code& /*running*/, _yusb_context* context, const YUsbI
 
 void common_notify_handle(_yusb_context* ctx, const YUsbInfoDevice& device,
                           _yusb_device_event event) noexcept {
-  const client_code running;
-  if (!running.refused()) deliver(running, ctx, device, event);
+  const callback_scope running;
+  if (!running.reject_reentry()) deliver(running, ctx, device, event);
 }
 
 void common_notify_device_append(_yusb_context* ctx, const YUsbInfoDevice& device) noexcept {

@@ -19,7 +19,7 @@ namespace yusb {
 
 // Calls every interface of one context, in ascending order of address, under the context's lock. The caller
 // has marked the thread: one mark does for all contexts.
-void deliver(const client_code& running, _yusb_context* context, const YUsbInfoDevice& device,
+void deliver(const callback_scope& running, _yusb_context* context, const YUsbInfoDevice& device,
              _yusb_device_event event);
 
 }  // namespace yusb

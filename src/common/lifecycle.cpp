@@ -13,14 +13,14 @@ _yusb_platform_context* _global_platform_context =
 }  // namespace
 
 void common_global_initialize() noexcept {
-  if (refused()) return;
+  if (reject_reentry()) return;
   state_create();
   if (_global_platform_context == nullptr) _global_platform_context = platform_context_create();
   platform_hotplug_start(_global_platform_context);  // refused where the thread runs already
 }
 
 void common_global_release() noexcept {
-  if (refused()) return;
+  if (reject_reentry()) return;
   if (platform_is_monitor_thread()) {
     report_reentry(__func__, __LINE__);
     return;

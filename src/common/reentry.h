@@ -8,17 +8,18 @@ namespace yusb {
 void report_reentry(const char* function, int line) noexcept;
 
 // Lives while client code (a handler, or the log's sink) may run on this thread and the library waits for it.
-class client_code {
+class callback_scope {
  public:
-  client_code() : _here(_running), _outer(_here) { _here = true; }
-  ~client_code() { _here = _outer; }
-  client_code(const client_code&) = delete;
-  client_code& operator=(const client_code&) = delete;
+  callback_scope() : _here(_running), _outer(_here) { _here = true; }
+  ~callback_scope() { _here = _outer; }
+  callback_scope(const callback_scope&) = delete;
+  callback_scope& operator=(const callback_scope&) = delete;
 
   static bool running() { return _running; }
 
   // True, after a line in the log, if this began inside other client code, where its function must not run.
-  bool refused(const char* function = __builtin_FUNCTION(), int line = __builtin_LINE()) const noexcept {
+  bool reject_reentry(const char* function = __builtin_FUNCTION(),
+                      int line = __builtin_LINE()) const noexcept {
     if (_outer) report_reentry(function, line);
     return _outer;
   }
@@ -31,8 +32,9 @@ class client_code {
 
 // The same for a function that runs no client code. Every function that takes a lock or waits for the monitor
 // thread asks one of the two first.
-inline bool refused(const char* function = __builtin_FUNCTION(), int line = __builtin_LINE()) noexcept {
-  if (!client_code::running()) return false;
+inline bool reject_reentry(const char* function = __builtin_FUNCTION(),
+                           int line = __builtin_LINE()) noexcept {
+  if (!callback_scope::running()) return false;
   report_reentry(function, line);
   return true;
 }

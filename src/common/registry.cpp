@@ -9,7 +9,7 @@ namespace yusb {
 
 namespace {
 
-void deliver_everywhere(const client_code& running, const YUsbInfoDevice& record, _yusb_device_event event)
+void deliver_everywhere(const callback_scope& running, const YUsbInfoDevice& record, _yusb_device_event event)
     REQUIRES(_global_context_mutex) {
   for (_yusb_context* context : *_global_context_array) deliver(running, context, record, event);
 }
@@ -29,7 +29,7 @@ auto same_device(const YUsbInfoDevice& record) {
 
 using record_key = const YString& (YUsbInfoDevice::*)() const;
 
-void remove_by_key(const client_code& running, record_key key, const YString& value) {
+void remove_by_key(const callback_scope& running, record_key key, const YString& value) {
   const MutexLock contexts(_global_context_mutex);
   const MutexLock devices(_global_device_mutex);
   YUsbInfoDevice removed;
@@ -46,8 +46,8 @@ void remove_by_key(const client_code& running, record_key key, const YString& va
 }  // namespace
 
 void common_device_append(const YUsbInfoDevice& record) noexcept {
-  const client_code running;
-  if (running.refused() || !has_contexts() || !has_devices()) return;
+  const callback_scope running;
+  if (running.reject_reentry() || !contexts_exist() || !device_list_exists()) return;
   const MutexLock contexts(_global_context_mutex);
   const MutexLock devices(_global_device_mutex);
   _global_device_array->push_back(record);
@@ -57,8 +57,8 @@ void common_device_append(const YUsbInfoDevice& record) noexcept {
 }
 
 void common_device_remove(const YUsbInfoDevice& record) noexcept {
-  const client_code running;
-  if (running.refused() || !has_contexts() || !has_devices()) return;
+  const callback_scope running;
+  if (running.reject_reentry() || !contexts_exist() || !device_list_exists()) return;
   const MutexLock contexts(_global_context_mutex);
   const MutexLock devices(_global_device_mutex);
   const auto found = find_listed(same_device(record));
@@ -67,26 +67,26 @@ void common_device_remove(const YUsbInfoDevice& record) noexcept {
 }
 
 void common_device_remove_from_instance_path(const YString& path) noexcept {
-  const client_code running;
-  if (running.refused() || !has_contexts() || !has_devices()) return;
+  const callback_scope running;
+  if (running.reject_reentry() || !contexts_exist() || !device_list_exists()) return;
   remove_by_key(running, &YUsbInfoDevice::instancePath, path);
 }
 
 void common_device_remove_from_location(const YString& location) noexcept {
-  const client_code running;
-  if (running.refused() || !has_contexts() || !has_devices()) return;
+  const callback_scope running;
+  if (running.reject_reentry() || !contexts_exist() || !device_list_exists()) return;
   remove_by_key(running, &YUsbInfoDevice::location, location);
 }
 
 bool common_device_is_exist(const YUsbInfoDevice& record) noexcept {
-  const client_code running;  // the record may be of a derived class
-  if (running.refused() || !has_devices()) return false;
+  const callback_scope running;  // the record may be of a derived class
+  if (running.reject_reentry() || !device_list_exists()) return false;
   const MutexLock devices(_global_device_mutex);
   return find_listed(same_device(record)) != _global_device_array->end();
 }
 
 void common_device_traverse(const device_visitor& visitor) noexcept {
-  if (refused() || !has_devices()) return;
+  if (reject_reentry() || !device_list_exists()) return;
   device_list snapshot;
   {
     const MutexLock devices(_global_device_mutex);
@@ -98,7 +98,7 @@ void common_device_traverse(const device_visitor& visitor) noexcept {
 }
 
 void common_device_printf(const YUsbInfoDevice& record) noexcept {
-  const client_code sink;
+  const callback_scope sink;
   YLog::output(log_information, "DEVICE Vendor ID\t\t: 0x%04X", record.vendorID());
   YLog::output(log_information, "DEVICE Product ID\t\t: 0x%04X", record.productID());
   YLog::output(log_information, "DEVICE Revised ID\t\t: 0x%04X", record.revisedID());
@@ -110,7 +110,7 @@ void common_device_printf(const YUsbInfoDevice& record) noexcept {
 }
 
 bool device_traverse(_yusb_context* /*ctx*/, const device_visitor& visitor) noexcept {
-  if (!visitor || refused() || !has_devices()) return false;
+  if (!visitor || reject_reentry() || !device_list_exists()) return false;
   common_device_traverse(visitor);
   return true;
 }

@@ -33,7 +33,7 @@ void state_create() noexcept {
 }
 
 void state_destroy() noexcept NO_THREAD_SAFETY_ANALYSIS {
-  if (has_contexts()) {
+  if (contexts_exist()) {
     while (!_global_context_array->empty()) {
       _yusb_context* const context = *_global_context_array->begin();
       _global_context_array->erase(_global_context_array->begin());

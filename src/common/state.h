@@ -25,8 +25,10 @@ extern context_set* _global_context_array PT_GUARDED_BY(_global_context_mutex);
 extern Mutex* _global_device_mutex ACQUIRED_AFTER(_global_context_mutex);
 extern device_list* _global_device_array PT_GUARDED_BY(_global_device_mutex);
 
-inline bool has_contexts() { return _global_context_array != nullptr && _global_context_mutex != nullptr; }
-inline bool has_devices() { return _global_device_array != nullptr && _global_device_mutex != nullptr; }
+inline bool contexts_exist() { return _global_context_array != nullptr && _global_context_mutex != nullptr; }
+inline bool device_list_exists() {
+  return _global_device_array != nullptr && _global_device_mutex != nullptr;
+}
 
 // Creates the pair of contexts and the pair of devices, each unless half of it is there already.
 void state_create() noexcept;

@@ -18,7 +18,7 @@ void replay(yusb_device_event_interface* iface, _yusb_device_event event) {
 }  // namespace
 
 bool common_notify_append(_yusb_context* ctx, yusb_device_event_interface* iface) noexcept {
-  if (refused() || !has_devices()) return false;
+  if (reject_reentry() || !device_list_exists()) return false;
   {
     const MutexLock lock(&ctx->mutex);
     if (!ctx->interfaces.insert(iface).second) return false;
@@ -28,7 +28,7 @@ bool common_notify_append(_yusb_context* ctx, yusb_device_event_interface* iface
 }
 
 bool common_notify_remove(_yusb_context* ctx, yusb_device_event_interface* iface) noexcept {
-  if (refused() || !has_devices()) return false;
+  if (reject_reentry() || !device_list_exists()) return false;
   {
     const MutexLock lock(&ctx->mutex);
     if (ctx->interfaces.erase(iface) == 0) return false;

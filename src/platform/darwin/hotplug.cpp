@@ -20,7 +20,7 @@
 
 namespace {
 
-using yusb::client_code;
+using yusb::callback_scope;
 using yusb::log_error;
 
 // ---- Reading a device ----
@@ -104,7 +104,7 @@ void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) noex
     const kern_return_t status =
         IOCreatePlugInInterfaceForService(service, deviceType, plugInInterface, &plugin, &score);
     if (status != 0 || plugin == nullptr) {
-      const client_code sink;
+      const callback_scope sink;
       YLog::output(log_error, "[ %s : %d ] Unable to create a plug-in (%08x)", "darwin_handle_device_append",
                    kNoPlugIn, static_cast<unsigned>(status));
       IOObjectRelease(service);
@@ -114,7 +114,7 @@ void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) noex
         (*plugin)->QueryInterface(plugin, deviceInterface, reinterpret_cast<LPVOID*>(&device));
     (*plugin)->Release(plugin);
     if (answer != 0 || device == nullptr) {
-      const client_code sink;
+      const callback_scope sink;
       YLog::output(log_error, "[ %s : %d ] Couldn't create a device interface (%08x)",
                    "darwin_handle_device_append", kNoDeviceInterface, static_cast<unsigned>(answer));
       IOObjectRelease(service);
@@ -151,7 +151,7 @@ void darwin_handle_device_remove(void* /*context*/, io_iterator_t iterator) noex
 constexpr const char* kDeviceClass = "IOUSBDevice";
 
 void report_failure(const char* what, kern_return_t status, int line = __builtin_LINE()) {
-  const client_code sink;
+  const callback_scope sink;
   YLog::output(log_error, "[ %s : %d ] Unable to %s (%08x)", "darwin_create_device_notify_thread", line, what,
                static_cast<unsigned>(status));
 }
@@ -263,7 +263,7 @@ bool platform_hotplug_start(_yusb_platform_context* context) noexcept {
     std::thread(darwin_thread_system_monitor, context).detach();
   } catch (const std::exception& error) {
     context->monitor = yusb_monitor::none;
-    const client_code sink;
+    const callback_scope sink;
     YLog::output(log_error, "[ %s : %d ] Unable to create the monitor thread (%s)", __func__, __LINE__,
                  error.what());
     return false;
@@ -272,7 +272,7 @@ bool platform_hotplug_start(_yusb_platform_context* context) noexcept {
 }
 
 bool platform_hotplug_stop(_yusb_platform_context* context) noexcept {
-  if (context == nullptr || refused()) return true;
+  if (context == nullptr || reject_reentry()) return true;
   if (platform_is_monitor_thread()) {
     report_reentry(__func__, __LINE__);
     return true;
