@@ -2,6 +2,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <map>
@@ -46,6 +47,7 @@ outcome shell(const std::string& command, const std::string& scenario = kPhones)
   const std::string file = testing::TempDir() + "program_test." + std::to_string(getpid());
   std::ofstream(file) << scenario;
   const std::string script = "p='" YUSB_PROGRAM "' f='" + file + "'" + kFunctions + command;
+  std::signal(SIGINT, SIG_DFL);  // ignored in what a script runs in the background, and then by yusb too
   FILE* const pipe = popen(script.c_str(), "r");
   std::string text;
   for (int c; (c = std::fgetc(pipe)) != EOF;) text += static_cast<char>(c);

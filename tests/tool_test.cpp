@@ -43,12 +43,14 @@ TEST(ToolStopSignal, ReportsThatTheReaderClosedThePipe) {
 
 TEST(ToolStopSignal, LeavesAnIgnoredInterruptIgnored) {
   const auto previous = std::signal(SIGINT, SIG_IGN);
-  const stop_signal stop;
-  pollfd asked = {stop.descriptor(), POLLIN, 0};
-  raise(SIGINT);
-  EXPECT_EQ(poll(&asked, 1, 0), 0);
-  raise(SIGTERM);
-  EXPECT_EQ(poll(&asked, 1, 0), 1);
+  {
+    const stop_signal stop;
+    pollfd asked = {stop.descriptor(), POLLIN, 0};
+    raise(SIGINT);
+    EXPECT_EQ(poll(&asked, 1, 0), 0);
+    raise(SIGTERM);
+    EXPECT_EQ(poll(&asked, 1, 0), 1);
+  }
   std::signal(SIGINT, previous);
 }
 
