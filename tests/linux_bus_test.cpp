@@ -199,7 +199,8 @@ TEST_F(LinuxBus, TellsEachDeviceOnceParentsFirstWhateverTheOrderOfTheDirectory) 
   plug("1-3", 9);
   EXPECT_EQ(changes(), "+0x1300000 ");
   opened.reset();
-  EXPECT_EQ(entries("/proc/self/fd"), descriptors);
+  EXPECT_TRUE(comes_true([&] { return entries("/proc/self/fd") <= descriptors; }))
+      << "umockdev closes its own late";
 }
 
 TEST_F(LinuxBus, AnswersFromTheKernelsCacheStringsByteForByte) {
