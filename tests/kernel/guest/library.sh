@@ -111,11 +111,17 @@ xhci_bus() {
   done
 }
 
-# add PORT DRIVER [ID]: PORT is QEMU's, "2" or "2.3" behind a hub. Sets $path.
+# add PORT DRIVER [ID]: PORT is QEMU's, "2" or "2.3" behind a hub. Sets $path. A hub that is just being suspended may
+# not notice what is plugged into it: once more then.
 add() {
-  host device_add driver="$2" bus=xhci.0 port="$1" id="${3:-p$1}"
   path=$(xhci_bus)-$1
-  wait_until "$2 at $path" is_there "$path"
+  for attempt in 1 2 3; do
+    host device_add driver="$2" bus=xhci.0 port="$1" id="${3:-p$1}"
+    true_in 20 is_there "$path" && return 0
+    echo "note: attempt $attempt to add $2 at $path failed"
+    host device_del id="${3:-p$1}"
+  done
+  fail "the kernel does not see $2 at $path"
 }
 
 # remove PORT [ID]
