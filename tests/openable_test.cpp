@@ -1,7 +1,12 @@
 // Waiting until a device can be opened, on a simulated bus.
 #include <yusb_openable.h>
+#include <yusb_openable_queue.h>
 
+#include <atomic>
 #include <future>
+#include <map>
+#include <random>
+#include <thread>
 
 #include "support.h"
 
@@ -80,4 +85,85 @@ TEST_F(Openable, SeveralDevicesAreWaitedForAtOnce) {
   bus.unplug(id);
   EXPECT_EQ(next(), std::pair(3u, openability::gone));
   EXPECT_FALSE(waiter.wait(0ms, -1).has_value());
+}
+
+// "+0x1" an arrival, "!0x1" openable, "?0x1" timed out, "-0x1" a removal, "=0x10x2" a resync, or nothing.
+std::string next(openable_queue& queue, std::chrono::milliseconds limit = 0ms) {
+  const auto event = queue.next(limit);
+  if (!event) return "";
+  std::string text = std::string(1, "+!?-="[static_cast<int>(event->kind)]) + event->device.location().data();
+  for (const YUsbInfoDevice& device : event->devices) text += device.location().data();
+  return text;
+}
+
+TEST_F(Openable, AQueueReportsItAfterTheArrivalAndNotOfADeviceThatIsGone) {
+  const auto expect = [](openable_queue& queue, const strings& events) {
+    for (const auto& each : events) EXPECT_EQ(next(queue, each.empty() ? 0ms : 30000ms), each);
+  };
+  plug(0ms, 0x1);
+  openable_queue queue(30s, {}, 4, watch_end::removals), impatient(10ms);
+  plug({}, 0x2);
+  const int on_request = id;
+  expect(queue, {"+0x1", "+0x2", "!0x1", ""});
+  expect(impatient, {"+0x1", "+0x2", "!0x1", "?0x2"});
+  bus.open_node(on_request);
+  expect(queue, {"!0x2", ""});
+  expect(impatient, {""});
+
+  plug(0ms, 0x3);
+  bus.unplug(id);
+  plug({}, 0x4);
+  expect(queue, {"+0x3", "-0x3", "+0x4", ""});
+  bus.unplug(id);
+  settle();
+  expect(queue, {"-0x4", ""});
+  for (std::uint32_t location = 0x5; location < 0xA; ++location) plug(0ms, location);
+  expect(queue, {"=0x10x20x50x60x70x80x9", "!0x1", "!0x2", "!0x5"});
+  queue.close();
+  EXPECT_EQ(next(queue), "=");
+  EXPECT_EQ(next(queue, 30s), "");
+}
+
+// Threads plug and unplug devices whose nodes open at once, late, on request or never.
+TEST_F(Openable, AQueueAnswersEachDeviceOnceWhateverOtherThreadsDo) {
+  YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);
+  openable_queue queue(20ms, {}, 100'000);
+  std::atomic<bool> done{false};
+  std::vector<std::thread> threads;
+  for (std::uint32_t lane = 1; lane <= 4; ++lane) {
+    threads.emplace_back([this, lane] {
+      std::mt19937 random(lane);
+      for (std::uint32_t step = 1; step <= 200; ++step) {
+        simulated_device device = make_device(1, 1, lane << 24 | step);
+        device.openable_after.reset();
+        if (random() % 2 == 0) device.openable_after = std::chrono::milliseconds(random() % 3);
+        const int plugged = bus.plug(device);
+        if (random() % 4 == 0) bus.open_node(plugged);
+        if (random() % 4 == 0) bus.unplug(plugged);
+      }
+    });
+  }
+  std::map<std::string, std::string> heard;  // by location: "+!", "+-", ...
+  const auto take = [&](std::chrono::milliseconds limit) {
+    const std::string event = next(queue, limit);
+    if (!event.empty()) heard[event.substr(1)] += event[0];
+    return !event.empty();
+  };
+  std::thread ending([&] {
+    for (std::thread& each : threads) each.join();
+    settle();
+    done = true;
+  });
+  while (!done) take(1ms);
+  ending.join();
+  const auto answered = [&] {
+    return std::none_of(heard.begin(), heard.end(), [](const auto& each) { return each.second == "+"; });
+  };
+  while (!answered() || take(0ms)) ASSERT_TRUE(answered() || take(30s));
+  EXPECT_EQ(heard.size(), 800u);
+  for (const auto& [location, events] : heard) {
+    const bool valid =
+        events == "+!" || events == "+?" || events == "+-" || events == "+!-" || events == "+?-";
+    EXPECT_TRUE(valid) << location << " " << events;
+  }
 }
