@@ -13,7 +13,7 @@ for document in "$@"; do
   # The commands are of the form: c++ ... program.cpp -o program $(pkg-config ... MODULE)
   sed -E 's/\\-/-/g' "$root/$document" | grep -oE 'c\+\+ [^`]*\$\(pkg-config [^)]*\)' >"$work/commands"
   for sample in "$work/$name"_*.cpp; do
-    if grep -qE 'yusb_(bus|simulator)\.h' "$sample"; then module='YorvanUsb[A-Z][A-Za-z]*'; else module=YorvanUsb; fi
+    if grep -qE 'yusb_(bus|details|openable[a-z_]*|simulator)\.h' "$sample"; then module='YorvanUsb[A-Z][A-Za-z]*'; else module=YorvanUsb; fi
     command=$(grep -m 1 -E " $module\)\$" "$work/commands") || {
       echo "$document shows no command with pkg-config's $module"
       exit 1
