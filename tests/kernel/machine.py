@@ -183,7 +183,7 @@ class Machine:
         (tree / "bin/systemd-udevd").symlink_to("udevadm")
         shutil.copytree(self._user_land / "lib/udev", tree / "lib/udev", symlinks=True,
                         ignore=shutil.ignore_patterns("hwdb.d", "hwdb.bin"))
-        for program in ("usb-device", "usb-watch", "usb-compare", "usb-uevents", "usb-wide-hub"):
+        for program in ("usb-device", "usb-watch", "usb-compare", "usb-uevents", "usb-wide-hub", "usb-open"):
             shutil.copy(self._programs / program, tree / "bin")
         shutil.copy(self._programs / "project/tools/yusb", tree / "bin")
         self._copy_libraries(tree)

@@ -19,7 +19,8 @@ import vm
 SCENARIOS = machine.HERE / "scenarios"
 SCENARIO_SECONDS = 600
 LONG_SECONDS = 30 * 60
-LONG = {"storm": ["steps=120"], "exits-without-a-release": ["hosts=100"]}
+LONG = {"storm": ["steps=120"], "exits-without-a-release": ["hosts=100"],
+        "opening-devices-without-privilege": ["devices=1000"]}
 
 
 def sentence(name):

@@ -3,6 +3,7 @@
 //
 // --release 0100  --speed full|high|super  --manufacturer, --product, --serial TEXT (UTF-8)
 // --language 0409         of its strings
+// --interface FF0000      class, subclass and protocol of its one interface
 // --stall LETTERS         refuses these strings: m, p, s, and l for the table of languages
 // --hold LETTERS          never answers requests for these; "a": nothing at all
 // --times N --for MS      is attached for MS milliseconds, detached and attached again at once, N times
@@ -41,6 +42,7 @@ struct description {
   std::string speed = "high";
   std::string strings[3];  // manufacturer, product, serial number
   unsigned language = 0x0409;
+  unsigned interface = 0xFF0000;
   std::string stall;
   std::string hold;
   int times = 1;
@@ -92,8 +94,14 @@ bytes device_descriptor(const description& of) {
   return result;
 }
 
-// One interface of the maker's own class, without endpoints.
-const bytes configuration = {9, 2, 18, 0, 1, 1, 0, 0x80, 50, 9, 4, 0, 0, 0, 0xFF, 0, 0, 0};
+// One interface without endpoints.
+bytes configuration(const description& of) {
+  bytes result = {9, 2, 18, 0, 1, 1, 0, 0x80, 50, 9, 4, 0, 0, 0};
+  for (const int shift : {16, 8, 0}) result.push_back(static_cast<std::uint8_t>(of.interface >> shift));
+  result.push_back(0);
+  return result;
+}
+
 const bytes capabilities = {5, 15, 22, 0, 2, 7, 16, 2, 2, 0, 0, 0, 10, 16, 3, 0, 14, 0, 1, 10, 255, 7};
 
 struct setup {
@@ -117,7 +125,7 @@ std::optional<bytes> answer(const description& of, const setup& asked) {
     case 1:
       return device_descriptor(of);
     case 2:
-      return configuration;
+      return configuration(of);
     case 3:
       if (index > 3 || has(of.stall, "lmps"[index])) return std::nullopt;
       if (index != 0) return string_descriptor(of.strings[index - 1]);
@@ -229,6 +237,8 @@ description parse(int argc, char** argv) {
       result.strings[2] = value;
     else if (option == "--language")
       result.language = static_cast<unsigned>(std::stoul(value, nullptr, 16));
+    else if (option == "--interface")
+      result.interface = static_cast<unsigned>(std::stoul(value, nullptr, 16));
     else if (option == "--stall")
       result.stall = value;
     else if (option == "--hold")

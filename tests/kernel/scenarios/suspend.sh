@@ -13,6 +13,11 @@ compare_streams
 active=$(cat $power/active_duration)
 for user in $users; do (as_user $user yusb list --json) | grep -qF SLEEPER || fail "$user does not see it"; done
 compare_streams
+mkdir -m 777 opening
+(as_user nobody usb-open 100 >opening/events) &
+opening=$!
+wait_until "an answer" grep -q '^timed-out SLEEPER' opening/events
+kill $opening
 is_suspended || fail "the device is $(cat $power/runtime_status)"
 [ "$(cat $power/active_duration)" = "$active" ] || fail "it was active for $(cat $power/active_duration) ms, not $active"
 echo on >$power/control
