@@ -84,6 +84,8 @@ TEST_F(Openable, SeveralDevicesAreWaitedForAtOnce) {
   waiter.remove(4);
   bus.unplug(id);
   EXPECT_EQ(next(), std::pair(3u, openability::gone));
+  waiter.add(5, late, 0ms);
+  EXPECT_EQ(next(), std::pair(5u, openability::openable));
   EXPECT_FALSE(waiter.wait(0ms, -1).has_value());
 }
 
