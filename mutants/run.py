@@ -413,7 +413,8 @@ def main():
         if not check(chosen):
             return 1
         if given.check:
-            print(f"{len(chosen)} mutants apply")
+            explained = sum(mutant.survives is not None for mutant in chosen)
+            print(f"{len(chosen)} mutants apply, {explained} of them with the reason why they survive")
             return 0
         for each in (signal.SIGTERM, signal.SIGHUP):
             signal.signal(each, signal.default_int_handler)
