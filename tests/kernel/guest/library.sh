@@ -155,7 +155,7 @@ watch_bus() {
     clients="$clients $!"
     (as_user $user usb-watch $user 2>$user/watch.log) &
     clients="$clients $!"
-    wait_until "the streams of $user" [ -s $user/watcher.stream -a -s $user/queue.stream ]
+    wait_until "the streams of $user" [ -s $user/watcher.stream -a -s $user/queue.stream -a -s $user/yusb.stream ]
   done
 }
 
