@@ -3,7 +3,11 @@
 #ifndef YORVAN_COREFOUNDATION_CFBASE_H_
 #define YORVAN_COREFOUNDATION_CFBASE_H_
 
+#if defined(YUSB_STATIC)
+#define YORVAN_APPLE_EXPORT extern "C"  // a library that bundles these does not export Apple's names
+#else
 #define YORVAN_APPLE_EXPORT extern "C" __attribute__((visibility("default")))
+#endif
 
 typedef unsigned char Boolean;
 typedef unsigned char UInt8;
