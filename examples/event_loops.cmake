@@ -27,8 +27,8 @@ endif()
 event_loop(loop_glib YUSB_GLIB_FOUND "libglib2.0-dev" PkgConfig::YUSB_GLIB)
 
 set(CMAKE_REQUIRED_FLAGS ${CMAKE_CXX20_STANDARD_COMPILE_OPTION})
-check_cxx_source_compiles("#include <asio.hpp>\n#include <version>\nstatic_assert(__cpp_lib_coroutine);\nint main() {}"
-  YUSB_ASIO)
+# Asio declares this only where it sees that the compiler and its library have coroutines.
+check_cxx_source_compiles("#include <asio.hpp>\nasio::awaitable<void> nothing() { co_return; }\nint main() {}" YUSB_ASIO)
 unset(CMAKE_REQUIRED_FLAGS)
 event_loop(loop_asio YUSB_ASIO "libasio-dev and C++20 coroutines")
 if(TARGET loop_asio)
