@@ -1,10 +1,9 @@
 // The descriptor of a watch queue is readable when it should be, and costs no more system calls than it says.
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/resource.h>
 
 #include <cerrno>
-#include <cstdint>
+#include <functional>
 #include <future>
 #include <system_error>
 
@@ -20,7 +19,15 @@ using namespace std::chrono_literals;
 
 namespace {
 
-std::atomic<long> _calls{0};  // of read and write in this program, for which the linker puts those below
+// The linker puts the functions below for those that this program calls.
+std::atomic<long> _calls{0};          // of read and write
+std::atomic<bool> _exhausted{false};  // there is no free descriptor
+
+int refused_or(const std::function<int()>& open) {
+  if (!_exhausted) return open();
+  errno = EMFILE;
+  return -1;
+}
 
 }  // namespace
 
@@ -31,6 +38,14 @@ extern "C" ssize_t __wrap_read(int from, void* to, std::size_t size) {
 }
 extern "C" ssize_t __wrap_write(int to, const void* from, std::size_t size) {
   return ++_calls, __real_write(to, from, size);
+}
+extern "C" int __real_eventfd(unsigned, int);
+extern "C" int __real_pipe(int[2]);
+extern "C" int __wrap_eventfd(unsigned count, int flags) {
+  return refused_or([&] { return __real_eventfd(count, flags); });
+}
+extern "C" int __wrap_pipe(int ends[2]) {
+  return refused_or([&] { return __real_pipe(ends); });
 }
 
 struct Descriptor : Library {
@@ -98,17 +113,14 @@ TEST_F(Descriptor, BelongsToTheQueueAndNotToTheProgramsThatItsHostStarts) {
 
 TEST_F(Descriptor, ThatCannotBeHadIsAnErrorAndTheQueueGoesOn) {
   watch_queue queue;
-  rlimit before;
-  getrlimit(RLIMIT_NOFILE, &before);
-  const rlimit none = {0, before.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &none);
+  _exhausted = true;
   try {
     queue.descriptor();
     ADD_FAILURE();
   } catch (const std::system_error& error) {
     EXPECT_EQ(error.code(), std::errc::too_many_files_open) << error.what();
   }
-  setrlimit(RLIMIT_NOFILE, &before);
+  _exhausted = false;
   append({"1", "2"});
   const int descriptor = queue.descriptor();
   EXPECT_TRUE(queue.next(0ms) && readable(descriptor) && queue.next(0ms) && !readable(descriptor));
