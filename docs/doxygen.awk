@@ -12,6 +12,7 @@ BEGIN {
   title["details"] = "What a device is"
   title["openable"] = "When a device can be opened"
   title["openable_queue"] = "A queue that reports openable devices"
+  title["location"] = "Port paths and location IDs"
   title["bus"] = "The bus"
   title["simulator"] = "The simulated bus"
   group["Life"] = "life"

@@ -21,13 +21,14 @@
 
 #include <YorvanCore/YLog.h>
 #include <dirent.h>
+#include <yusb_location.h>
 
 #include "bus/bus.h"
-#include "bus/location.h"
 #include "linux/sysfs.h"
 #include "linux/uevent.h"
 #include "require.h"
 
+using namespace yusb;
 using namespace yusb::port;
 
 namespace {
@@ -63,11 +64,11 @@ struct datagram {
   std::uint32_t user;
 };
 
-using address_map = std::map<std::string, unsigned, decltype(&path_before)>;  // in tree order
+using address_map = std::map<std::string, unsigned, decltype(&port_path_before)>;  // in tree order
 
 std::string hub_of(const std::string& path) {
   const std::size_t end = path.rfind('.');
-  return end == std::string::npos ? "usb" + std::to_string(bus_of(path)) : path.substr(0, end);
+  return end == std::string::npos ? "usb" + std::to_string(bus_of_path(path)) : path.substr(0, end);
 }
 
 // What the kernel has, and what it has said.
@@ -77,7 +78,7 @@ struct kernel {
     require(mkdtemp(name) != nullptr, "has a folder");
     return std::string(name);
   }();
-  address_map devices{path_before};
+  address_map devices{port_path_before};
   std::deque<datagram> queue;
   bool loss_is_news = false;
   bool is_full = false;  // until it was read empty, what is said is lost
@@ -119,7 +120,7 @@ struct kernel {
   void detach(const std::string path) {  // a copy: the path may be one of those that go
     while (true) {
       const auto last = std::find_if(devices.rbegin(), devices.rend(),
-                                     [&](auto& device) { return is_within(device.first, path); });
+                                     [&](auto& device) { return port_path_within(device.first, path); });
       if (last == devices.rend()) return;
       const std::string leaving = last->first;
       std::filesystem::remove_all(folder + "/" + leaving);
@@ -211,7 +212,7 @@ class reader {
   void require_all(const address_map& devices) {
     require(attached.size() == devices.size(), "the list equals the bus");
     for (const auto& [path, address] : devices)
-      require(attached.count(*location_of(path)) == 1, "the list equals the bus");
+      require(attached.count(*location_of_path(path)) == 1, "the list equals the bus");
   }
 
   std::set<std::uint32_t> attached;

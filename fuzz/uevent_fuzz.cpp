@@ -3,10 +3,12 @@
 #include <string>
 #include <vector>
 
-#include "bus/location.h"
+#include <yusb_location.h>
+
 #include "linux/uevent.h"
 #include "require.h"
 
+using namespace yusb;
 using namespace yusb::port;
 
 namespace {
@@ -14,7 +16,7 @@ namespace {
 void check_event(std::string_view datagram) {
   const std::optional<uevent> event = parse_uevent(datagram);
   if (!event.has_value()) return;
-  require(is_device_path(event->path) && event->devnum != 0, "an event names a device");
+  require(is_port_path(event->path) && event->devnum != 0, "an event names a device");
   char product[32];
   std::snprintf(product, sizeof product, "%x/%x/%x", event->numbers.vendor, event->numbers.product,
                 event->numbers.release);
@@ -39,11 +41,11 @@ std::string path_of(std::uint32_t location) {
 }
 
 void check_path(const std::string& path) {
-  const std::optional<std::uint32_t> location = location_of(path);
-  require(location.has_value() == is_device_path(path), "a path has a location, and nothing else has");
+  const std::optional<std::uint32_t> location = location_of_path(path);
+  require(location.has_value() == is_port_path(path), "a path has a location, and nothing else has");
   if (!location.has_value()) return;
   require(*location != 0, "no location is 0");
-  const std::uint32_t bus = bus_of(path);
+  const std::uint32_t bus = bus_of_path(path);
   require(bus != 0 && *location >> 24 == (bus <= 255 ? bus : 0), "the bus is the top byte");
   const bool fits = (*location & 0xF00000) != 0 || (*location & 0xFFFFFF) == 0;
   require(!fits || path_of(*location) == path, "only one path has a location of ports");
@@ -54,13 +56,17 @@ void check_path(const std::string& path) {
 
 void check_order(const std::vector<std::string>& paths) {
   for (const std::string& a : paths) {
-    require(is_within(a, a) && !path_before(a, a), "a path is within itself, not before itself");
+    require(port_path_within(a, a) && !port_path_before(a, a), "a path is within itself, not before itself");
     for (const std::string& b : paths) {
-      require(int{path_before(a, b)} + int{path_before(b, a)} + int{a == b} == 1, "paths are ordered");
-      require(!is_within(b, a) || a == b || path_before(a, b), "a hub is before what is behind it");
+      require(int{port_path_before(a, b)} + int{port_path_before(b, a)} + int{a == b} == 1,
+              "paths are ordered");
+      require(!port_path_within(b, a) || a == b || port_path_before(a, b),
+              "a hub is before what is behind it");
       for (const std::string& c : paths) {
-        require(!path_before(a, b) || !path_before(b, c) || path_before(a, c), "the order is transitive");
-        require(!is_within(c, a) || !path_before(a, b) || !path_before(b, c) || is_within(b, a),
+        require(!port_path_before(a, b) || !port_path_before(b, c) || port_path_before(a, c),
+                "the order is transitive");
+        require(!port_path_within(c, a) || !port_path_before(a, b) || !port_path_before(b, c) ||
+                    port_path_within(b, a),
                 "what is behind a hub is in one piece");
       }
     }
@@ -77,7 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t end = std::min(rest.find('\0'), rest.size());
     const std::string path(rest.substr(0, end));
     check_path(path);
-    if (is_device_path(path) && paths.size() < 12) paths.push_back(path);
+    if (is_port_path(path) && paths.size() < 12) paths.push_back(path);
     rest.remove_prefix(std::min(end + 1, rest.size()));
   }
   check_order(paths);

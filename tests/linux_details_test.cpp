@@ -5,8 +5,9 @@
 #include <cstring>
 #include <memory>
 
+#include <yusb_location.h>
+
 #include "bus/descriptors.h"
-#include "bus/location.h"
 #include "linux/details.h"
 #include "support.h"
 
@@ -84,7 +85,7 @@ struct LinuxDetails : testing::Test {
   static YUsbInfoDevice record(const std::string& path, const device_texts& texts = {},
                                std::uint32_t moved = 0) {
     YUsbInfoDevice made =
-        make_record(0x05AC, 0x1393, YString::format("0x%X", *location_of(path) + moved), nullptr, texts);
+        make_record(0x05AC, 0x1393, YString::format("0x%X", *location_of_path(path) + moved), nullptr, texts);
     made.setRevisedID(0x0107);
     return made;
   }
@@ -154,7 +155,7 @@ TEST_F(LinuxDetails, AreThoseOfTheRecordsDeviceOnly) {
 }
 
 TEST_F(LinuxDetails, AreFoundForALocationMadeFromAHash) {
-  ASSERT_EQ(location_of("1-22"), location_of("1-174.7"));
+  ASSERT_EQ(location_of_path("1-22"), location_of_path("1-174.7"));
   plug("usb1", {});
   for (const char* const path : {"1-22", "1-174.7", "300-1"})
     plug(path, {"serial=" + std::string(path), "product=P\\n", "manufacturer=M\\n"});

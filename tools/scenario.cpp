@@ -5,7 +5,8 @@
 #include <set>
 #include <utility>
 
-#include "bus/location.h"
+#include <yusb_location.h>
+
 #include "format/duration.h"
 #include "format/hex.h"
 #include "format/utf8.h"
@@ -127,7 +128,7 @@ class parser {
 
   static std::string path(line_reader& line) {
     const std::string_view text = line.word();
-    if (!port::is_device_path(text)) {
+    if (!is_port_path(text)) {
       throw fault{quoted(text) +
                   " is not a port path, such as usb1 for a root hub, 1-2 or 1-2.3 for a device behind it"};
     }
@@ -162,12 +163,12 @@ class parser {
       throw fault{"the device at " + hub + " is not a hub"};
   }
 
-  static std::string root_of(const std::string& path) { return "usb" + std::to_string(port::bus_of(path)); }
+  static std::string root_of(const std::string& path) { return "usb" + std::to_string(bus_of_path(path)); }
 
   // A location that no attached device has, chosen as the Linux bus does.
   std::uint32_t take_location(const std::string& where) {
-    std::uint32_t location = *port::location_of(where);
-    while (!_locations.insert(location).second) location = port::next_location(location);
+    std::uint32_t location = *location_of_path(where);
+    while (!_locations.insert(location).second) location = next_location(location);
     return location;
   }
 
@@ -199,7 +200,7 @@ class parser {
     const auto first = _attached.find(where);
     if (first == _attached.end()) throw fault{"no device is attached at " + where};
     const auto last = std::find_if(first, _attached.end(),
-                                   [&](const auto& entry) { return !port::is_within(entry.first, where); });
+                                   [&](const auto& entry) { return !port_path_within(entry.first, where); });
     for (auto leaving = last; leaving != first;) {
       --leaving;
       const std::size_t device = leaving->second.device;
@@ -212,7 +213,7 @@ class parser {
   scenario _result;
   std::set<std::uint32_t> _locations;  // of the attached devices
   // By path; path_before orders children after their hub.
-  std::map<std::string, attached, decltype(&port::path_before)> _attached{port::path_before};
+  std::map<std::string, attached, decltype(&port_path_before)> _attached{port_path_before};
 };
 
 }  // namespace

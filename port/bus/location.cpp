@@ -1,8 +1,7 @@
-#include "bus/location.h"
-
+#include <yusb_location.h>
 #include <algorithm>
 
-namespace yusb::port {
+namespace yusb {
 
 namespace {
 
@@ -42,7 +41,7 @@ std::uint32_t hash_of(std::string_view path) {
 
 }  // namespace
 
-bool is_device_path(std::string_view path) {
+bool is_port_path(std::string_view path) noexcept {
   if (path.substr(0, 3) == "usb") {
     path.remove_prefix(3);
     return take_number(path) != 0 && path.empty();
@@ -54,7 +53,7 @@ bool is_device_path(std::string_view path) {
   return path.empty();
 }
 
-bool path_before(std::string_view a, std::string_view b) {
+bool port_path_before(std::string_view a, std::string_view b) noexcept {
   a = numbers_of(a);
   b = numbers_of(b);
   const auto [left, right] = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
@@ -66,19 +65,19 @@ bool path_before(std::string_view a, std::string_view b) {
   return left_digits == right_digits ? a < b : left_digits < right_digits;
 }
 
-bool is_within(std::string_view path, std::string_view hub) {
+bool port_path_within(std::string_view path, std::string_view hub) noexcept {
   path = numbers_of(path);
   hub = numbers_of(hub);
   return path.substr(0, hub.size()) == hub && count_digits(path.substr(hub.size())) == 0;
 }
 
-std::uint32_t bus_of(std::string_view path) {
+std::uint32_t bus_of_path(std::string_view path) noexcept {
   path = numbers_of(path);
   return take_number(path);
 }
 
-std::optional<std::uint32_t> location_of(std::string_view path) {
-  if (!is_device_path(path)) return std::nullopt;
+std::optional<std::uint32_t> location_of_path(std::string_view path) noexcept {
+  if (!is_port_path(path)) return std::nullopt;
   std::string_view rest = numbers_of(path);
   const std::uint32_t bus = take_number(rest);
   bool fits = bus <= 255;
@@ -95,7 +94,7 @@ std::optional<std::uint32_t> location_of(std::string_view path) {
   return top | (hash == 0 ? 1 : hash);
 }
 
-std::string path_of(std::uint32_t location) {
+std::string path_of_location(std::uint32_t location) {
   const std::uint32_t bus = location >> 24;
   if (bus == 0) return {};
   std::string path = std::to_string(bus);
@@ -106,13 +105,13 @@ std::string path_of(std::uint32_t location) {
   return ports == 0 ? path : std::string();
 }
 
-bool may_collide(std::uint32_t location) {
+bool location_may_collide(std::uint32_t location) noexcept {
   return (location & 0x00F00000) == 0 && (location & 0x000FFFFF) != 0;
 }
 
-std::uint32_t next_location(std::uint32_t taken) {
+std::uint32_t next_location(std::uint32_t taken) noexcept {
   const std::uint32_t next = (taken + 1) & 0xFFFFF;
   return (taken & 0xFF000000) | (next == 0 ? 1 : next);
 }
 
-}  // namespace yusb::port
+}  // namespace yusb

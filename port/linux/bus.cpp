@@ -14,9 +14,9 @@
 
 #include <YorvanCore/YLog.h>
 #include <yusb_bus.h>
+#include <yusb_location.h>
 
 #include "bus/bus.h"
-#include "bus/location.h"
 #include "bus/settle.h"
 #include "linux/details.h"
 #include "linux/device.h"
@@ -185,7 +185,7 @@ change linux_session::arrive(iterator place, const std::string& path, device_ide
                              device_attributes attributes) {
   const std::uint32_t location = free_location(path);
   auto device =
-      std::make_shared<linux_device>(location, std::move(attributes), bus_of(path), identity.devnum);
+      std::make_shared<linux_device>(location, std::move(attributes), bus_of_path(path), identity.devnum);
   _attached.insert(place, {path, identity, location});
   return {true, std::move(device)};
 }
@@ -193,7 +193,7 @@ change linux_session::arrive(iterator place, const std::string& path, device_ide
 // Takes away the last of what is attached at or behind a device: children leave before their parents.
 change linux_session::depart(iterator device) {
   iterator last = device;
-  while (std::next(last) != _attached.end() && is_within(std::next(last)->path, device->path)) ++last;
+  while (std::next(last) != _attached.end() && port_path_within(std::next(last)->path, device->path)) ++last;
   change departed = {false, std::make_shared<linux_device>(last->location)};
   _attached.erase(last);
   return departed;
@@ -201,16 +201,16 @@ change linux_session::depart(iterator device) {
 
 linux_session::iterator linux_session::place_of(const std::string& path) {
   // Those that are there at the start come in order.
-  if (_attached.empty() || path_before(_attached.back().path, path)) return _attached.end();
+  if (_attached.empty() || port_path_before(_attached.back().path, path)) return _attached.end();
   return std::lower_bound(_attached.begin(), _attached.end(), path,
                           [](const attached_device& device, const std::string& searched) {
-                            return path_before(device.path, searched);
+                            return port_path_before(device.path, searched);
                           });
 }
 
 std::uint32_t linux_session::free_location(const std::string& path) const {
-  std::uint32_t location = location_of(path).value_or(0);
-  if (!may_collide(location)) return location;
+  std::uint32_t location = location_of_path(path).value_or(0);
+  if (!location_may_collide(location)) return location;
   const auto is_taken = [&](const attached_device& device) { return device.location == location; };
   while (std::any_of(_attached.begin(), _attached.end(), is_taken)) location = next_location(location);
   return location;

@@ -8,8 +8,9 @@
 #include <string_view>
 #include <utility>
 
+#include <yusb_location.h>
+
 #include "bus/descriptors.h"
-#include "bus/location.h"
 #include "linux/sysfs.h"
 
 namespace yusb::port {
@@ -131,7 +132,7 @@ std::optional<usb_details> read_details(const std::string& path, const record_ke
   details.class_code = described->class_code;
   details.subclass = described->subclass;
   details.protocol = described->protocol;
-  details.bus = bus_of(path);
+  details.bus = bus_of_path(path);
   details.port_path = path;
   details.speed = read_speed(device);
   details.configurations = described->configurations;
@@ -154,8 +155,8 @@ std::optional<usb_details> read_details(const std::string& path, const record_ke
 std::vector<std::string> hashed_paths(std::uint32_t location) {
   std::vector<std::pair<std::uint32_t, std::string>> found;
   for (std::string& path : list_devices().value_or(std::vector<std::string>())) {
-    std::uint32_t at = location_of(path).value_or(0);
-    if (!may_collide(at) || at >> 24 != location >> 24) continue;
+    std::uint32_t at = location_of_path(path).value_or(0);
+    if (!location_may_collide(at) || at >> 24 != location >> 24) continue;
     std::uint32_t steps = 0;
     for (; at != location && steps <= collision_limit; ++steps) at = next_location(at);
     if (steps <= collision_limit) found.emplace_back(steps, std::move(path));
@@ -170,8 +171,8 @@ std::vector<std::string> hashed_paths(std::uint32_t location) {
 }  // namespace
 
 std::optional<usb_details> linux_details(const record_key& record) {
-  if (!may_collide(record.location)) {
-    const std::string path = path_of(record.location);
+  if (!location_may_collide(record.location)) {
+    const std::string path = path_of_location(record.location);
     return path.empty() ? std::nullopt : read_details(path, record);
   }
   for (const std::string& path : hashed_paths(record.location)) {

@@ -9,7 +9,7 @@
 #include <charconv>
 #include <memory>
 
-#include "bus/location.h"
+#include <yusb_location.h>
 
 namespace yusb::port {
 
@@ -54,10 +54,10 @@ std::optional<std::vector<std::string>> list_devices() {
     errno = 0;
     const dirent* const entry = readdir(directory.get());
     if (entry == nullptr) break;
-    if (is_device_path(entry->d_name)) paths.emplace_back(entry->d_name);
+    if (is_port_path(entry->d_name)) paths.emplace_back(entry->d_name);
   }
   if (errno != 0) return std::nullopt;
-  std::sort(paths.begin(), paths.end(), path_before);
+  std::sort(paths.begin(), paths.end(), port_path_before);
   return paths;
 }
 

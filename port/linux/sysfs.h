@@ -20,8 +20,8 @@ namespace yusb::port {
 // Where the kernel lists them.
 constexpr char usb_devices_directory[] = "/sys/bus/usb/devices";
 
-// The paths (see location.h) of all devices, in tree order. Without a USB core there are none. Empty, with
-// errno set, if they cannot be listed.
+// The paths (see yusb_location.h) of all devices, in tree order. Without a USB core there are none. Empty,
+// with errno set, if they cannot be listed.
 std::optional<std::vector<std::string>> list_devices();
 
 // A device descriptor's numbers and what its three strings are.

@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-#include "bus/location.h"
+#include <yusb_location.h>
 
 namespace yusb::port {
 
@@ -53,7 +53,7 @@ std::optional<uevent> parse_uevent(std::string_view datagram) {
   std::uint32_t number = 0;
   const char* const end = devnum.data() + devnum.size();
   const auto [after, error] = std::from_chars(devnum.data(), end, number);
-  if (!is_device_path(path) || error != std::errc() || after != end || number == 0) return std::nullopt;
+  if (!is_port_path(path) || error != std::errc() || after != end || number == 0) return std::nullopt;
   return uevent{added, std::string(path), number, parse_product(product)};
 }
 

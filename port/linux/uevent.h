@@ -18,7 +18,7 @@ struct device_numbers {
 
 struct uevent {
   bool added = false;  // else removed
-  std::string path;    // "1-2.3"; see location.h
+  std::string path;    // "1-2.3"; see yusb_location.h
   std::uint32_t devnum =
       0;  // the device's address on its bus, which a device attached later at the same port does not share
   device_numbers numbers;

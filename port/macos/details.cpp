@@ -4,7 +4,8 @@
 #include <iterator>
 #include <string>
 
-#include "bus/location.h"
+#include <yusb_location.h>
+
 #include "macos/registry.h"
 
 namespace yusb::port {
@@ -129,7 +130,7 @@ std::optional<usb_details> read_details(io_service_t device, const record_key& r
   details.address = property(device, CFSTR("kUSBAddress"))
                         .number()
                         .value_or(number<std::uint32_t>(device, CFSTR("USB Address")));
-  details.port_path = path_of(record.location);
+  details.port_path = path_of_location(record.location);
   details.usb_version = number<std::uint16_t>(device, CFSTR("bcdUSB"));
   details.class_code = number<std::uint8_t>(device, CFSTR("bDeviceClass"));
   details.subclass = number<std::uint8_t>(device, CFSTR("bDeviceSubClass"));

@@ -1,6 +1,6 @@
 #include "simulator/details.h"
 
-#include "bus/location.h"
+#include <yusb_location.h>
 
 yusb::usb_details yusb::port::simulated_details(const simulated_device& described, int id) {
   usb_details details;
@@ -9,7 +9,8 @@ yusb::usb_details yusb::port::simulated_details(const simulated_device& describe
   details.release = described.release;
   details.bus = described.location >> 24;
   details.address = static_cast<std::uint32_t>(id);
-  details.port_path = described.port_path.empty() ? path_of(described.location) : described.port_path;
+  details.port_path =
+      described.port_path.empty() ? path_of_location(described.location) : described.port_path;
   details.usb_version = described.usb_version;
   details.class_code = described.class_code;
   details.subclass = described.subclass;
