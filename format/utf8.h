@@ -8,14 +8,12 @@
 #include <string_view>
 
 #include <YorvanCore/YString.h>
+#include <yusb_details/utf8.h>
 
 namespace yusb::format {
 
-// Removes the first code point from `text`, which must not be empty, and stores it. If `text` does not begin
-// with well-formed UTF-8, removes one byte and returns false.
-bool take_code_point(std::string_view& text, char32_t* code_point);
-
-void append_utf8(std::string& out, char32_t code_point);
+using detail::append_utf8;
+using detail::take_code_point;
 
 // A string of a record as UTF-8: each of its bytes is the Latin-1 character with that number.
 std::string utf8(const YString& text);

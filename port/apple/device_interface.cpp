@@ -56,7 +56,7 @@ IOReturn get(void* self, T* value) {
 }
 
 IOReturn device_request(void* self, IOUSBDevRequest* request) {
-  if (request == nullptr) return kIOReturnBadArgument;
+  if (request == nullptr) return status_bad_argument;
   control_request transfer = {request->bmRequestType,
                               request->bRequest,
                               request->wValue,
@@ -119,11 +119,11 @@ kern_return_t IOCreatePlugInInterfaceForService(io_service_t handle, CFUUIDRef p
                                                 SInt32* theScore) {
   before_call("IOCreatePlugInInterfaceForService");
   const auto found = find<service>(handle);
-  if (found == nullptr) return kIOReturnBadArgument;
+  if (found == nullptr) return status_bad_argument;
   static const CFUUIDRef knownPlugin = kIOUSBDeviceUserClientTypeID;  // equal ones are one object
   static const CFUUIDRef knownInterface = kIOCFPlugInInterfaceID;
   if (pluginType != knownPlugin || interfaceType != knownInterface) {
-    return kIOReturnUnsupported;
+    return status_unsupported;
   }
   const interface_result granted = found->attached->plugin();
   if (granted.status != status_ok) return granted.status;

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <utility>
 
+#include "bus/bus.h"
 #include "bus/no_destructor.h"
 
 namespace yusb::port {
@@ -50,5 +51,5 @@ bool drop_handle(io_object_t handle) {
 }  // namespace yusb::port
 
 kern_return_t IOObjectRelease(io_object_t object) {
-  return yusb::port::drop_handle(object) ? KERN_SUCCESS : kIOReturnBadArgument;
+  return yusb::port::drop_handle(object) ? KERN_SUCCESS : yusb::port::status_bad_argument;
 }

@@ -122,13 +122,13 @@ kern_return_t IOServiceAddMatchingNotification(IONotificationPortRef notifyPort,
                                                io_iterator_t* iterator) {
   const bool permitted = before_call("IOServiceAddMatchingNotification");
   if (notifyPort == nullptr) misuse("IOServiceAddMatchingNotification() called with a null port");
-  if (matching == nullptr) return kIOReturnBadArgument;
+  if (matching == nullptr) return status_bad_argument;
   const bool matches = matching->class_name == "IOUSBDevice";
   CFRelease(matching);
-  if (!permitted) return kIOReturnError;
+  if (!permitted) return status_error;
 
   const bool arrivals = std::strcmp(notificationType, kIOFirstMatchNotification) == 0;
-  if (!arrivals && std::strcmp(notificationType, kIOTerminatedNotification) != 0) return kIOReturnUnsupported;
+  if (!arrivals && std::strcmp(notificationType, kIOTerminatedNotification) != 0) return status_unsupported;
   const auto made = std::make_shared<notification>(arrivals, callback, refCon);
   if (matches) {
     if (arrivals) made->pending = notifyPort->source->attached();

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include <yusb_details.h>
+#include <yusb_simulator.h>
 
 #include "bus/nodes.h"
 
@@ -19,6 +20,7 @@ constexpr status status_ok = 0;
 constexpr status status_error = static_cast<status>(0xe00002bc);          // kIOReturnError
 constexpr status status_no_device = static_cast<status>(0xe00002c0);      // kIOReturnNoDevice
 constexpr status status_bad_argument = static_cast<status>(0xe00002c2);   // kIOReturnBadArgument
+constexpr status status_unsupported = static_cast<status>(0xe00002c7);    // kIOReturnUnsupported
 constexpr status status_not_permitted = static_cast<status>(0xe00002e2);  // kIOReturnNotPermitted
 constexpr status status_timeout = static_cast<status>(0xe00002d6);        // kIOReturnTimeout
 constexpr status status_stalled = static_cast<status>(0xe000404f);        // kIOUSBPipeStalled
@@ -32,17 +34,26 @@ struct control_request {
   std::uint16_t length;
   void* data;                 // `length` bytes
   std::uint32_t transferred;  // set by the device
+
+  // GET_DESCRIPTOR for the string whose index is the low byte of `value`.
+  bool is_for_string() const { return request_type == 0x80 && request == 6 && value >> 8 == 3; }
+
+  // Copies the start of a reply, as much as was asked for.
+  void answer(const std::uint8_t* bytes, std::size_t size);
 };
 
-enum class device_field {
-  vendor,
-  product,
-  release,
-  location,
-  manufacturer_index,
-  product_index,
-  serial_number_index
+using device_field = simulated_number;  // one enumeration: any field of a simulated device can fail
+
+// The numbers of a device descriptor that a record has.
+struct device_numbers {
+  std::uint16_t vendor = 0;
+  std::uint16_t product = 0;
+  std::uint16_t release = 0;
 };
+
+// What read() gives for a field. `string_index`: of manufacturer, product and serial number; 0 for none.
+std::uint32_t field_value(device_field field, const device_numbers& numbers, std::uint32_t location,
+                          const std::array<std::uint8_t, 3>& string_index);
 
 // What creating a plug-in or a device interface comes to: a real bus always grants both.
 struct interface_result {

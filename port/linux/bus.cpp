@@ -12,11 +12,11 @@
 #include <utility>
 #include <vector>
 
-#include <YorvanCore/YLog.h>
 #include <yusb_bus.h>
 #include <yusb_location.h>
 
 #include "bus/bus.h"
+#include "bus/log.h"
 #include "bus/settle.h"
 #include "linux/details.h"
 #include "linux/device.h"
@@ -27,9 +27,6 @@
 namespace yusb::port {
 
 namespace {
-
-constexpr auto log_warning = static_cast<EYORVAN_LOG_LEVEL>(3);
-constexpr auto log_error = static_cast<EYORVAN_LOG_LEVEL>(4);
 
 constexpr time_t rescan_interval = 1;     // seconds
 constexpr unsigned receive_interval = 8;  // changes

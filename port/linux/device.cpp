@@ -4,11 +4,9 @@
 #include <linux/usbdevice_fs.h>
 #include <sys/ioctl.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 
 #include "bus/string_descriptor.h"
 
@@ -47,29 +45,7 @@ port::status status_of(int error) {
 
 port::status linux_device::read(device_field field, std::uint32_t* value) {
   if (_devnum == 0 && field != device_field::location) return status_no_device;
-  switch (field) {
-    case device_field::vendor:
-      *value = _attributes.numbers.vendor;
-      break;
-    case device_field::product:
-      *value = _attributes.numbers.product;
-      break;
-    case device_field::release:
-      *value = _attributes.numbers.release;
-      break;
-    case device_field::manufacturer_index:
-      *value = _attributes.index[0];
-      break;
-    case device_field::product_index:
-      *value = _attributes.index[1];
-      break;
-    case device_field::serial_number_index:
-      *value = _attributes.index[2];
-      break;
-    case device_field::location:
-      *value = _location;
-      break;
-  }
+  *value = field_value(field, _attributes.numbers, _location, _attributes.index);
   return status_ok;
 }
 
@@ -77,12 +53,11 @@ port::status linux_device::control(control_request& request) {
   request.transferred = 0;
   if (request.data == nullptr && request.length != 0) return status_bad_argument;
   if (_devnum == 0) return status_no_device;
-  const bool wants_string = request.request_type == 0x80 && request.request == 6 && request.value >> 8 == 3;
-  const std::string_view known = wants_string ? text(static_cast<std::uint8_t>(request.value)) : "";
+  const std::string_view known =
+      request.is_for_string() ? text(static_cast<std::uint8_t>(request.value)) : "";
   if (known.empty()) return ask_device(request);
   const string_descriptor reply = encode_string_descriptor(known);
-  request.transferred = static_cast<std::uint32_t>(std::min<std::size_t>(reply.size, request.length));
-  if (request.transferred != 0) std::memcpy(request.data, reply.bytes.data(), request.transferred);
+  request.answer(reply.bytes.data(), reply.size);
   return status_ok;
 }
 

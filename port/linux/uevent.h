@@ -7,21 +7,16 @@
 #include <string>
 #include <string_view>
 
-namespace yusb::port {
+#include "bus/bus.h"
 
-// The numbers of a device descriptor; all 0 where they are not known.
-struct device_numbers {
-  std::uint16_t vendor = 0;
-  std::uint16_t product = 0;
-  std::uint16_t release = 0;
-};
+namespace yusb::port {
 
 struct uevent {
   bool added = false;  // else removed
-  std::string path;    // "1-2.3"; see yusb_location.h
-  std::uint32_t devnum =
-      0;  // the device's address on its bus, which a device attached later at the same port does not share
-  device_numbers numbers;
+  std::string path;    // a port path
+  // The device's address on its bus, which a device attached later at the same port does not share.
+  std::uint32_t devnum = 0;
+  device_numbers numbers;  // all 0 where they are not known
 };
 
 // Reads one datagram of the kernel's uevent socket: a header, then KEY=value fields, each ended by a zero

@@ -3,7 +3,6 @@
 #include <sys/eventfd.h>
 
 #include <algorithm>
-#include <cstring>
 #include <thread>
 
 #include "bus/record_key.h"
@@ -19,30 +18,14 @@ attachment::attachment(const simulated_device& described, int id)
                                                      : clock::time_point::max()) {}
 
 port::status attachment::read(device_field field, std::uint32_t* value) {
-  if (_described.failing.count(static_cast<simulated_number>(field)) != 0) return status_error;
-  switch (field) {
-    case device_field::vendor:
-      *value = _described.vendor;
-      break;
-    case device_field::product:
-      *value = _described.product;
-      break;
-    case device_field::release:
-      *value = _described.release;
-      break;
-    case device_field::location:
-      *value = _described.location;
-      break;
-    case device_field::manufacturer_index:
-      *value = _described.manufacturer.has_value() ? 1 : 0;
-      break;
-    case device_field::product_index:
-      *value = _described.product_name.has_value() ? 2 : 0;
-      break;
-    case device_field::serial_number_index:
-      *value = _described.serial_number.has_value() ? 3 : 0;
-      break;
-  }
+  if (_described.failing.count(field) != 0) return status_error;
+  const auto index = [](const auto& text, std::uint8_t used) {
+    return text.has_value() ? used : std::uint8_t{0};
+  };
+  *value =
+      field_value(field, {_described.vendor, _described.product, _described.release}, _described.location,
+                  {index(_described.manufacturer, 1), index(_described.product_name, 2),
+                   index(_described.serial_number, 3)});
   return status_ok;
 }
 
@@ -56,8 +39,7 @@ port::status attachment::control(control_request& request) {
   const simulated_reply reply = answer(request);
   std::this_thread::sleep_for(reply.delay);
   if (reply.status != status_ok) return reply.status;
-  request.transferred = static_cast<std::uint32_t>(std::min<std::size_t>(reply.bytes.size(), request.length));
-  if (request.transferred != 0) std::memcpy(request.data, reply.bytes.data(), request.transferred);
+  request.answer(reply.bytes.data(), reply.bytes.size());
   return status_ok;
 }
 
@@ -134,9 +116,8 @@ void attachment::forget(int eventfd) {
 }
 
 simulated_reply attachment::answer(const control_request& request) const {
-  const bool string = request.request_type == 0x80 && request.request == 6 && request.value >> 8 == 3;
   const int index = request.value & 0xFF;
-  if (!string || index < 1 || index > 3) return {status_stalled, {}, {}};
+  if (!request.is_for_string() || index < 1 || index > 3) return {status_stalled, {}, {}};
   const auto replaced = _described.replies.find(index);
   if (replaced != _described.replies.end()) return replaced->second;
   const std::optional<std::string>* const texts[] = {&_described.manufacturer, &_described.product_name,

@@ -1,7 +1,5 @@
 #include <yusb_simulator.h>
 
-#include <YorvanCore/YLog.h>
-
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -13,6 +11,7 @@
 #include "apple/call_hook.h"
 #include "apple/instance_counter.h"
 #include "bus/bus.h"
+#include "bus/log.h"
 #include "bus/settle.h"
 #include "simulator/attachment.h"
 #include "simulator/nodes.h"
@@ -33,6 +32,12 @@ struct simulator::implementation : port::bus, std::enable_shared_from_this<simul
   std::optional<usb_details> details(const port::record_key& record) override;
   std::unique_ptr<port::node_watch> watch_nodes() override;
   void tell(const port::change& change);
+
+  // Null if nothing with that number is attached. With the mutex held.
+  std::shared_ptr<attachment> find(int id) const {
+    const auto found = attached.find(id);
+    return found == attached.end() ? nullptr : found->second;
+  }
 };
 
 // One session: the changes that its reader has not taken yet.
@@ -88,7 +93,7 @@ class simulator::implementation::watch : public port::session {
 std::unique_ptr<port::session> simulator::implementation::open() {
   auto opened = std::make_unique<watch>(shared_from_this());
   if (opened->poll_fds()[0] >= 0) return opened;
-  YLog::output(static_cast<EYORVAN_LOG_LEVEL>(4), "No descriptor is left for the simulated bus");
+  YLog::output(port::log_error, "No descriptor is left for the simulated bus");
   return nullptr;
 }
 
@@ -134,19 +139,19 @@ int simulator::plug(const simulated_device& device) {
 
 bool simulator::unplug(int id) {
   const std::lock_guard<std::mutex> lock(_implementation->mutex);
-  const auto found = _implementation->attached.find(id);
-  if (found == _implementation->attached.end()) return false;
-  found->second->leave();
-  _implementation->tell({false, found->second});
-  _implementation->attached.erase(found);
+  const auto found = _implementation->find(id);
+  if (found == nullptr) return false;
+  found->leave();
+  _implementation->tell({false, found});
+  _implementation->attached.erase(id);
   return true;
 }
 
 bool simulator::open_node(int id) {
   const std::lock_guard<std::mutex> lock(_implementation->mutex);
-  const auto found = _implementation->attached.find(id);
-  if (found == _implementation->attached.end()) return false;
-  found->second->open_node();
+  const auto found = _implementation->find(id);
+  if (found == nullptr) return false;
+  found->open_node();
   return true;
 }
 
@@ -154,9 +159,8 @@ bool simulator::settle(std::chrono::milliseconds limit) { return bus_settle(limi
 
 std::vector<simulated_request> simulator::requests(int id) const {
   const std::lock_guard<std::mutex> lock(_implementation->mutex);
-  const auto found = _implementation->attached.find(id);
-  return found == _implementation->attached.end() ? std::vector<simulated_request>()
-                                                  : found->second->requests();
+  const auto found = _implementation->find(id);
+  return found == nullptr ? std::vector<simulated_request>() : found->requests();
 }
 
 std::vector<std::string> simulator::leaks() {

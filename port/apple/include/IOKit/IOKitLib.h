@@ -18,10 +18,6 @@ typedef struct IONotificationPort* IONotificationPortRef;
 typedef void (*IOServiceMatchingCallback)(void* refcon, io_iterator_t iterator);
 
 #define KERN_SUCCESS 0
-#define kIOReturnError ((IOReturn)0xe00002bc)
-#define kIOReturnNoDevice ((IOReturn)0xe00002c0)
-#define kIOReturnBadArgument ((IOReturn)0xe00002c2)
-#define kIOReturnUnsupported ((IOReturn)0xe00002c7)
 #define IO_OBJECT_NULL ((io_object_t)0)
 
 #define kIOFirstMatchNotification "IOServiceFirstMatch"
