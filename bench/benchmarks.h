@@ -7,7 +7,7 @@ namespace bench {
 void register_core();
 void register_bus();
 void register_details();
-void register_growth();
+void register_scaling();
 
 void count_core();
 void count_bus();

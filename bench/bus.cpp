@@ -1,4 +1,4 @@
-// The Linux bus against the floor, libudev and libusb, on one tree.
+// The Linux bus against the baseline, libudev and libusb, on one tree.
 #include <unistd.h>
 
 #include <filesystem>
@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "benchmarks.h"
-#include "watching.h"
+#include "watchers.h"
 
 namespace bench {
 
@@ -14,7 +14,7 @@ namespace {
 
 constexpr int device_count = 101;  // a root hub, and 100 devices behind it
 
-std::unique_ptr<watching> start_and_wait(const subject& program, listener& to, int devices) {
+std::unique_ptr<watcher> start_and_wait(const contender& program, listener& to, int devices) {
   to.expect(devices);
   auto started = program.start(to);
   to.wait();
@@ -48,7 +48,7 @@ void wait_until_others_sleep() {
 
 // ---- Times ----
 
-void start(benchmark::State& state, const subject& program) {
+void start(benchmark::State& state, const contender& program) {
   const int devices = static_cast<int>(state.range(0));
   attach_until(devices);
   quantiles times;
@@ -61,7 +61,7 @@ void start(benchmark::State& state, const subject& program) {
   times.report(state);
 }
 
-void stop(benchmark::State& state, const subject& program) {
+void stop(benchmark::State& state, const contender& program) {
   attach_until(device_count);
   quantiles times;
   for (auto _ : state) {
@@ -75,7 +75,7 @@ void stop(benchmark::State& state, const subject& program) {
   times.report(state);
 }
 
-clock::duration change(const subject& program, listener& to, bool arrival) {
+clock::duration change(const contender& program, listener& to, bool arrival) {
   if (arrival) show(device_count);
   if (!arrival) hide(device_count);
   to.expect(1);
@@ -84,7 +84,7 @@ clock::duration change(const subject& program, listener& to, bool arrival) {
   return to.last - sent;
 }
 
-void changes(benchmark::State& state, const subject& program, bool arrival) {
+void changes(benchmark::State& state, const contender& program, bool arrival) {
   attach_until(device_count + 1);
   attach_until(device_count);
   listener to;
@@ -101,7 +101,7 @@ void changes(benchmark::State& state, const subject& program, bool arrival) {
 // ---- Counts ----
 
 // From the start to the last delivery. A device's costs are the difference that 100 more make.
-void count_start(const subject& program, int devices) {
+void count_start(const contender& program, int devices) {
   attach_until(devices);
   const std::string name = std::string("start/") + program.name + "/" + std::to_string(devices);
   for (const bool warm : {false, true}) {
@@ -121,7 +121,7 @@ void count_start(const subject& program, int devices) {
 }  // namespace
 
 void register_bus() {
-  for (const subject& program : subjects) {
+  for (const contender& program : contenders) {
     const auto add = [&program](const char* what, auto function, int iterations) {
       return benchmark::RegisterBenchmark((std::string(what) + "/" + program.name).c_str(),
                                           [&program, function](auto& state) { function(state, program); })
@@ -141,7 +141,7 @@ void register_bus() {
 }
 
 void count_bus() {
-  for (const subject& program : subjects) {
+  for (const contender& program : contenders) {
     for (const int devices : {1, device_count}) count_start(program, devices);
   }
 }

@@ -1,4 +1,4 @@
-// The library's core against its floor.
+// The library's core against its baseline.
 #include <string>
 #include <vector>
 
@@ -6,8 +6,8 @@
 #include <yusb.h>
 #include <yusb_simulator.h>
 
+#include "baseline_core.h"
 #include "benchmarks.h"
-#include "floor_core.h"
 #include "measure.h"
 
 namespace bench {
@@ -38,7 +38,7 @@ class core {
   core(int listed, int contexts = 1, int interfaces = 1)
       : _interfaces(static_cast<std::size_t>(contexts * interfaces)),
         _contexts(static_cast<std::size_t>(contexts)) {
-    YLog::setThreshold(EYORVAN_LOG_LEVEL_FATAL);  // a floor has no log
+    YLog::setThreshold(EYORVAN_LOG_LEVEL_FATAL);  // the baseline has no log
     yusb::global_initialize();
     auto next = _interfaces.begin();
     for (auto& opened : _contexts) {
@@ -48,11 +48,11 @@ class core {
         yusb::context_notify_object_append(context, &*next);
         opened.interfaces.insert(&*next);
       }
-      floor.open(&opened);
+      baseline.open(&opened);
     }
     for (int i = 0; i < listed; ++i) {
       yusb::common_device_append(make_record(i));
-      floor.append(make_record(i));
+      baseline.append(make_record(i));
     }
   }
   ~core() {
@@ -60,12 +60,12 @@ class core {
     YLog::setThreshold(EYORVAN_LOG_LEVEL_TRACE);
   }
 
-  floor_core floor;
+  baseline_core baseline;
 
  private:
   const yusb::simulator _bus;
   std::vector<counting_interface> _interfaces;
-  std::vector<floor_context> _contexts;
+  std::vector<baseline_context> _contexts;
 };
 
 const YUsbInfoDevice unlisted = make_record(0x100000);
@@ -79,9 +79,9 @@ bool visit(const YUsbInfoDevice&) {
 // Gives `measure` each piece of work under its name. One after the other: the library is one a process.
 template <typename Measure>
 void each_work(Measure measure) {
-  const auto both = [&](const std::string& name, auto set_up, auto of_library, auto of_floor) {
+  const auto both = [&](const std::string& name, auto set_up, auto of_library, auto of_baseline) {
     measure(name + "/library", set_up, of_library);
-    measure(name + "/floor", set_up, of_floor);
+    measure(name + "/baseline", set_up, of_baseline);
   };
   using sizes = std::pair<int, int>;
   for (const auto& [contexts, interfaces] :
@@ -89,7 +89,7 @@ void each_work(Measure measure) {
     both(
         "deliver/" + std::to_string(contexts) + "x" + std::to_string(interfaces),
         [c = contexts, i = interfaces] { return std::make_unique<core>(0, c, i); },
-        [](core&) { yusb::common_device_remove(unlisted); }, [](core& of) { of.floor.remove(unlisted); });
+        [](core&) { yusb::common_device_remove(unlisted); }, [](core& of) { of.baseline.remove(unlisted); });
   }
   for (const int listed : {0, 10, 100, 1000}) {
     const auto set_up = [listed] { return std::make_unique<core>(listed); };
@@ -101,21 +101,21 @@ void each_work(Measure measure) {
           yusb::common_device_remove(unlisted);
         },
         [](core& of) {
-          of.floor.append(unlisted);
-          of.floor.remove(unlisted);
+          of.baseline.append(unlisted);
+          of.baseline.remove(unlisted);
         });
     both(
         "snapshot" + size, set_up, [](core&) { yusb::device_traverse(nullptr, visit); },
-        [](core& of) { of.floor.walk(visit); });
+        [](core& of) { of.baseline.walk(visit); });
     both(
         "presence" + size, set_up,
         [](core&) { benchmark::DoNotOptimize(yusb::device_is_exist(nullptr, unlisted)); },
-        [](core& of) { benchmark::DoNotOptimize(of.floor.is_listed(unlisted)); });
+        [](core& of) { benchmark::DoNotOptimize(of.baseline.is_listed(unlisted)); });
   }
   both(
       "classify/android", [] { return std::make_unique<core>(0); },
       [](core&) { benchmark::DoNotOptimize(yusb::device_is_android(unlisted)); },
-      [](core&) { benchmark::DoNotOptimize(floor_is_android(unlisted)); });
+      [](core&) { benchmark::DoNotOptimize(baseline_is_android(unlisted)); });
 }
 
 }  // namespace

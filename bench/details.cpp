@@ -1,4 +1,4 @@
-// The details of a device against the floor, libudev and libusb, on one tree.
+// The details of a device against the baseline, libudev and libusb, on one tree.
 #include <fcntl.h>
 #include <libudev.h>
 #include <libusb.h>
@@ -45,7 +45,7 @@ void list_devices() {
   yusb::global_release();
 }
 
-// ---- The floor: what reads the same files, and believes them ----
+// ---- The baseline: what reads the same files, and believes them ----
 
 usb_details read_plainly(const std::string& path) {
   char text[512];
@@ -203,7 +203,7 @@ void list_with_libusb(std::vector<usb_details>& all) {
 void read_all(const std::string& program) {
   std::vector<usb_details> all;
   all.reserve(device_count);
-  if (program == "floor") {
+  if (program == "baseline") {
     for (const std::string& path : _paths) all.push_back(read_plainly(path));
   } else if (program == "library") {
     for (const YUsbInfoDevice& record : _records) all.push_back(*yusb::device_details(record));
@@ -217,7 +217,7 @@ void read_all(const std::string& program) {
   benchmark::DoNotOptimize(all);
 }
 
-constexpr const char* programs[] = {"floor", "library", "libudev", "libusb"};
+constexpr const char* programs[] = {"baseline", "library", "libudev", "libusb"};
 
 }  // namespace
 

@@ -26,7 +26,7 @@ int main(int argc, char** argv) {
   bench::register_core();
   bench::register_bus();
   bench::register_details();
-  bench::register_growth();
+  bench::register_scaling();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
   benchmark::RunSpecifiedBenchmarks();

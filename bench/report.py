@@ -2,7 +2,7 @@
 """Runs the benchmarks, prints what they measure as tables, and holds the counts against their limits.
 
     report.py BUILD_FOLDER                  everything
-    report.py BUILD_FOLDER --gates          the counts and their limits only; no time is measured
+    report.py BUILD_FOLDER --limits          the counts and their limits only; no time is measured
     report.py BUILD_FOLDER --record DOCS    everything, and writes DOCS/performance.md's tables and DOCS/*.svg
 """
 import argparse
@@ -15,7 +15,7 @@ import subprocess
 import sys
 import tempfile
 
-PROGRAMS = ['floor', 'libudev', 'libusb', 'library']
+PROGRAMS = ['baseline', 'libudev', 'libusb', 'library']
 DEVICES = 100  # by which the two sizes of a counted start differ
 
 
@@ -93,28 +93,28 @@ def core_names(counts):
 
 
 def core_ratio(counts, name):
-    return counts['instructions', name + '/library'] / counts['instructions', name + '/floor']
+    return counts['instructions', name + '/library'] / counts['instructions', name + '/baseline']
 
 
-def gates(counts):
+def limits(counts):
     """What is limited, as (name, value, limit)."""
     if not counts['umockdev', 'host']:  # its preloaded library would count as ours
         yield 'a device, instructions', a_device(counts, 'instructions', 'library'), 14500
         yield 'a device, system calls', a_device(counts, 'calls', 'library'), 18.5
     if not counts['umockdev', 'host']:
-        yield 'its details, instructions × floor', details(counts, 'instructions', 'library') / details(
-            counts, 'instructions', 'floor'), 1.5
-        yield 'its details, system calls − floor', details(counts, 'calls', 'library') - details(
-            counts, 'calls', 'floor'), 0
+        yield 'its details, instructions × baseline', details(counts, 'instructions', 'library') / details(
+            counts, 'instructions', 'baseline'), 1.5
+        yield 'its details, system calls − baseline', details(counts, 'calls', 'library') - details(
+            counts, 'calls', 'baseline'), 0
     yield 'a device, allocations', a_device(counts, 'allocations', 'library'), 11
     yield '101 devices, KiB held', counts['held', 'start/library/101'] / 1024, 45
     yield 'after a stop, bytes left', counts['left', 'start/library/101'], 0
     yield '10 s of nothing, wake-ups', counts['wake-ups', 'idle'], 0
     yield '10 s of nothing, threads', counts['threads', 'idle'], 1
     for name in ('deliver/1x1', 'deliver/10x10', 'deliver/100x10'):
-        yield name + ', × floor', core_ratio(counts, name), 1.15
+        yield name + ', × baseline', core_ratio(counts, name), 1.15
     for name in ('snapshot/100', 'snapshot/1000', 'presence/1000', 'change/1000'):
-        yield name + ', × floor', core_ratio(counts, name), 1.1
+        yield name + ', × baseline', core_ratio(counts, name), 1.1
 
 
 # ---- Times ----
@@ -147,8 +147,8 @@ def table(header, rows):
     return '\n'.join('| ' + ' | '.join(line) + ' |' for line in lines)
 
 
-def gates_table(counts):
-    return table(['what', 'is', 'may be'], gates(counts))
+def limits_table(counts):
+    return table(['what', 'is', 'may be'], limits(counts))
 
 
 def peers_table(counts, times):
@@ -162,7 +162,7 @@ def peers_table(counts, times):
     def time_of_a_device(program):
         return (p50('start/{}/101')(program) - p50('start/{}/1')(program)) / DEVICES
 
-    return table(['what', *PROGRAMS, 'library / floor'], [
+    return table(['what', *PROGRAMS, 'library / baseline'], [
         row('one more device at the start, µs', time_of_a_device),
         row('the same, instructions', lambda program: a_device(counts, 'instructions', program)),
         row('the same, system calls', lambda program: a_device(counts, 'calls', program)),
@@ -182,13 +182,13 @@ def peers_table(counts, times):
 
 
 def core_table(counts, times):
-    return table(['what', 'floor, instructions', 'library', '× floor', 'floor, ns', 'library, ns'], [
-        [name, counts['instructions', name + '/floor'], counts['instructions', name + '/library'],
-         core_ratio(counts, name), times[name + '/floor']['cpu_time'], times[name + '/library']['cpu_time']]
+    return table(['what', 'baseline, instructions', 'library', '× baseline', 'baseline, ns', 'library, ns'], [
+        [name, counts['instructions', name + '/baseline'], counts['instructions', name + '/library'],
+         core_ratio(counts, name), times[name + '/baseline']['cpu_time'], times[name + '/library']['cpu_time']]
         for name in sorted(core_names(counts), key=lambda name: name.split('/')[0])])
 
 
-def growth_tables(times):
+def scaling_tables(times):
     starts = table(['devices', *(f'{program}, µs each' for program in PROGRAMS)], [
         [f'{devices:,}', *(times[f'start/{program}/{devices}']['p50'] / devices for program in PROGRAMS)]
         for devices in (11, 101, 1001, 5001)])
@@ -216,7 +216,7 @@ def machine():
 
 def bars(title, groups, alike):
     """An SVG of horizontal bars, {group: {name: value}}; groups that are alike share a scale."""
-    colours = {'floor': '#9aa5b1', 'libudev': '#d9a441', 'libusb': '#c96b4b', 'library': '#2f6fb0'}
+    colours = {'baseline': '#9aa5b1', 'libudev': '#d9a441', 'libusb': '#c96b4b', 'library': '#2f6fb0'}
     shown = {'library': 'libYorvanUsb'}
     body, y = [f'<text x="16" y="28" font-size="16" font-weight="bold">{title}</text>'], 44
     for group, members in groups.items():
@@ -261,11 +261,11 @@ def write_documents(folder, tables, counts, times):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument('build', help='where CMake built the project')
-    parser.add_argument('--gates', action='store_true', help='only count, and compare with the limits')
+    parser.add_argument('--limits', action='store_true', help='only count, and compare with the limits')
     parser.add_argument('--record', metavar='DOCS', help='write the tables and plots into this folder')
     arguments = parser.parse_args()
-    if arguments.record and arguments.gates:
-        parser.error('--record needs the times that --gates leaves out')
+    if arguments.record and arguments.limits:
+        parser.error('--record needs the times that --limits leaves out')
     if arguments.record and not os.path.isfile(os.path.join(arguments.record, 'performance.md')):
         parser.error(f'there is no performance.md in {arguments.record}')
     missing = [tool for tool in ('valgrind', 'strace') if not shutil.which(tool)]
@@ -274,18 +274,18 @@ def main():
         return 0
 
     counts = count_all(arguments.build)
-    tables = {'gates': gates_table(counts)}
-    if not arguments.gates:
+    tables = {'limits': limits_table(counts)}
+    if not arguments.limits:
         times = measure_times(arguments.build)
         tables.update(machine=machine(), peers=peers_table(counts, times), core=core_table(counts, times),
-                      growth=growth_tables(times))
+                      scaling=scaling_tables(times))
     print('\n\n'.join(tables.values()))
     if counts['umockdev', 'host']:
         print('report.py: the instructions and system calls of a device were not held against their limits',
               file=sys.stderr)
     if arguments.record:
         write_documents(arguments.record, tables, counts, times)
-    exceeded = [name for name, value, limit in gates(counts) if value > limit]
+    exceeded = [name for name, value, limit in limits(counts) if value > limit]
     if exceeded:
         print(f'report.py: above the limit: {"; ".join(exceeded)}', file=sys.stderr)
     return 1 if exceeded else 0

@@ -1,4 +1,4 @@
-#include "watching.h"
+#include "watchers.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -40,7 +40,7 @@ void forget(std::vector<kept_device>& devices, std::string_view name) {
 }
 
 // A thread that waits for events, or for its end.
-class event_thread : public watching {
+class event_thread : public watcher {
  protected:
   explicit event_thread(listener& to) : _to(to), _end(eventfd(0, EFD_CLOEXEC)) {}
   ~event_thread() override { close(_end); }
@@ -62,14 +62,14 @@ class event_thread : public watching {
   std::vector<kept_device> _devices;
 };
 
-// ---- The floor ----
+// ---- The baseline ----
 
-class floor_program final : public event_thread {
+class baseline_program final : public event_thread {
  public:
-  explicit floor_program(listener& to) : event_thread(to) {
+  explicit baseline_program(listener& to) : event_thread(to) {
     _thread = std::thread([this] { run(); });
   }
-  ~floor_program() override { end(); }
+  ~baseline_program() override { end(); }
 
  private:
   static constexpr char folder[] = "/sys/bus/usb/devices/";
@@ -242,7 +242,7 @@ class usb_program final : public event_thread {
 
 // ---- The library ----
 
-class library_program final : public watching, yusb_device_event_interface {
+class library_program final : public watcher, yusb_device_event_interface {
  public:
   explicit library_program(listener& to) : _to(to) {
     yusb::global_initialize();
@@ -259,7 +259,7 @@ class library_program final : public watching, yusb_device_event_interface {
 };
 
 template <typename Program>
-std::unique_ptr<watching> start(listener& to) {
+std::unique_ptr<watcher> start(listener& to) {
   return std::make_unique<Program>(to);
 }
 
@@ -274,11 +274,11 @@ void listener::wait() {
   std::exit(1);
 }
 
-const subject subjects[4] = {{"floor", start<floor_program>, announcer::kernel},
-                             {"library", start<library_program>, announcer::kernel},
-                             {"libudev", start<udev_program>, announcer::kernel},
-                             {"libusb", start<usb_program>, announcer::udev}};
-const subject& plain = subjects[0];
-const subject& library = subjects[1];
+const contender contenders[4] = {{"baseline", start<baseline_program>, announcer::kernel},
+                                 {"library", start<library_program>, announcer::kernel},
+                                 {"libudev", start<udev_program>, announcer::kernel},
+                                 {"libusb", start<usb_program>, announcer::udev}};
+const contender& baseline = contenders[0];
+const contender& library = contenders[1];
 
 }  // namespace bench

@@ -1,7 +1,7 @@
 // Four programs that watch the bus: each lists what is attached and hears what comes and goes, on a thread of
 // its own, and keeps what it learns of each device.
-#ifndef YUSB_BENCH_WATCHING_H_
-#define YUSB_BENCH_WATCHING_H_
+#ifndef YUSB_BENCH_WATCHERS_H_
+#define YUSB_BENCH_WATCHERS_H_
 
 #include <semaphore.h>
 
@@ -13,7 +13,7 @@
 
 namespace bench {
 
-// Counts what a watching program hears; waits without using the processor.
+// Counts the events that a watcher receives; waits without using the processor.
 class listener {
  public:
   listener() { sem_init(&_done, 0, 0); }
@@ -35,22 +35,22 @@ class listener {
 };
 
 // Starts when made and ends when destroyed. Every device is one event at the listener.
-struct watching {
-  virtual ~watching() = default;
+struct watcher {
+  virtual ~watcher() = default;
 };
 
-struct subject {
+struct contender {
   const char* name;
-  std::unique_ptr<watching> (*start)(listener&);
+  std::unique_ptr<watcher> (*start)(listener&);
   announcer hears;
 };
 
-// The library; the floor: what a program comes to that has no library and does only this; libudev and libusb.
+// The library; the baseline, a program that does only this and uses no library; libudev and libusb.
 // libusb's does not learn a device's texts, for which it would have to ask the device.
-extern const subject subjects[4];
-extern const subject& library;
-extern const subject& plain;
+extern const contender contenders[4];
+extern const contender& library;
+extern const contender& baseline;
 
 }  // namespace bench
 
-#endif  // YUSB_BENCH_WATCHING_H_
+#endif  // YUSB_BENCH_WATCHERS_H_

@@ -1,17 +1,19 @@
-#include "floor_core.h"
+#include "baseline_core.h"
 
 #include <string>
 
+#include "classify/android_tables.h"
+
 namespace bench {
 
-void floor_core::append(const YUsbInfoDevice& record) {
+void baseline_core::append(const YUsbInfoDevice& record) {
   const std::lock_guard<std::mutex> set(_contextsMutex);
   const std::lock_guard<std::mutex> list(_devicesMutex);
   _devices.push_back(record);
   deliver(record, YUSB_DEVICE_EVENT_APPEND);
 }
 
-void floor_core::remove(const YUsbInfoDevice& record) {
+void baseline_core::remove(const YUsbInfoDevice& record) {
   const std::lock_guard<std::mutex> set(_contextsMutex);
   const std::lock_guard<std::mutex> list(_devicesMutex);
   const auto found = find(record);
@@ -19,12 +21,12 @@ void floor_core::remove(const YUsbInfoDevice& record) {
   deliver(record, YUSB_DEVICE_EVENT_REMOVE);
 }
 
-bool floor_core::is_listed(const YUsbInfoDevice& record) {
+bool baseline_core::is_listed(const YUsbInfoDevice& record) {
   const std::lock_guard<std::mutex> list(_devicesMutex);
   return find(record) != _devices.end();
 }
 
-void floor_core::walk(const yusb::device_visitor& visitor) {
+void baseline_core::walk(const yusb::device_visitor& visitor) {
   std::vector<YUsbInfoDevice> snapshot;
   {
     const std::lock_guard<std::mutex> list(_devicesMutex);
@@ -35,7 +37,7 @@ void floor_core::walk(const yusb::device_visitor& visitor) {
   }
 }
 
-std::vector<YUsbInfoDevice>::iterator floor_core::find(const YUsbInfoDevice& record) {
+std::vector<YUsbInfoDevice>::iterator baseline_core::find(const YUsbInfoDevice& record) {
   auto at = _devices.begin();
   while (at != _devices.end() && at->instancePath() != record.instancePath() &&
          at->location() != record.location()) {
@@ -44,8 +46,8 @@ std::vector<YUsbInfoDevice>::iterator floor_core::find(const YUsbInfoDevice& rec
   return at;
 }
 
-void floor_core::deliver(const YUsbInfoDevice& record, _yusb_device_event event) {
-  for (floor_context* context : _contexts) {
+void baseline_core::deliver(const YUsbInfoDevice& record, _yusb_device_event event) {
+  for (baseline_context* context : _contexts) {
     const std::lock_guard<std::mutex> lock(context->mutex);
     for (yusb_device_event_interface* interface : context->interfaces) {
       interface->on_device_event(record, event);
@@ -53,8 +55,8 @@ void floor_core::deliver(const YUsbInfoDevice& record, _yusb_device_event event)
   }
 }
 
-bool floor_is_android(const YUsbInfoDevice& device) {
-  for (const unsigned short vendor : {0x2717, 0x12D1, 0x339B, 0x04E8, 0x2D95, 0x22D9, 0x18D1}) {
+bool baseline_is_android(const YUsbInfoDevice& device) {
+  for (const std::uint16_t vendor : yusb::android_vendors) {
     if (device.vendorID() == vendor) return true;
   }
   const auto lower = [](const YString& text) {
@@ -66,7 +68,7 @@ bool floor_is_android(const YUsbInfoDevice& device) {
   };
   const std::string factory = lower(device.factory());
   const std::string describe = lower(device.describe());
-  for (const char* const brand : {"xiaomi", "huawei", "honor", "vivo", "oppo", "samsung", "iqoo"}) {
+  for (const char* const brand : yusb::android_brands) {
     if (factory.find(brand) != std::string::npos || describe.find(brand) != std::string::npos) return true;
   }
   return false;

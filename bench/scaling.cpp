@@ -12,7 +12,7 @@
 
 #include "benchmarks.h"
 #include "linux/uevent_socket.h"
-#include "watching.h"
+#include "watchers.h"
 
 namespace bench {
 
@@ -137,7 +137,7 @@ void queue(benchmark::State& state) {
 
 }  // namespace
 
-void register_growth() {
+void register_scaling() {
   benchmark::RegisterBenchmark("flood", flood)->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
   benchmark::RegisterBenchmark("storm", storm)->RangeMultiplier(4)->Range(1, 64)->UseRealTime()->MinTime(0.3);
   benchmark::RegisterBenchmark("burst", burst)

@@ -1,7 +1,7 @@
-// The floor of the library's core: the same work in the plainest code, on the same records, with the same
+// The baseline of the library's core: the same work in the simplest code, on the same records, with the same
 // locks.
-#ifndef YUSB_BENCH_FLOOR_CORE_H_
-#define YUSB_BENCH_FLOOR_CORE_H_
+#ifndef YUSB_BENCH_BASELINE_CORE_H_
+#define YUSB_BENCH_BASELINE_CORE_H_
 
 #include <mutex>
 #include <set>
@@ -11,15 +11,15 @@
 
 namespace bench {
 
-struct floor_context {
+struct baseline_context {
   std::mutex mutex;
   std::set<yusb_device_event_interface*> interfaces;
 };
 
 // Its functions stand apart from who calls them, as the library's do.
-class floor_core {
+class baseline_core {
  public:
-  void open(floor_context* opened) { _contexts.insert(opened); }
+  void open(baseline_context* opened) { _contexts.insert(opened); }
 
   void append(const YUsbInfoDevice& record);
   void remove(const YUsbInfoDevice& record);
@@ -31,13 +31,13 @@ class floor_core {
   void deliver(const YUsbInfoDevice& record, _yusb_device_event event);
 
   std::mutex _contextsMutex;
-  std::set<floor_context*> _contexts;
+  std::set<baseline_context*> _contexts;
   std::mutex _devicesMutex;
   std::vector<YUsbInfoDevice> _devices;
 };
 
-bool floor_is_android(const YUsbInfoDevice& device);
+bool baseline_is_android(const YUsbInfoDevice& device);
 
 }  // namespace bench
 
-#endif  // YUSB_BENCH_FLOOR_CORE_H_
+#endif  // YUSB_BENCH_BASELINE_CORE_H_
