@@ -30,7 +30,7 @@ IS(HRESULT, int);
 IS(io_object_t, unsigned int);
 IS(io_name_t, char[128]);
 IS(REFIID, CFUUIDBytes);
-static_assert(sizeof(CFNumberType) == sizeof(long) && kCFNumberSInt32Type == 3);
+static_assert(sizeof(CFNumberType) == 8 && kCFNumberSInt32Type == 3);
 
 TAKES(IONotificationPortCreate, IONotificationPortRef(mach_port_t));
 TAKES(CFRunLoopAddSource, void(CFRunLoopRef, CFRunLoopSourceRef, CFStringRef));
