@@ -1,5 +1,6 @@
 #include "bus/settle.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 
@@ -26,6 +27,7 @@ void yusb::port::mark_busy() { set_idle(false); }
 void yusb::port::mark_idle() { set_idle(true); }
 
 bool yusb::bus_settle(std::chrono::milliseconds limit) {
+  limit = std::clamp<std::chrono::milliseconds>(limit, limit.zero(), std::chrono::hours(24 * 365));
   std::unique_lock<std::mutex> lock(_mutex);
   return _changed.value.wait_for(lock, limit, [] { return _idle; });
 }

@@ -1,6 +1,7 @@
 // libYorvanUsbBus on a Mac, where the bus is IOKit's.
 #include <yusb_bus.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <new>
@@ -87,6 +88,7 @@ bool yusb::bus_present() {
 
 bool yusb::bus_settle(std::chrono::milliseconds limit) {
   using clock = std::chrono::steady_clock;
+  limit = std::clamp<std::chrono::milliseconds>(limit, limit.zero(), std::chrono::hours(24 * 365));
   const auto start = clock::now();
   listener library;  // before the first comparison: whatever is listed after it is an event
   if (!library.listens()) return false;
