@@ -1,5 +1,5 @@
-// client [SECONDS]: shows the Android phones that are attached, each time this changes, until nothing has
-// changed for so many seconds, 10 unless said otherwise.
+// client [SECONDS]: prints the attached Android phones after each change, and ends when nothing has changed
+// for SECONDS (default: 10).
 #include <cstdio>
 #include <cstdlib>
 
@@ -9,7 +9,7 @@
 
 int main(int argc, char** argv) {
   const std::chrono::seconds limit(argc > 1 ? std::strtol(argv[1], nullptr, 10) : 10);
-  YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);  // else it reports each arrival
+  YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);  // the default logs each arrival
   yusb::global_initialize();
   {
     phone_shelf shelf;

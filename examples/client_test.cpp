@@ -1,4 +1,4 @@
-// Plugs phones into a simulated bus and looks at what the client makes of them. No root, no hardware.
+// Tests the client with phones on a simulated bus. Needs no root access and no hardware.
 #include <yusb_simulator.h>
 
 #include <cstdio>
@@ -10,7 +10,7 @@ namespace {
 
 void expect(bool condition, const char* what) {
   if (condition) return;
-  std::fprintf(stderr, "not so: %s\n", what);
+  std::fprintf(stderr, "failed: %s\n", what);
   std::exit(1);
 }
 
@@ -22,7 +22,7 @@ yusb::simulated_device make_device(unsigned short vendor, unsigned location) {
   return device;
 }
 
-// Takes in all that has happened so far.
+// Lets the shelf handle every event so far.
 void update(yusb::simulator& bus, phone_shelf& shelf) {
   expect(bus.settle(), "the library has handled every change");
   while (shelf.update(std::chrono::milliseconds(0))) continue;
@@ -37,18 +37,19 @@ int main() {
   {
     phone_shelf shelf;
     update(bus, shelf);
-    expect(shelf.phones().size() == 1, "a phone that was there before is on the shelf");
+    expect(shelf.phones().size() == 1, "a phone that was attached before the start is on the shelf");
 
     bus.plug(make_device(0x046D, 0x01200000));
     bus.plug(make_device(0x04E8, 0x01300000));
     update(bus, shelf);
-    expect(shelf.phones().size() == 2, "another phone joins it, a keyboard does not");
+    expect(shelf.phones().size() == 2, "a second phone is added, a keyboard is not");
 
     bus.unplug(phone);
     update(bus, shelf);
-    expect(shelf.phones().size() == 1 && shelf.phones().count("0x1300000") == 1, "the first one has left");
+    expect(shelf.phones().size() == 1 && shelf.phones().count("0x1300000") == 1,
+           "the first phone is removed");
   }
   yusb::global_release();
-  expect(yusb::simulator::leaks().empty(), "everything was given back");
+  expect(yusb::simulator::leaks().empty(), "the library has released everything");
   std::puts("passed");
 }

@@ -10,7 +10,7 @@
 #include "print_event.h"
 
 asio::awaitable<void> print_events(yusb::watch_queue& queue) {
-  // Asio closes what it is given, so it gets a copy.
+  // Asio closes its descriptor, so it gets a duplicate.
   const int copy = fcntl(queue.descriptor(), F_DUPFD_CLOEXEC, 0);
   asio::posix::stream_descriptor readable(co_await asio::this_coro::executor, copy);
   while (!queue.closed()) {
@@ -20,7 +20,7 @@ asio::awaitable<void> print_events(yusb::watch_queue& queue) {
 }
 
 int main() {
-  YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);  // else it logs each arrival
+  YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);  // the default logs each arrival
   yusb::global_initialize();
   {
     yusb::watch_queue queue;

@@ -17,7 +17,7 @@ int main() {
   sigprocmask(SIG_BLOCK, &endings, nullptr);
   const int signals = signalfd(-1, &endings, SFD_CLOEXEC);
 
-  YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);  // else it logs each arrival
+  YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);  // the default logs each arrival
   yusb::global_initialize();
   {
     yusb::watch_queue queue;

@@ -1,5 +1,5 @@
-// Prints the devices that are attached and detached, until Ctrl-C, in GLib's main loop, as a program made
-// with GTK would.
+// Prints the devices that are attached and detached, until Ctrl-C, in GLib's main loop, as in a program
+// that uses GTK.
 #include <YorvanCore/YLog.h>
 #include <glib-unix.h>
 #include <yusb_watcher.h>
@@ -26,7 +26,7 @@ gboolean end(gpointer data) {
 }
 
 int main() {
-  YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);  // else it logs each arrival
+  YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);  // the default logs each arrival
   yusb::global_initialize();
   {
     application running;

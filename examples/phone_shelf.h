@@ -1,5 +1,5 @@
-// A shelf of Android phones: which are on it, by location. It is a client of the exact watcher, kept apart
-// from main() so that a test can plug phones into a simulated bus.
+// Keeps the attached Android phones, by location. It is separate from main() so that a test can use it with a
+// simulated bus.
 #ifndef PHONE_SHELF_H_
 #define PHONE_SHELF_H_
 
@@ -15,7 +15,7 @@ class phone_shelf {
 
   const std::map<YString, YUsbInfoDevice>& phones() const { return _phones; }
 
-  // Waits for the next change and takes it in. False if there is none for as long as `limit`.
+  // Waits for the next event and applies it. Returns false if there is none within `limit`.
   bool update(std::chrono::milliseconds limit) {
     const auto event = _queue.next(limit);
     if (!event) return false;
@@ -26,7 +26,7 @@ class phone_shelf {
       case yusb::watch_kind::removal:
         _phones.erase(event->device.location());
         break;
-      case yusb::watch_kind::resync:  // we were too slow for the queue: start afresh from what is there
+      case yusb::watch_kind::resync:  // the queue overflowed: replace everything
         _phones.clear();
         for (const YUsbInfoDevice& device : event->devices) _phones[device.location()] = device;
         break;

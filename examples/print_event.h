@@ -1,5 +1,5 @@
-// Prints an event of a watch queue: a line for each device that was attached (+) or detached (-), or for each
-// that is attached now (=) after events were dropped.
+// Prints an event of a watch queue: a line for a device that was attached (+) or detached (-), or, after
+// events were dropped, a line for each device that is attached now (=).
 #ifndef PRINT_EVENT_H_
 #define PRINT_EVENT_H_
 
