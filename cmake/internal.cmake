@@ -11,6 +11,7 @@ else()
 endif()
 if(TARGET yusb_tool)
   list(APPEND targets yusb_format yusb_tool)
+  set(text_library ${UTF8PROC_LIBRARY})
 endif()
 list(TRANSFORM targets REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>")
 
@@ -21,7 +22,7 @@ target_include_directories(yusb_internal INTERFACE
   ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/port
   ${PROJECT_SOURCE_DIR}/port/apple/include ${PROJECT_SOURCE_DIR}/port/bus/include
   ${PROJECT_SOURCE_DIR}/port/simulator/include ${PROJECT_SOURCE_DIR}/tools ${core_includes})
-target_link_libraries(yusb_internal INTERFACE ${core} Threads::Threads)
+target_link_libraries(yusb_internal INTERFACE ${core} ${text_library} Threads::Threads)
 if(APPLE)
   target_link_libraries(yusb_internal INTERFACE ${frameworks})
 endif()

@@ -14,6 +14,18 @@ std::optional<std::uint32_t> parse_hex(std::string_view text, std::size_t digits
   return value;
 }
 
+std::vector<std::uint8_t> parse_class(std::string_view text) {
+  std::vector<std::uint8_t> numbers;
+  while (true) {
+    const std::size_t end = text.find('/');
+    const auto number = parse_hex(text.substr(0, end), 2);
+    if (!number || numbers.size() == 3) return {};
+    numbers.push_back(static_cast<std::uint8_t>(*number));
+    if (end == std::string_view::npos) return numbers;
+    text.remove_prefix(end + 1);
+  }
+}
+
 std::optional<device_id> parse_device_id(std::string_view text) {
   const std::size_t colon = text.find(':');
   if (colon == std::string_view::npos) return std::nullopt;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace yusb::format {
 
@@ -16,6 +17,10 @@ struct device_id {
   std::uint16_t vendor;
   std::uint16_t product;
 };
+
+// CC, CC/SS or CC/SS/PP: class, subclass and protocol, hexadecimal, as many as are given. Empty if `text` is
+// none of these.
+std::vector<std::uint8_t> parse_class(std::string_view text);
 
 // VVVV:PPPP, hexadecimal.
 std::optional<device_id> parse_device_id(std::string_view text);

@@ -12,6 +12,14 @@ using namespace yusb::tool;
 
 namespace {
 
+bool is_utf8(std::string_view text) {
+  char32_t code_point = 0;
+  while (!text.empty()) {
+    if (!take_code_point(text, &code_point)) return false;
+  }
+  return true;
+}
+
 void check(const scenario& read) {
   std::set<std::uint32_t> locations;
   std::set<std::size_t> attached;
@@ -34,7 +42,8 @@ void check(const scenario& read) {
   require(read.opening() <= read.steps.size(), "the opening is a part");
   for (const scenario_device& device : read.devices) {
     for (const auto* text : {&device.manufacturer, &device.product_name, &device.serial_number})
-      require(!text->has_value() || record_text(**text).has_value(), "texts are UTF-8");
+      require(!text->has_value() || is_utf8(**text), "strings are UTF-8");
+    require(device.interfaces.size() <= 32, "a device has as many interfaces as USB allows");
   }
 }
 

@@ -1,8 +1,13 @@
 // What the programs print and parse: strings, columns, JSON lines, filters.
+#include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
-#include "format/event_format.h"
+#include "format/device_table.h"
 #include "format/filter.h"
+#include "format/json.h"
+#include "format/show.h"
 #include "format/utf8.h"
 #include "support.h"
 
@@ -19,10 +24,24 @@ YString every_byte() {
   return {bytes.data(), bytes.size()};
 }
 
-// An Android phone whose serial number is "caf\u00E9,\u013D\U0001F601": a record keeps the low byte of each
-// UTF-16 unit.
-YUsbInfoDevice phone() {
-  return make_record(0x18D1, 0x4EE7, "0x1A00000", "", {"", "", "caf\xE9,\x3D\x3D\x01"});
+// An Android phone with ADB and MTP. Its record holds the low byte of each UTF-16 unit of its strings.
+known_device phone() {
+  known_device made;
+  made.record = make_record(0x18D1, 0x4EE7, "0x1A00000", "", {"Google", "Caf\xE9 -", "caf\xE9,=\x3D\x01"});
+  yusb::usb_details& details = made.details.emplace();
+  details.bus = 1;
+  details.address = 7;
+  details.port_path = "1-10";
+  details.device_node = "/dev/bus/usb/001/007";
+  details.usb_version = 0x0210;
+  details.speed = 1.5;
+  details.configurations = 1;
+  details.max_power = 500;
+  details.interfaces = {{0, 0xFF, 0x42, 0x01, "ADB \u4E2D", "usbfs"}, {1, 0x06, 0x01, 0x01, "MTP", ""}};
+  details.manufacturer = "Google";
+  details.product_name = "CAFE\u0301 \u4E2D";  // an accent that combines with the E
+  details.serial_number = "caf\u00E9,\u013D\U0001F601\x1B";
+  return made;
 }
 
 }  // namespace
@@ -44,37 +63,110 @@ TEST(FormatUtf8, EscapesEachByteThatIsMalformed) {
     EXPECT_EQ(visible(bytes).size(), 4 * bytes.size()) << "an escape has four characters";
 }
 
-TEST(FormatColumns, AlignWhateverTheStrings) {
-  const YString accent = "\xE9";  // two bytes of UTF-8, but one column
-  const YString lengthy = "a manufacturer with quite a name";
-  const event pods{{}, true, make_record(0x05AC, 0x1393, "0x1000000", "", {accent, accent, accent})};
-  const event galaxy{{}, false, make_record(0x04E8, 2, "0x1234560", "", {lengthy, lengthy, lengthy})};
-  columns lines(false);
-  lines.fit(galaxy);
-  const std::string first = lines.line(pods);
-  const std::string second = lines.line(galaxy);
-  EXPECT_EQ(first.find("apple,airpods") - 3, second.find("android")) << "three accents";
-  EXPECT_PRED_FORMAT2(IsSubstring, "  +  0x1000000   05ac:1393  1.00 ", first);
-  EXPECT_PRED_FORMAT2(IsSubstring, "  -  0x1234560   04e8:0002  1.00 ", second);
+// Columns of a terminal, as tmux, xterm and glibc's wcwidth count them.
+TEST(FormatUtf8, CountsAndCutsCells) {
+  EXPECT_EQ(width("caf\u00E9"), 4u);
+  EXPECT_EQ(width("\u4E2D\U0001F600"), 4u);
+  EXPECT_EQ(width("e\u0301\u200B"), 1u);
+  EXPECT_EQ(cut("\u4E2D\u4E2D\u4E2D", 6), "\u4E2D\u4E2D\u4E2D");
+  EXPECT_EQ(cut("\u4E2D\u4E2D\u4E2D", 5), "\u4E2D\u4E2D\u2026");
+  EXPECT_EQ(cut("\u4E2D\u4E2D\u4E2D", 4), "\u4E2D\u2026") << "half a character is none";
+  EXPECT_EQ(cut("e\u0301e\u0301e\u0301", 2), "e\u0301\u2026") << "an accent stays with its letter";
 }
 
-TEST(FormatJson, KeepsEveryByteInOneAsciiLine) {
+TEST(FormatTable, AlignsCellsWhateverTheStrings) {
+  device_table table(device_table::kind::events, false);
+  const event gone{{}, event_kind::removal, {make_record(0x05AC, 0x1393, "0x1000000"), {}}, false};
+  const event arrived{{}, event_kind::arrival, phone(), false};
+  table.fit(arrived);
+  const std::string first = table.line(gone);
+  const std::string second = table.line(arrived);
+  EXPECT_PRED_FORMAT2(IsSubstring, "  -  -       0x1000000  05ac:1393  -      -  ", first);
+  EXPECT_PRED_FORMAT2(IsSubstring, "  +  1-10    0x1A00000  18d1:4ee7  1.5M   Google  ", second);
+  EXPECT_PRED_FORMAT2(IsSubstring, "\\x1B  android,adb,mtp\n", second);
+  EXPECT_EQ(width(first.substr(0, first.find("apple,airpods"))),
+            width(second.substr(0, second.find("android"))));
+}
+
+TEST(FormatTable, FitsATerminal) {
+  for (std::size_t cells = 1; cells < 130; ++cells) {
+    device_table table(device_table::kind::events, true);
+    table.set_limit(cells);
+    std::string line = table.line({{}, event_kind::arrival, phone(), false});
+    for (std::size_t at; (at = line.find('\033')) != std::string::npos;)
+      line.erase(at, line.find('m', at) + 1 - at);
+    line.pop_back();
+    EXPECT_LE(width(line), cells) << line;
+    EXPECT_PRED_FORMAT2(IsSubstring, std::string("1-10").substr(0, cells < 4 ? cells - 1 : 4), line);
+    const bool cut_short = line.find("\u2026") != std::string::npos;
+    const bool complete = line.find("0x1A00000") != std::string::npos;
+    EXPECT_TRUE(cells < 120 || (complete && !cut_short)) << line;
+    EXPECT_TRUE(cells > 90 || !complete) << "the location is left out first: " << line;
+  }
+}
+
+TEST(FormatJson, HasEveryFieldOfTheManual) {
+  std::ifstream file(YUSB_MANUAL);
+  const std::string manual((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  const std::size_t begin = manual.find("\n.SH JSON\n");
+  const std::string section = manual.substr(begin, manual.find("\n.SH ", begin + 1) - begin);
+  const json event = json::parse(json_line({{}, event_kind::arrival, phone(), true}));
+  for (const auto& [name, value] : event.items()) {
+    const std::string type = value.is_null() ? "" : value.type_name();
+    EXPECT_PRED_FORMAT2(IsSubstring, "\n.BR " + name + " \" (" + type, section);
+  }
+  for (const char* name : {"number", "class", "subclass", "protocol", "name", "driver", "devices"})
+    EXPECT_PRED_FORMAT2(IsSubstring, "\n.BR " + std::string(name) + " \" (", section);
+}
+
+TEST(FormatJson, CarriesTheDetailsAndWholeStringsInOneAsciiLine) {
   const time_point when{std::chrono::milliseconds(86400023)};
-  const YUsbInfoDevice pods = make_record(0x05AC, 0x139A, "0x1200000", nullptr, {every_byte(), "p", "s"});
-  const std::string line = json_line({when, false, pods});
+  const std::string line = json_line({when, event_kind::removal, phone(), true});
   for (const char c : line) EXPECT_TRUE(c == '\n' || (c >= 0x20 && c < 0x7F));
   EXPECT_EQ(line.find('\n'), line.size() - 1);
-  json expected = json::parse(R"({"schema": 1, "time": "1970-01-02T00:00:00.023Z", "event": "removal",
-      "location": "0x1200000", "vendor_id": "05ac", "product_id": "139a", "release": "1.00", "product": "p",
-      "serial_number": "s", "apple": true, "airpods": true, "android": false})");
-  expected["manufacturer"] = utf8(every_byte());
+  const json expected = json::parse(R"({"schema": 1, "time": "1970-01-02T00:00:00.023Z", "event": "removal",
+      "location": "0x1A00000", "vendor_id": "18d1", "product_id": "4ee7", "release": "1.00",
+      "manufacturer": "Google", "product": "CAFE\u0301 \u4E2D",
+      "serial_number": "caf\u00E9,\u013D\uD83D\uDE01\u001B", "apple": false, "airpods": false, "android": true,
+      "initial": true, "port": "1-10", "bus": 1, "address": 7, "device_node": "/dev/bus/usb/001/007",
+      "usb_version": "2.10", "class": "00", "subclass": "00", "protocol": "00", "speed": 1.5, "max_power": 500,
+      "configurations": 1, "active_configuration": null, "interfaces": [
+        {"number": 0, "class": "ff", "subclass": "42", "protocol": "01", "name": "ADB \u4E2D", "driver": "usbfs"},
+        {"number": 1, "class": "06", "subclass": "01", "protocol": "01", "name": "MTP", "driver": null}],
+      "modes": ["adb", "mtp"]})");
   EXPECT_EQ(json::parse(line), expected);
 }
 
+TEST(FormatJson, HasTheSameFieldsOfADeviceThatIsGone) {
+  const known_device gone{make_record(0x05AC, 0x139A, "0x1200000", nullptr, {every_byte(), "p", "s"}), {}};
+  const json event = json::parse(json_line({{}, event_kind::arrival, gone, false}));
+  EXPECT_EQ(event.size(), json::parse(json_line({{}, event_kind::arrival, phone(), false})).size());
+  EXPECT_EQ(event["manufacturer"], utf8(every_byte()));
+  EXPECT_EQ(event["port"], nullptr);
+  EXPECT_EQ(event["modes"], json::array());
+}
+
 TEST(FormatFilter, PassesWhatAnAlternativeMatches) {
-  for (const std::string text :
-       {"android", "apple,android", "id=18d1:4EE7", "vendor=0x18D1", "location=0x01a00000",
-        "serial=caf\u00E9,\u013D\U0001F601", "apple,serial=caf\u00E9,=\U0001F601"}) {
+  for (const std::string text : {"android",
+                                 "apple,android",
+                                 "id=18d1:4EE7",
+                                 "vendor=0x18D1",
+                                 "location=0x01a00000",
+                                 "port=1-10",
+                                 "class=06",
+                                 "interface=FF",
+                                 "interface=ff/42",
+                                 "interface=ff/42/01",
+                                 "mode=mtp",
+                                 "mode=fastboot,mode=adb",
+                                 "name=goog",
+                                 "name=caf\u00E9",
+                                 "name=x,name=\u4E2D",
+                                 "serial=caf\u00E9,\u013D\U0001F601\x1B",
+                                 "apple,serial=caf\u00E9,\u013D\U0001F601\\x1B",
+                                 "not:apple",
+                                 "not:class=09",
+                                 "not:serial=a,b"}) {
     std::string error;
     const auto filter = parse_filter(text, &error);
     ASSERT_TRUE(filter) << error;
@@ -83,8 +175,9 @@ TEST(FormatFilter, PassesWhatAnAlternativeMatches) {
 }
 
 TEST(FormatFilter, DropsWhatNoAlternativeMatches) {
-  for (const std::string text :
-       {"apple", "airpods,vendor=05ac", "id=18d1:4ee8", "id=18d2:4ee7", "location=1a00001", "serial="}) {
+  for (const std::string text : {"apple", "airpods,vendor=05ac", "id=18d1:4ee8", "id=18d2:4ee7",
+                                 "location=1a00001", "serial=", "port=1-1", "class=09", "interface=ff/42/03",
+                                 "mode=fastboot", "name=pixel", "not:android", "not:name=google,apple"}) {
     std::string error;
     const auto filter = parse_filter(text, &error);
     ASSERT_TRUE(filter) << error;
@@ -93,11 +186,42 @@ TEST(FormatFilter, DropsWhatNoAlternativeMatches) {
 }
 
 TEST(FormatFilter, RejectsAnythingElse) {
-  for (const std::string text :
-       {"", "Apple", "apple,", "id=18d1", "id=18d1:", "id=18d1:4ee70", "vendor=", "vendor=18g1", "vendor=0x",
-        "location=0x123456789", "color=red", "serial=\xFF"}) {
-    std::string error;
+  std::string error;
+  for (const std::string text : {"",
+                                 "Apple",
+                                 "apple,",
+                                 "id=18d1",
+                                 "id=18d1:",
+                                 "id=18d1:4ee70",
+                                 "vendor=",
+                                 "vendor=18g1",
+                                 "vendor=0x",
+                                 "location=0x123456789",
+                                 "color=red",
+                                 "port=1-",
+                                 "port=0x1",
+                                 "class=100",
+                                 "interface=",
+                                 "interface=ff/",
+                                 "interface=1/2/3/4",
+                                 "mode=ADB",
+                                 "mode=",
+                                 "name=",
+                                 "not:",
+                                 "not:not:apple"}) {
     EXPECT_FALSE(parse_filter(text, &error)) << text;
     EXPECT_PRED_FORMAT2(IsSubstring, "is not one of apple", error);
   }
+  for (const std::string text : {"", "1", "1-2.", "0x", "18d1:", "android"})
+    EXPECT_FALSE(parse_selector(text, &error)) << text;
+}
+
+TEST(FormatShow, SaysAllThatIsKnown) {
+  const std::string text = description(phone(), false);
+  for (const char* line :
+       {"port           1-10\n", "ID             18d1:4ee7\n",
+        "serial number  caf\u00E9,\u013D\U0001F601\\x1B\n", "what           android, adb, mtp\n",
+        "speed          1.5 Mbit/s\n", "configuration  none of 1\n",
+        "interface 0    ff/42/01, driver usbfs, \"ADB \u4E2D\"\n", "openable       no\n"})
+    EXPECT_PRED_FORMAT2(IsSubstring, line, text);
 }

@@ -90,8 +90,54 @@ TEST(ToolProgram, PrintsItsHelpWithoutArguments) { EXPECT_TRUE(gives("yusb", 0, 
 
 TEST(ToolProgram, ListsWhatAScenarioBeginsWith) {
   const std::string example = "f='" YUSB_EXAMPLE "'; ";
-  EXPECT_TRUE(gives(example + "play list --tree --filter android", 0, "0x1210000   18d1:4ee7  4.40"));
-  EXPECT_TRUE(gives(example + "play list --filter android | wc -l", 0, "1"));
+  EXPECT_TRUE(gives(example + "play list --tree", 0, "\n  └─1-2.1  0x1210000  18d1:4ee7  480M   Google "));
+  EXPECT_TRUE(gives(example + "play list --filter mode=adb,port=1-1 --json | wc -l", 0, "2"));
+}
+
+TEST(ToolProgram, ShowsWhatIsKnownOfADevice) {
+  const std::string example = "f='" YUSB_EXAMPLE "'; ";
+  for (const std::string device : {"1-2.1", "0x1210000", "18d1:4EE7"})
+    EXPECT_TRUE(gives(example + "play show " + device, 0, "\ninterface 0    ff/42/01, no driver, \"ADB"));
+  EXPECT_TRUE(gives("play show 1-9", 1, "yusb: no such device is attached"));
+}
+
+// A phone is restarted into fastboot, where its node opens late.
+TEST(ToolProgram, ReportsWhatBecomesOfAPhone) {
+  const std::string phone = R"(hub 1-1 1:1
+                               attach 1-1.2 18d1:4ee7 serial="\xE9\xE9" interface=ff/42/01 openable=never
+                               wait 1ms
+                               detach 1-1.2
+                               attach 1-1.2 18d1:4ee0 serial="中" interface=ff/42/03 openable=20ms
+                               wait 100ms)";
+  const outcome watched = shell("play watch --json --openable --mark-listed --filter not:mode=hub", phone);
+  ASSERT_EQ(watched.status, 0) << watched.text;
+  std::string heard;
+  std::map<std::string, json> arrived;
+  std::istringstream lines(watched.text);
+  for (std::string line; std::getline(lines, line);) {
+    json event = json::parse(line);
+    const std::string kind = event["event"];
+    heard += kind + (event.value("initial", false) ? "(initial)" : "");
+    EXPECT_EQ(event.value("devices", 1), 1) << "that are attached";
+    if (kind != "listed") heard += " " + event["modes"].dump() + std::string(event["serial_number"]);
+    heard += "\n";
+    for (const char* field : {"event", "time"}) event.erase(field);
+    if (kind == "arrival") arrived[event["product_id"]] = event;
+    EXPECT_TRUE(kind != "removal" || event == arrived[event["product_id"]]) << "a removal is as its arrival";
+  }
+  EXPECT_EQ(heard,
+            "arrival(initial) [\"adb\"]\u00E9\u00E9\nlisted\nremoval(initial) [\"adb\"]\u00E9\u00E9\n"
+            "arrival [\"fastboot\"]\u4E2D\nopenable [\"fastboot\"]\u4E2D\n");
+  EXPECT_TRUE(gives("play watch --new --filter vendor=18d1 | cut -d' ' -f3 | xargs", 0, "- +\n", phone));
+  EXPECT_TRUE(
+      gives("play wait --openable --filter mode=adb", 3, "no matching device could be opened", phone));
+  EXPECT_TRUE(gives("play wait --openable --new --filter name=x,not:name=x", 0, "  *  1-1.2  ", phone));
+}
+
+TEST(ToolProgram, GivesASignOfLife) {
+  const std::string beats =
+      "play watch --json --heartbeat 10ms --new | grep -m 2 '\"heartbeat\",\"devices\":1}'";
+  EXPECT_TRUE(gives(beats, 0, "heartbeat", "attach 1-1 1:1\nwait 10m"));
 }
 
 TEST(ToolProgram, FailsIfItsOutputCannotBeWritten) {
@@ -112,10 +158,28 @@ TEST(ToolProgram, RejectsAnInvalidScenario) {
 }
 
 TEST(ToolProgram, RejectsAnInvalidCommandLine) {
-  for (const std::string arguments :
-       {"--nonsense", "--log", "look", "list watch", "list --tree --json", "list --filter pear", "list extra",
-        "list --simulate", "watch --for 5", "watch --for 1.5s", "watch --for 525601m", "watch --for -1s",
-        "watch --count 0", "watch --count -1", "watch --count 010", "watch --gone", "list --simulate ''"})
+  for (const std::string arguments : {"--nonsense",
+                                      "--log",
+                                      "look",
+                                      "list watch",
+                                      "list --tree --json",
+                                      "list --filter pear",
+                                      "list extra",
+                                      "list --simulate",
+                                      "watch --for 5",
+                                      "watch --for 1.5s",
+                                      "watch --for 525601m",
+                                      "watch --for -1s",
+                                      "watch --count 0",
+                                      "watch --count -1",
+                                      "watch --count 010",
+                                      "watch --gone",
+                                      "watch --heartbeat 1s",
+                                      "watch --json --heartbeat 0s",
+                                      "wait --gone --new",
+                                      "show",
+                                      "show pear",
+                                      "list --simulate ''"})
     EXPECT_TRUE(gives("yusb " + arguments, 2, "Try 'yusb --help'"));
 }
 
@@ -166,6 +230,7 @@ TEST(ToolProgram, EndsWithSuccessIfItsReaderClosesThePipe) {
 TEST(ToolProgram, WaitsForAnArrival) {
   EXPECT_TRUE(
       gives("play wait --filter apple,android --filter vendor=18d1 --json", 0, "\"product_id\":\"4ee7\""));
+  EXPECT_TRUE(gives("play wait --new --json", 0, "\"product_id\":\"4ee7\""));
 }
 
 TEST(ToolProgram, WaitsForARemoval) {
@@ -184,4 +249,12 @@ TEST(ToolProgram, UsesColoursOnlyOnATerminalThatWantsThem) {
   const std::string coloured = shell("TERM=xterm NO_COLOR= " + watch).text;
   EXPECT_TRUE(has(coloured, "\033[32m+")) << coloured;
   EXPECT_FALSE(has(coloured, "\033[31m")) << "the device sets a colour";
+}
+
+TEST(ToolProgram, FitsLinesToATerminalOnly) {
+  const std::string device = "attach 1-1 1:1 product=\"" + std::string(100, 'x') + "\"";
+  const std::string list = "script -qec \"'$p' list --simulate '$f'\" /dev/null";
+  EXPECT_TRUE(
+      gives("NO_COLOR=1 COLUMNS=34 " + list + " | tr -d '\\r' | LC_ALL=C.UTF-8 wc -L", 0, "34\n", device));
+  EXPECT_TRUE(gives("COLUMNS=34 play list", 0, std::string(100, 'x'), device));
 }

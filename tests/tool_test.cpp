@@ -69,18 +69,42 @@ TEST(ToolKnownDevices, TranslateAResyncIntoChanges) {
   const YUsbInfoDevice replaced = make_record(1, 3, "0x1200000");
   const YUsbInfoDevice successor = make_record(1, 3, "0x1200000", nullptr, {"", "", "another"});
   known_devices known;
-  for (const auto& each : {hub, removed, replaced}) known.apply({yusb::watch_kind::arrival, each, {}}, {});
+  for (const auto& each : {hub, removed, replaced})
+    known.apply({yusb::openable_kind::arrival, each, {}}, {}, true);
   std::string changes;
-  for (const auto& each : known.apply({yusb::watch_kind::resync, {}, {hub, successor}}, {}))
-    changes += (each.arrived ? "+" : "-") + std::to_string(each.device.productID());
-  EXPECT_EQ(changes, "-3-2+3");
+  for (const auto& each : known.apply({yusb::openable_kind::resync, {}, {hub, successor}}, {}, false)) {
+    changes += each.kind == yusb::format::event_kind::arrival ? "+" : "-";
+    changes += std::to_string(each.device.record.productID()) + (each.initial ? "i" : "");
+  }
+  EXPECT_EQ(changes, "-3i-2i+3");
+}
+
+TEST(ToolKnownDevices, GivesARemovalTheDetailsOfItsArrival) {
+  const YUsbInfoDevice record = make_record(1, 1, "0x1100000");
+  known_devices known;
+  for (const char* const port : {"1-1", "1-2"}) {
+    yusb::usb_details details;
+    details.port_path = port;
+    known.arrived({record, details});
+  }
+  std::string ports;
+  for (int i = 0; i < 2; ++i) {
+    for (const auto kind :
+         {yusb::openable_kind::arrival, yusb::openable_kind::timed_out, yusb::openable_kind::removal}) {
+      const auto events = known.apply({kind, record, {}}, {}, false);
+      ASSERT_EQ(events.size(), 1u);
+      ports += port_path(events.front().device) + " ";
+    }
+  }
+  EXPECT_EQ(ports, "1-1 1-1 1-1 1-2 1-2 1-2 ");
 }
 
 TEST(ToolScenario, ReadsEachKindOfLine) {
   std::string error;
   const auto read = parse_scenario(
       "attach 1-1 1:1\r\n\thub 1-2 1:2 # a hub\n"
-      "attach 1-2.4 05ac:12A8 serial=\"\\\"\\\\\\xE9#\u00E9\" release=0x102\nwait 1s",
+      "attach 1-2.4 05ac:12A8 serial=\"\\\"\\\\\\xE9#\u00E9\" release=0x102 speed=1.5 class=EF/02/01 "
+      "interface=ff/42/01 interface=06/01/01:\"MTP\" openable=never\nwait 1s",
       "lab", &error);
   ASSERT_TRUE(read) << error;
   EXPECT_EQ(read->opening(), 3u);
@@ -89,6 +113,11 @@ TEST(ToolScenario, ReadsEachKindOfLine) {
   EXPECT_EQ(std::tie(phone.vendor, phone.product, phone.release, phone.location),
             std::make_tuple(0x05AC, 0x12A8, 0x0102, 0x01240000u));
   EXPECT_EQ(phone.serial_number, "\"\\\u00E9#\u00E9");
+  EXPECT_EQ(std::tie(phone.path, phone.speed, phone.class_code, phone.openable_after),
+            std::make_tuple("1-2.4", 1.5, 0xEF, std::nullopt));
+  ASSERT_EQ(phone.interfaces.size(), 2u);
+  EXPECT_EQ(std::tie(phone.interfaces[1].number, phone.interfaces[1].protocol, phone.interfaces[1].name),
+            std::make_tuple(1, 1, "MTP"));
 }
 
 TEST(ToolScenario, DetachesWhatIsBehindAHubFirst) {
@@ -115,6 +144,11 @@ TEST(ToolScenario, SaysWhatIsWrongAndWhere) {
       {"attach 1-1 1:1 serial=\"\\x1", "'\\x1'"},
       {"attach 1-1 1:1 serial=\"\xFF\"", "not UTF-8"},
       {"attach 1-1 1:1 serial=\"" + std::string(127, 'x') + "\"", "has 127"},
+      {"attach 1-1 1:1 interface=ff/42", "not CC/SS/PP"},
+      {"attach 1-1 1:1 interface=ff/42/01:MTP", "in quotes"},
+      {"attach 1-1 1:1 speed=11", "'11' is not one of 1.5"},
+      {"attach 1-1 1:1 openable=soon", "neither 'never'"},
+      {"attach 1-1 1:1 speed=12 speed=12", "given twice"},
       {"wait 1s 2s", "unexpected '2s'"},
       {"attach 1-1 1:1\nattach 1-1 1:1", "already"},
       {"attach 1-1 1:1\nattach 1-1.1 1:1", "is not a hub"},

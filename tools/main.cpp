@@ -87,7 +87,9 @@ int run_program(int argc, char** argv) {
       return exit_usage;
     }
   } else if (!yusb::bus_present()) {
-    complain("this system has no USB bus; --simulate FILE plays a scenario on a simulated bus");
+    complain(has_simulated_bus
+                 ? "this system has no USB bus; --simulate FILE plays a scenario on a simulated bus"
+                 : "this system has no USB bus");
     return exit_failure;
   }
   return run(*given.run, scenario.get());

@@ -6,6 +6,7 @@
 
 #include "format/duration.h"
 #include "format/filter.h"
+#include "simulated_bus.h"
 
 namespace yusb::tool {
 
@@ -16,7 +17,9 @@ namespace {
 // The values as given. All commands share one set, since only one command is given.
 struct raw_options {
   std::vector<std::string> filters;
+  std::string selector;
   std::string limit;
+  std::string heartbeat;
   std::string scenario_file;
   options values;
 };
@@ -27,8 +30,20 @@ std::string check_filter(const std::string& text) {
   return error;
 }
 
+std::string check_selector(const std::string& text) {
+  std::string error;
+  parse_selector(text, &error);
+  return error;
+}
+
 std::string check_duration(const std::string& text) {
   return parse_duration(text) ? std::string() : "'" + text + "' is not a duration: " + duration_rule;
+}
+
+std::string check_interval(const std::string& text) {
+  const std::string error = check_duration(text);
+  const bool none = error.empty() && parse_duration(text)->count() == 0;
+  return none ? "'" + text + "' is too short: the shortest is 1ms" : error;
 }
 
 std::string check_count(const std::string& text) {
@@ -44,37 +59,100 @@ std::string check_file(const std::string& name) {
 void add_common_options(CLI::App* app, raw_options* raw) {
   app->add_option("--simulate", raw->scenario_file, "Play a scenario on a simulated bus, then exit")
       ->type_name("FILE")
-      ->check(check_file);
+      ->check(check_file)
+      ->group(has_simulated_bus ? "Options" : "");  // an empty group is not in the help
   app->add_flag("--log", raw->values.log, "Write the library's log to standard error");
 }
 
-CLI::App* add_command(CLI::App* app, const char* name, const char* description, raw_options* raw) {
-  CLI::App* const added = app->add_subcommand(name, description);
-  added
-      ->add_option("--filter", raw->filters,
-                   "Only devices that match one of: apple, airpods,\n"
-                   "android, id=VVVV:PPPP, vendor=VVVV,\n"
-                   "location=0xNNNNNNNN, serial=TEXT. Repeat it to\n"
-                   "combine filters: a device must match all.")
+CLI::Option* add_json(CLI::App* app, raw_options* raw) {
+  return app->add_flag("--json", raw->values.json, "Print one JSON object per line");
+}
+
+void add_filter(CLI::App* app, raw_options* raw) {
+  app->add_option("--filter", raw->filters,
+                  "Only devices that match one of: apple, airpods,\n"
+                  "android, id=VVVV:PPPP, vendor=VVVV,\n"
+                  "location=0xNNNNNNNN, port=1-2.3, class=CC,\n"
+                  "interface=CC/SS/PP, mode=NAME, name=TEXT,\n"
+                  "serial=TEXT; not: before one negates it. Repeat\n"
+                  "the option to combine filters: a device must\n"
+                  "match all.")
       ->type_name("WHICH[,...]")
       ->allow_extra_args(false)
       ->check(check_filter);
-  added->add_flag("--json", raw->values.json, "Print one JSON object per line");
-  add_common_options(added, raw);
-  return added;
 }
 
-CLI::Option* add_duration(CLI::App* app, const char* name, const char* description, raw_options* raw) {
-  return app->add_option(name, raw->limit, description)->type_name("DURATION")->check(check_duration);
+CLI::Option* add_duration(CLI::App* app, const char* name, const char* description, std::string* value) {
+  return app->add_option(name, *value, description)->type_name("DURATION")->check(check_duration);
+}
+
+CLI::App* add_list(CLI::App* app, raw_options* raw) {
+  CLI::App* const list = app->add_subcommand("list", "List the attached devices, sorted by location");
+  add_filter(list, raw);
+  add_json(list, raw);
+  list->add_flag("--tree", raw->values.tree, "Draw the tree of hubs and devices");
+  return list;
+}
+
+CLI::App* add_show(CLI::App* app, raw_options* raw) {
+  CLI::App* const show = app->add_subcommand("show", "Print everything known of a device");
+  show->add_option("DEVICE", raw->selector,
+                   "Its port (1-2.3), location (0x1230000) or ID\n(VVVV:PPPP); several devices may match")
+      ->required()
+      ->check(check_selector);
+  add_json(show, raw);
+  return show;
+}
+
+CLI::App* add_watch(CLI::App* app, raw_options* raw) {
+  CLI::App* const watch = app->add_subcommand("watch", "List attached devices, then arrivals and removals");
+  add_filter(watch, raw);
+  add_json(watch, raw);
+  watch->add_flag("--new", raw->values.only_new, "Leave out the devices that are already attached");
+  watch->add_flag("--openable", raw->values.openable, "Report also when each device can be opened");
+  watch->add_flag("--mark-listed", raw->values.mark_listed,
+                  "With --json: print a line after the attached devices");
+  add_duration(watch, "--heartbeat", "With --json: print a line at least this often", &raw->heartbeat)
+      ->check(check_interval);
+  add_duration(watch, "--for", "Exit after this time: 250ms, 10s, 5m", &raw->limit);
+  watch->add_option("--count", raw->values.count, "Exit after this many events of devices")
+      ->type_name("N")
+      ->check(check_count);
+  return watch;
+}
+
+CLI::App* add_wait(CLI::App* app, raw_options* raw) {
+  CLI::App* const wait = app->add_subcommand("wait", "Wait until a device is attached, then print it");
+  add_filter(wait, raw);
+  add_json(wait, raw);
+  wait->add_flag("--new", raw->values.only_new, "Leave out the devices that are already attached");
+  wait->add_flag("--openable", raw->values.openable, "Wait until the device can be opened");
+  wait->add_flag("--gone", raw->values.gone, "Wait until no matching device is attached instead");
+  add_duration(wait, "--timeout", "Exit with status 3 after this time: 250ms, 10s, 5m", &raw->limit);
+  return wait;
+}
+
+// Throws CLI::ParseError if two options do not go together, or one lacks another.
+void check_combinations(const raw_options& raw) {
+  const options& given = raw.values;
+  if (given.tree && given.json) throw CLI::ExcludesError("--tree", "--json");
+  if (given.gone && given.only_new) throw CLI::ExcludesError("--gone", "--new");
+  if (given.gone && given.openable) throw CLI::ExcludesError("--gone", "--openable");
+  if (given.mark_listed && !given.json) throw CLI::RequiresError("--mark-listed", "--json");
+  if (!raw.heartbeat.empty() && !given.json) throw CLI::RequiresError("--heartbeat", "--json");
 }
 
 options finished(raw_options raw) {
   options result = std::move(raw.values);
   for (const std::string& text : raw.filters) {
     std::string error;
-    device_filter parsed = parse_filter(text, &error);
-    result.filter = result.filter ? both(std::move(result.filter), std::move(parsed)) : std::move(parsed);
+    result.filter = all_of(std::move(result.filter), parse_filter(text, &error));
   }
+  if (!raw.selector.empty()) {
+    std::string error;
+    result.filter = parse_selector(raw.selector, &error);
+  }
+  if (!raw.heartbeat.empty()) result.heartbeat = parse_duration(raw.heartbeat);
   if (!raw.limit.empty()) result.limit = parse_duration(raw.limit);
   if (!raw.scenario_file.empty()) result.scenario_file = std::move(raw.scenario_file);
   return result;
@@ -92,25 +170,17 @@ command_line parse_command_line(int argc, const char* const* argv) {
       "or scenario; 3 'wait' did not see what it waits for. See yusb(1).");
   add_common_options(&app, &raw);
 
-  CLI::App* const list = add_command(&app, "list", "List the attached devices, sorted by location", &raw);
-  list->add_flag("--tree", raw.values.tree, "Draw the tree of hubs and devices");
-
-  CLI::App* const watch =
-      add_command(&app, "watch", "List attached devices, then arrivals and removals", &raw);
-  add_duration(watch, "--for", "Exit after this time: 250ms, 10s, 5m", &raw);
-  watch->add_option("--count", raw.values.count, "Exit after this many lines")
-      ->type_name("N")
-      ->check(check_count);
-
-  CLI::App* const wait = add_command(&app, "wait", "Wait until a device is attached, then print it", &raw);
-  wait->add_flag("--gone", raw.values.gone, "Wait until no matching device is attached instead");
-  add_duration(wait, "--timeout", "Exit with status 3 after this time: 250ms, 10s, 5m", &raw);
+  const std::pair<CLI::App*, command> commands[] = {{add_list(&app, &raw), command::list},
+                                                    {add_show(&app, &raw), command::show},
+                                                    {add_watch(&app, &raw), command::watch},
+                                                    {add_wait(&app, &raw), command::wait}};
+  for (const auto& [each, chosen] : commands) add_common_options(each, &raw);
 
   if (argc <= 1) return {std::nullopt, app.help(), exit_ok};
   try {
     app.parse(argc, argv);
-    if (app.get_subcommands().empty()) throw CLI::RequiredError("One of list, watch, wait");
-    if (raw.values.tree && raw.values.json) throw CLI::ExcludesError("--tree", "--json");
+    if (app.get_subcommands().empty()) throw CLI::RequiredError("One of list, show, watch, wait");
+    check_combinations(raw);
   } catch (const CLI::CallForHelp&) {
     return {std::nullopt, app.help(), exit_ok};
   } catch (const CLI::CallForVersion& version) {
@@ -118,7 +188,9 @@ command_line parse_command_line(int argc, const char* const* argv) {
   } catch (const CLI::ParseError& wrong) {
     return {std::nullopt, wrong.what(), exit_usage};
   }
-  raw.values.chosen = watch->parsed() ? command::watch : wait->parsed() ? command::wait : command::list;
+  for (const auto& [each, chosen] : commands) {
+    if (each->parsed()) raw.values.chosen = chosen;
+  }
   return {finished(std::move(raw)), {}, exit_ok};
 }
 

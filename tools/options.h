@@ -6,31 +6,35 @@
 #include <optional>
 #include <string>
 
-#include <yusb_filter.h>
+#include "format/filter.h"
 
 namespace yusb::tool {
 
 // The exit status of the program.
 enum exit_status : int {
   exit_ok = 0,
-  exit_failure = 1,    // no bus, or the output cannot be written
+  exit_failure = 1,    // no bus, no such device to show, or the output cannot be written
   exit_usage = 2,      // an invalid command line or scenario
   exit_timed_out = 3,  // `wait` did not see what it waits for
 };
 
-enum class command { list, watch, wait };
+enum class command { list, show, watch, wait };
 
 struct options {
   command chosen = command::list;
-  device_filter filter;  // all given filters combined; empty if there is none
+  format::filter filter;  // all given filters combined, or what `show` names; empty if there is none
   bool json = false;
   bool log = false;
   std::optional<std::string> scenario_file;
 
-  bool tree = false;                               // list
-  std::optional<std::chrono::milliseconds> limit;  // watch --for, wait --timeout
-  std::optional<std::size_t> count;                // watch, at least 1
-  bool gone = false;                               // wait
+  bool tree = false;                                   // list
+  bool only_new = false;                               // watch, wait
+  bool openable = false;                               // watch, wait
+  std::optional<std::chrono::milliseconds> limit;      // watch --for, wait --timeout
+  bool mark_listed = false;                            // watch
+  std::optional<std::chrono::milliseconds> heartbeat;  // watch, at least 1 ms
+  std::optional<std::size_t> count;                    // watch, at least 1
+  bool gone = false;                                   // wait
 };
 
 struct command_line {

@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -48,6 +50,16 @@ bool coloured_output() {
   const char* const terminal = std::getenv("TERM");
   return isatty(STDOUT_FILENO) != 0 && (refused == nullptr || *refused == '\0') && terminal != nullptr &&
          std::strcmp(terminal, "dumb") != 0;
+}
+
+std::optional<std::size_t> terminal_width() {
+  if (isatty(STDOUT_FILENO) == 0) return std::nullopt;
+  winsize size{};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  const char* const columns = std::getenv("COLUMNS");
+  std::size_t given = 0;
+  if (columns != nullptr) std::from_chars(columns, columns + std::strlen(columns), given);
+  return given > 0 ? given : 80;
 }
 
 void complain(const std::string& message) {

@@ -1,6 +1,8 @@
 #ifndef YUSB_TOOLS_OUTPUT_H_
 #define YUSB_TOOLS_OUTPUT_H_
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -29,6 +31,10 @@ class output {
 
 // True if standard output is a terminal, TERM is not "dumb", and NO_COLOR is unset or empty.
 bool coloured_output();
+
+// The cells in a line of the terminal that standard output is; empty if it is none. A terminal that does not
+// say has what COLUMNS says, or 80.
+std::optional<std::size_t> terminal_width();
 
 // Writes "yusb: MESSAGE" and a line end to standard error.
 void complain(const std::string& message);

@@ -10,6 +10,7 @@
 #include "format/duration.h"
 #include "format/hex.h"
 #include "format/utf8.h"
+#include "line_reader.h"
 
 namespace yusb::tool {
 
@@ -17,85 +18,92 @@ using namespace format;
 
 namespace {
 
-// In UTF-16 units: a string descriptor has at most 255 bytes, of which two are its header.
-constexpr std::size_t longest_string = 126;
+constexpr std::size_t most_interfaces = 32;  // USB allows no more
 
-// Why a line is wrong.
-struct fault {
-  std::string what;
+constexpr std::pair<std::string_view, double> speeds[] = {{"1.5", 1.5},   {"12", 12},       {"480", 480},
+                                                          {"5000", 5000}, {"10000", 10000}, {"20000", 20000}};
+
+// A field of a device: how it is read, and whether it may be given more than once.
+struct field {
+  std::string_view name;
+  void (*read)(line_reader&, scenario_device*);
+  bool repeats = false;
 };
 
-std::string quoted(std::string_view text) { return "'" + visible(text) + "'"; }
+void read_release(line_reader& line, scenario_device* device) {
+  const std::string_view value = line.word();
+  const auto release = parse_hex(value, 4);
+  if (!release) throw fault{quoted(value) + " is not HHHH, a hexadecimal release number"};
+  device->release = static_cast<std::uint16_t>(*release);
+}
 
-bool is_blank(char c) { return c == ' ' || c == '\t'; }
+std::vector<std::uint8_t> read_class_code(line_reader& line) {
+  const std::string_view value = line.word_before_colon();
+  const std::vector<std::uint8_t> numbers = parse_class(value);
+  if (numbers.size() != 3)
+    throw fault{quoted(value) + " is not CC/SS/PP, a hexadecimal class, subclass and protocol"};
+  return numbers;
+}
 
-// Reads one line word by word.
-class line_reader {
- public:
-  explicit line_reader(std::string_view line) : _rest(line) { skip_blanks(); }
+void read_class(line_reader& line, scenario_device* device) {
+  const std::vector<std::uint8_t> numbers = read_class_code(line);
+  device->class_code = numbers[0];
+  device->subclass = numbers[1];
+  device->protocol = numbers[2];
+}
 
-  bool at_end() const { return _rest.empty(); }
+void read_interface(line_reader& line, scenario_device* device) {
+  const std::vector<std::uint8_t> numbers = read_class_code(line);
+  if (device->interfaces.size() == most_interfaces) throw fault{"a device has at most 32 interfaces"};
+  usb_interface made;
+  made.number = static_cast<std::uint8_t>(device->interfaces.size());
+  made.class_code = numbers[0];
+  made.subclass = numbers[1];
+  made.protocol = numbers[2];
+  if (line.take_colon()) made.name = line.text();
+  device->interfaces.push_back(std::move(made));
+}
 
-  // The next word; empty at the end.
-  std::string_view word() {
-    const std::string_view taken = _rest.substr(0, _rest.find_first_of(" \t"));
-    _rest.remove_prefix(taken.size());
-    skip_blanks();
-    return taken;
-  }
+void read_speed(line_reader& line, scenario_device* device) {
+  const std::string_view value = line.word();
+  const auto found = std::find_if(std::begin(speeds), std::end(speeds),
+                                  [&](const auto& each) { return each.first == value; });
+  if (found == std::end(speeds))
+    throw fault{quoted(value) + " is not one of 1.5, 12, 480, 5000, 10000, 20000, in Mbit/s"};
+  device->speed = found->second;
+}
 
-  // The text before the next '='; skips the '='.
-  std::string_view key() {
-    const std::size_t size = _rest.find_first_of("= \t");
-    if (size == std::string_view::npos || _rest[size] != '=')
-      throw fault{quoted(word()) + " is not FIELD=VALUE"};
-    const std::string_view taken = _rest.substr(0, size);
-    _rest.remove_prefix(size + 1);
-    return taken;
-  }
+void read_openable(line_reader& line, scenario_device* device) {
+  const std::string_view value = line.word();
+  device->openable_after = parse_duration(value);
+  if (!device->openable_after && value != "never")
+    throw fault{quoted(value) + " is neither 'never' nor a duration: " + duration_rule};
+}
 
-  // A quoted string, with its escapes replaced.
-  std::string text() {
-    if (at_end() || _rest.front() != '"') throw fault{"a string must be in quotes: FIELD=\"TEXT\""};
-    _rest.remove_prefix(1);
-    std::string out;
-    std::size_t units = 0;
-    while (true) {
-      if (_rest.empty()) throw fault{"the closing quote is missing"};
-      if (_rest.front() == '"') break;
-      const char32_t code_point = character();
-      units += code_point > 0xFFFF ? 2 : 1;
-      append_utf8(out, code_point);
+constexpr field fields[] = {
+    {"release", read_release},
+    {"manufacturer", [](line_reader& line, scenario_device* device) { device->manufacturer = line.text(); }},
+    {"product", [](line_reader& line, scenario_device* device) { device->product_name = line.text(); }},
+    {"serial", [](line_reader& line, scenario_device* device) { device->serial_number = line.text(); }},
+    {"class", read_class},
+    {"interface", read_interface, true},
+    {"speed", read_speed},
+    {"openable", read_openable}};
+
+void read_fields(line_reader& line, scenario_device* device) {
+  std::set<std::string_view> given;
+  while (!line.at_end()) {
+    const std::string_view key = line.key();
+    const auto found = std::find_if(std::begin(fields), std::end(fields),
+                                    [&](const field& each) { return each.name == key; });
+    if (found == std::end(fields)) {
+      throw fault{quoted(key) +
+                  " is not one of release, manufacturer, product, serial, class, interface, speed, openable"};
     }
-    if (units > longest_string)
-      throw fault{"a string has at most 126 UTF-16 units, this one has " + std::to_string(units)};
-    _rest.remove_prefix(1);
-    if (!_rest.empty() && !is_blank(_rest.front())) throw fault{"a space is missing after the closing quote"};
-    skip_blanks();
-    return out;
+    if (!given.insert(key).second && !found->repeats) throw fault{quoted(key) + " is given twice"};
+    found->read(line, device);
   }
-
- private:
-  // Skips to the next word. A comment ends the line.
-  void skip_blanks() {
-    while (!_rest.empty() && is_blank(_rest.front())) _rest.remove_prefix(1);
-    if (!_rest.empty() && _rest.front() == '#') _rest = {};
-  }
-
-  char32_t character() {
-    char32_t code_point = 0;
-    if (!take_code_point(_rest, &code_point)) throw fault{"the string is not UTF-8"};
-    if (code_point != '\\') return code_point;
-    const std::string_view escape = _rest.substr(0, _rest.substr(0, 1) == "x" ? 3 : 1);
-    _rest.remove_prefix(escape.size());
-    if (escape == "\"" || escape == "\\") return static_cast<unsigned char>(escape.front());
-    const auto number = escape.size() == 3 ? parse_hex(escape.substr(1), 2) : std::nullopt;
-    if (!number) throw fault{quoted("\\" + std::string(escape)) + " is not one of \\\", \\\\, \\xNN"};
-    return *number;
-  }
-
-  std::string_view _rest;
-};
+}
 
 class parser {
  public:
@@ -144,7 +152,9 @@ class parser {
     scenario_device device;
     device.vendor = numbers->vendor;
     device.product = numbers->product;
+    if (is_hub) device.class_code = 0x09;
     read_fields(line, &device);
+    device.path = where;
     device.location = take_location(where);
     _attached[where] = {_result.devices.size(), is_hub};
     _result.steps.push_back({step::attach, _result.devices.size(), {}});
@@ -170,30 +180,6 @@ class parser {
     std::uint32_t location = *location_of_path(where);
     while (!_locations.insert(location).second) location = next_location(location);
     return location;
-  }
-
-  static void read_fields(line_reader& line, scenario_device* device) {
-    std::optional<std::uint32_t> release;
-    while (!line.at_end()) {
-      const std::string_view key = line.key();
-      std::optional<std::string>* const text = key == "manufacturer" ? &device->manufacturer
-                                               : key == "product"    ? &device->product_name
-                                               : key == "serial"     ? &device->serial_number
-                                                                     : nullptr;
-      if (text == nullptr && key != "release") {
-        throw fault{quoted(key) + " is not one of release, manufacturer, product, serial"};
-      }
-      if (text == nullptr ? release.has_value() : text->has_value())
-        throw fault{quoted(key) + " is given twice"};
-      if (text != nullptr) {
-        *text = line.text();
-      } else {
-        const std::string_view value = line.word();
-        release = parse_hex(value, 4);
-        if (!release) throw fault{quoted(value) + " is not HHHH, a hexadecimal release number"};
-      }
-    }
-    device->release = static_cast<std::uint16_t>(release.value_or(0));
   }
 
   void detach(const std::string& where) {

@@ -14,6 +14,11 @@
 //   manufacturer="TEXT"     the strings; by default a device has none
 //   product="TEXT"
 //   serial="TEXT"
+//   class=CC/SS/PP          class, subclass and protocol of the device, hexadecimal; 00/00/00 by default,
+//                           09/00/00 of a hub
+//   interface=CC/SS/PP      an interface, likewise; more of them may follow. With :"TEXT" it has a name.
+//   speed=NUMBER            in Mbit/s; 480 by default
+//   openable=DURATION       how long after its arrival the device can be opened, or "never"; 0s by default
 //
 // A TEXT is UTF-8 with at most 126 UTF-16 units. \" and \\ stand for " and \, and \xNN for the character with
 // the hexadecimal number NN.
@@ -28,6 +33,8 @@
 #include <string_view>
 #include <vector>
 
+#include <yusb_details.h>
+
 namespace yusb::tool {
 
 struct scenario_device {
@@ -35,9 +42,16 @@ struct scenario_device {
   std::uint16_t product = 0;
   std::uint16_t release = 0;
   std::uint32_t location = 0;
+  std::string path;
   std::optional<std::string> manufacturer;  // UTF-8
   std::optional<std::string> product_name;
   std::optional<std::string> serial_number;
+  std::uint8_t class_code = 0;
+  std::uint8_t subclass = 0;
+  std::uint8_t protocol = 0;
+  std::vector<usb_interface> interfaces;                                                   // numbered from 0
+  double speed = 480;                                                                      // in Mbit/s
+  std::optional<std::chrono::milliseconds> openable_after = std::chrono::milliseconds(0);  // empty: never
 };
 
 struct step {

@@ -19,6 +19,13 @@ class bus : public simulated_bus {
     described.manufacturer = device.manufacturer;
     described.product_name = device.product_name;
     described.serial_number = device.serial_number;
+    described.port_path = device.path;
+    described.class_code = device.class_code;
+    described.subclass = device.subclass;
+    described.protocol = device.protocol;
+    described.speed = device.speed;
+    described.interfaces = device.interfaces;
+    described.openable_after = device.openable_after;
     return _simulator.plug(described);
   }
 

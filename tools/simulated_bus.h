@@ -16,6 +16,13 @@ class simulated_bus {
   virtual void unplug(int number) = 0;
 };
 
+// Whether the bus library of this host has a simulated bus. macOS has none.
+#if __has_include(<yusb_simulator.h>)
+constexpr bool has_simulated_bus = true;
+#else
+constexpr bool has_simulated_bus = false;
+#endif
+
 // Null on a host without a simulated bus.
 std::unique_ptr<simulated_bus> make_simulated_bus();
 

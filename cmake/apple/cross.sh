@@ -41,10 +41,12 @@ ln -sfn "$here/headers/mach" "$sdk/usr/include/mach"
 stub usr/lib/libSystem.tbd /usr/lib/libSystem.B.dylib dyld_stub_binder
 stub usr/lib/libc++.tbd /usr/lib/libc++.1.dylib __gxx_personality_v0
 
+stub usr/lib/libutf8proc.tbd /usr/local/lib/libutf8proc.dylib utf8proc_iterate
+
 # What the program yusb is made with, apart from the host's other headers; and what libc++ asks of a Mac's C library.
 rm -rf "$work/packages"
 mkdir -p "$work/packages/include" "$work/packages/share"
-cp -r /usr/include/CLI /usr/include/nlohmann "$work/packages/include"
+cp -r /usr/include/CLI /usr/include/fmt /usr/include/nlohmann /usr/include/utf8proc.h "$work/packages/include"
 cp -r /usr/share/cmake "$work/packages/share"
 cat >"$work/packages/include/xlocale.h" <<'HEADER'
 #pragma once
@@ -74,6 +76,8 @@ rm -rf "$build" "$work/prefix"
 build_it() {
   cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DYORVANUSB_TESTS=OFF \
     -DCMAKE_FIND_ROOT_PATH="$work/packages" -DCMAKE_FIND_ROOT_PATH_MODE_PACKAGE=ONLY \
+    -DFMT_INCLUDE_DIR="$work/packages/include" -DUTF8PROC_INCLUDE_DIR="$work/packages/include" \
+    -DUTF8PROC_LIBRARY="$sdk/usr/lib/libutf8proc.tbd" \
     -DCMAKE_SYSTEM_NAME=Darwin -DCMAKE_SYSTEM_VERSION=20.0 -DCMAKE_OSX_SYSROOT="$sdk" \
     -DCMAKE_CXX_COMPILER="$llvm/clang++" -DCMAKE_CXX_COMPILER_TARGET=arm64-apple-macos11.0 \
     -DCMAKE_CXX_FLAGS="--start-no-unused-arguments -stdlib=libc++ $headers --end-no-unused-arguments" \

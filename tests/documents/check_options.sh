@@ -20,7 +20,9 @@ completed_by_bash() (
 # The call of _arguments for the command, with the arrays that it names.
 completed_by_zsh() {
   if [ -n "$1" ]; then
-    sed -n "/ $1) _arguments/,/;;/p; /^  filtered=/p; /^  common=(/,/^  )/p" "$zsh_completion" | names
+    called=$(sed -n "/ $1) _arguments/,/;;/p" "$zsh_completion")
+    case $called in *'$filtered'*) called+=$(sed -n '/^  filtered=/p' "$zsh_completion") ;; esac
+    { echo "$called"; sed -n '/^  common=(/,/^  )/p' "$zsh_completion"; } | names
   else
     sed -n '/_arguments -C/p; /^  common=(/,/^  )/p' "$zsh_completion" | names
   fi
@@ -42,7 +44,7 @@ compare() { # compare WHERE EXPECTED FOUND
 }
 
 all=
-for command in '' list watch wait; do
+for command in '' list show watch wait; do
   expected=$(help_of "$command")
   all+="$expected"$'\n'
   compare "$bash_completion: ${command:-yusb}" "$expected" "$(completed_by_bash "$command")"

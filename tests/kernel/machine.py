@@ -23,6 +23,7 @@ MODULES = """virtio_pci virtio_console xhci_pci vhci_hcd dummy_hcd libcomposite 
 DEBIAN = {"amd64": "x86_64-linux-gnu", "arm64": "aarch64-linux-gnu"}
 LOADER = {"amd64": "lib64/ld-linux-x86-64.so.2", "arm64": "lib/ld-linux-aarch64.so.1"}
 UDEV = "udev libudev1 libkmod2 libblkid1 libacl1 libselinux1 libpcre2-8-0 libcap2 liblzma5 libzstd1 libssl3".split()
+TEXT = ["libutf8proc-dev", "libutf8proc2"]  # what yusb is linked with
 
 
 class Failed(Exception):
@@ -123,8 +124,9 @@ class Machine:
         self.folder.mkdir(parents=True, exist_ok=True)
         if not (self.folder / "modules").exists():
             self._make_kernel()
-        if not self._user_land.exists():
-            self._basis.unpack(["busybox-static", *UDEV], self._user_land)
+        if not (self._user_land / "usr/include/utf8proc.h").exists():
+            shutil.rmtree(self._user_land, ignore_errors=True)
+            self._basis.unpack(["busybox-static", *TEXT, *UDEV], self._user_land)
         self._build_programs()
         self._make_initrd()
 
@@ -164,7 +166,8 @@ class Machine:
             shutil.rmtree(self._programs)  # this checkout was elsewhere then
         options = []
         if self.arch not in run("dpkg", "--print-architecture"):
-            options = ["-DCMAKE_SYSTEM_NAME=Linux", f"-DCMAKE_CXX_COMPILER={DEBIAN[self.arch]}-g++"]
+            options = ["-DCMAKE_SYSTEM_NAME=Linux", f"-DCMAKE_CXX_COMPILER={DEBIAN[self.arch]}-g++",
+                       f"-DCMAKE_PREFIX_PATH={self._user_land / 'usr'}"]
         with open(self.log, "w") as log:
             for command in (["cmake", "-G", "Ninja", "-S", HERE, "-B", self._programs, "-DCMAKE_BUILD_TYPE=Release",
                              *options], ["ninja", "-C", self._programs]):

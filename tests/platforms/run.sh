@@ -26,8 +26,8 @@ suite=bookworm
 architectures=$(dpkg --print-architecture)
 cpu=
 compilers=c++
-packages="cmake ninja-build libcli11-dev nlohmann-json3-dev pkg-config man-db systemd"
-libraries="libgtest-dev libumockdev-dev umockdev"
+packages="cmake ninja-build libcli11-dev nlohmann-json3-dev libfmt-dev pkg-config man-db systemd"
+libraries="libutf8proc-dev libgtest-dev libumockdev-dev umockdev"
 case $name in
   i386)
     architectures=i386

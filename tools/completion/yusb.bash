@@ -3,7 +3,7 @@ _yusb() {
   local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command='' each
   for each in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     case $each in
-      list | watch | wait) command=$each && break ;;
+      list | show | watch | wait) command=$each && break ;;
     esac
   done
   COMPREPLY=()
@@ -15,13 +15,21 @@ _yusb() {
       ;;
     --filter)
       # A comma-separated list: complete its last item.
-      local before=''
-      [[ $word == *,* ]] && before=${word%,*},
+      local before='' item=$word modes
+      modes='adb fastboot mtp ptp mass-storage tethering accessory usbmux recovery dfu edl preloader download audio midi
+        serial hid printer hub smart-card video bluetooth'
+      [[ $item == *,* ]] && before=${item%,*}, item=${item##*,}
+      [[ $item == not:* ]] && before+=not: item=${item#not:}
       compopt -o nospace
-      mapfile -t COMPREPLY < <(compgen -P "$before" -W 'apple airpods android id= vendor= location=0x serial=' -- "${word##*,}")
+      if [[ $item == mode=* ]]; then
+        mapfile -t COMPREPLY < <(compgen -P "${before}mode=" -W "$modes" -- "${item#mode=}")
+      else
+        mapfile -t COMPREPLY < <(compgen -P "$before" -W 'apple airpods android id= vendor= location=0x port= class=
+          interface= mode= name= serial= not:' -- "$item")
+      fi
       return
       ;;
-    --for | --timeout)
+    --for | --timeout | --heartbeat)
       mapfile -t COMPREPLY < <(compgen -W '250ms 10s 5m' -- "$word")
       return
       ;;
@@ -31,10 +39,11 @@ _yusb() {
   esac
   local options='--help --simulate --log'
   case $command in
-    '') options="list watch wait --version $options" ;;
+    '') options="list show watch wait --version $options" ;;
     list) options="--filter --json --tree $options" ;;
-    watch) options="--filter --json --for --count $options" ;;
-    wait) options="--filter --json --gone --timeout $options" ;;
+    show) options="--json $options" ;;
+    watch) options="--filter --json --new --openable --mark-listed --heartbeat --for --count $options" ;;
+    wait) options="--filter --json --new --openable --gone --timeout $options" ;;
   esac
   mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
 }

@@ -86,7 +86,7 @@ stream read_stream(const std::string& name) {
   return result;
 }
 
-// As the library gives a string: the low byte of each UTF-16 unit. That as UTF-8.
+// As a record has a string: the low byte of each UTF-16 unit. That as UTF-8.
 std::string as_reported(const std::string& utf8) {
   std::string result;
   const auto put = [&](unsigned unit) {
@@ -128,16 +128,19 @@ std::optional<device> read_device(const std::string& path) {
   const char* const names[] = {"manufacturer", "product", "serial_number"};
   for (int i = 0; i < 3; ++i) {
     const auto text = read_file(folder + files[i]);
-    if (text.has_value()) result.fields[names[i]] = as_reported(*text);
+    if (text.has_value()) result.fields[names[i]] = *text;
     // Where sysfs has no string although there is one, what the library gets depends on its privileges.
     if (!text.has_value() && (*descriptor)[14 + i] == 0) result.fields[names[i]] = "";
   }
   return result;
 }
 
+// The program reports whole strings, and those of the record where it was too late for them.
 bool includes(const json& reported, const json& fields) {
-  return std::all_of(fields.items().begin(), fields.items().end(),
-                     [&](const auto& field) { return reported.value(field.key(), "") == field.value(); });
+  return std::all_of(fields.items().begin(), fields.items().end(), [&](const auto& field) {
+    const std::string text = reported.value(field.key(), "");
+    return text == field.value() || text == as_reported(field.value());
+  });
 }
 
 // What is different; empty if nothing is. A stream of the kernel's events has no fields.
