@@ -25,12 +25,21 @@ for number in $(seq "$devices"); do
 done
 
 # A phone that changes its mode is another device at the same port.
+(as_user nobody yusb watch --json --new --mark-listed --filter serial=PHONE >nobody/phone.json) &
+program=$!
+wait_until "the list of yusb" grep -qs '"event":"listed"' nobody/phone.json
+sees() { tail -n 1 nobody/phone.json | grep "\"event\":\"$1\"" | grep -q "\"modes\":\[\"$2\"\]"; }
 plug 18d1:4ee7 --serial PHONE --interface ff4201
 wait_until "ADB" grep -q '^arrival PHONE adb' nobody/events
+wait_until "yusb to show ADB" sees arrival adb
 unplug "$path"
+wait_until "yusb to show the end of ADB" sees removal adb
 plug 18d1:4ee0 --serial PHONE --interface ff4203
 wait_until "fastboot" grep -q '^arrival PHONE fastboot' nobody/events
+wait_until "yusb to show fastboot" sees arrival fastboot
 unplug "$path"
+wait_until "yusb to show the end of fastboot" sees removal fastboot
+kill $program
 
 for each in $sysfs/*/serial; do
   case $(cat "$each") in OPEN*) detach "$(basename "$(dirname "$each")")" ;; esac

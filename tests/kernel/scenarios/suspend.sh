@@ -16,7 +16,7 @@ compare_streams
 mkdir -m 777 opening
 (as_user nobody usb-open 100 >opening/events) &
 opening=$!
-wait_until "an answer" grep -q '^timed-out SLEEPER' opening/events
+wait_until "an answer" grep -qs '^timed-out SLEEPER' opening/events
 kill $opening
 is_suspended || fail "the device is $(cat $power/runtime_status)"
 [ "$(cat $power/active_duration)" = "$active" ] || fail "it was active for $(cat $power/active_duration) ms, not $active"
