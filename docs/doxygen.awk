@@ -1,26 +1,28 @@
-# Makes of a header's comments what Doxygen reads. The headers keep to plain prose; what a sentence is about shows in how
-# it begins: "`name` ..." is about a parameter, "True ..." and "False ..." about what is returned, "Throws ..." and
-# "Takes ..." about exceptions and locks, "Since VERSION." about the version that brought it. A heading ("---- Life ----")
-# begins a group, and so does the namespace of a header that is a group as a whole.
+# Converts the comments of a header for Doxygen. Headers contain plain prose; the start of a sentence decides what it
+# documents: "`name` ..." a parameter, "True ...", "False ..." and "Returns ..." the result, "Throws ..." exceptions,
+# "Takes ..." locks, "Since VERSION." the version that added it. Without "Since" that is the header's version. A heading
+# ("---- Devices ----") begins a group; so does the namespace of a header that is one group.
 BEGIN {
-  title["life"] = "Life"
+  title["life"] = "Life cycle"
   title["events"] = "Contexts and events"
   title["devices"] = "Devices"
-  title["layers"] = "The layers beneath"
-  title["watcher"] = "The exact watcher"
+  title["layers"] = "Underlying functions"
+  title["watcher"] = "Watchers and queues"
   title["filter"] = "Filters"
-  title["details"] = "What a device is"
-  title["openable"] = "When a device can be opened"
+  title["details"] = "Device details"
+  title["openable"] = "Waiting until a device can be opened"
   title["openable_queue"] = "A queue that reports openable devices"
   title["location"] = "Port paths and location IDs"
-  title["bus"] = "The bus"
-  title["simulator"] = "The simulated bus"
-  group["Life"] = "life"
+  title["bus"] = "State of the bus"
+  title["simulator"] = "Simulated bus"
+  group["Life cycle"] = "life"
   group["Contexts"] = "events"
   group["Devices"] = "devices"
-  group["What a record is (no lock; from anywhere)"] = "devices"
-  group["The layers beneath"] = "layers"
+  group["Tests of a record (no lock; allowed everywhere)"] = "devices"
+  group["Underlying functions"] = "layers"
   member["YUsbInfoDevice"] = member["device_visitor"] = "devices"
+  since["yusb_details.h"] = since["yusb_openable.h"] = since["yusb_openable_queue.h"] = since["yusb_location.h"] = "5.1.0"
+  since["YString.h"] = since["YLog.h"] = since["Yorvan.h"] = "2.0.0"
   member["_yusb_device_event"] = member["yusb_device_event_interface"] = "events"
 }
 
@@ -44,10 +46,11 @@ function leave() {
   inside = ""
 }
 
-# The kind of a sentence, as a command of Doxygen's that takes it.
+# The sentence with Doxygen's command for what it documents.
 function classified(sentence) {
   if (match(sentence, /^`[a-z_]+` /)) return "\\param " substr(sentence, 2, RLENGTH - 3) " " substr(sentence, RLENGTH + 1)
   if (sentence ~ /^(True|False)[ ,;.]/) return "\\return " sentence
+  if (sentence ~ /^Returns /) return "\\return " toupper(substr(sentence, 9, 1)) substr(sentence, 10)
   if (sentence ~ /^Throws std::/) return "\\throws " substr(sentence, 8)
   if (sentence ~ /^Takes (the|all|no) /) return "\\par Locks\n" sentence
   if (sentence ~ /^Since [0-9]/) return "\\since " substr(sentence, 7)
@@ -59,7 +62,7 @@ function write_block(declaration,    i, n, sentence, sentences, ordered, text, n
   if (block == "") return
   text = block
   block = ""
-  gsub(/the top of this file/, "\\ref " header " \"the top of this file\"", text)
+  gsub(/the top[ \n]of[ \n]this[ \n]file/, "\\ref " header " \"the top of this file\"", text)
   if (text !~ /\n   / && declaration ~ /[(]/) {
     gsub(/\n/, " ", text)
     gsub(/  +/, "\n\n", text)  # an empty line
@@ -78,6 +81,8 @@ function write_block(declaration,    i, n, sentence, sentences, ordered, text, n
     }
   }
   sub(/\n$/, "", text)
+  if (declaration ~ /[(]|^(class|struct|enum|using) / && text !~ /\\since/)
+    text = text "\n\n\\since " (header in since ? since[header] : "5.0.0")
   gsub(/\n/, "\n" indent "/// ", text)
   gsub(/\\x/, "\\\\\\\\x", text)
   print indent "/// " text
@@ -109,7 +114,7 @@ top && /^\/\// {
 }
 {
   if (pending && ($0 == "" || block == "")) {
-    # What follows a heading without a declaration is about the group.
+    # A comment below a heading that no declaration follows describes the group.
     gsub(/\n/, "\n/// ", block)
     description = block == "" ? "" : "///" block "\n"
     block = ""

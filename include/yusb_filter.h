@@ -1,4 +1,4 @@
-// Choosing devices by what their records say. Header-only.
+// Filters: they select devices by their records. Header-only.
 //
 //   const auto phone = yusb::both(yusb::device_is_android, yusb::except(yusb::with_vendor(0x18D1)));
 //   yusb::device_traverse(nullptr, [&](const YUsbInfoDevice& device) {
@@ -15,42 +15,47 @@
 
 namespace yusb {
 
-// True keeps the device. yusb::device_is_apple, yusb::device_is_airpods and yusb::device_is_android are
-// filters as they stand, and so is any function or lambda of this form. None of those here takes a lock,
-// throws or allocates when it is asked, but those three, whose rules are in yusb.h; making one may throw
-// std::bad_alloc. A filter may be asked on several threads at once if all that it is made of may.
+// Returns true to keep the device. yusb::device_is_apple, yusb::device_is_airpods and yusb::device_is_android
+// are filters, and so is any function or lambda of this form. When called, the filters of this file do not
+// lock, allocate or throw; the rules of those three functions are in yusb.h. To create a filter may throw
+// std::bad_alloc. A combined filter is thread-safe if its parts are.
 using device_filter = std::function<bool(const YUsbInfoDevice&)>;
 
-// By idVendor, or by idVendor and idProduct.
+// Keeps devices with this idVendor.
 inline device_filter with_vendor(unsigned short vendor) {
   return [=](const YUsbInfoDevice& device) { return device.vendorID() == vendor; };
 }
+// Keeps devices with this idVendor and idProduct.
 inline device_filter with_id(unsigned short vendor, unsigned short product) {
   return [=](const YUsbInfoDevice& device) {
     return device.vendorID() == vendor && device.productID() == product;
   };
 }
 
-// By the whole text, byte for byte.
+// Keeps devices with this serial number. It compares whole strings, byte by byte.
 inline device_filter with_serial_number(const YString& text) {
   return [text](const YUsbInfoDevice& device) { return device.serialNumber() == text; };
 }
+// Keeps the device at this location. It compares whole strings, byte by byte.
 inline device_filter with_location(const YString& text) {
   return [text](const YUsbInfoDevice& device) { return device.location() == text; };
 }
 
-// Combinations. `second` is asked only where it matters. A filter that is combined must not be empty: asking
-// the combination would throw std::bad_function_call.
+// Keeps devices that both filters keep; calls `second` only if `first` keeps the device. The parts must not
+// be empty: the combination would throw std::bad_function_call.
 inline device_filter both(device_filter first, device_filter second) {
   return [first = std::move(first), second = std::move(second)](const YUsbInfoDevice& device) {
     return first(device) && second(device);
   };
 }
+// Keeps devices that either filter keeps; calls `second` only if `first` does not. The parts must not be
+// empty.
 inline device_filter either(device_filter first, device_filter second) {
   return [first = std::move(first), second = std::move(second)](const YUsbInfoDevice& device) {
     return first(device) || second(device);
   };
 }
+// Keeps devices that the filter does not keep. It must not be empty.
 inline device_filter except(device_filter filter) {
   return [filter = std::move(filter)](const YUsbInfoDevice& device) { return !filter(device); };
 }

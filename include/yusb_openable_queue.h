@@ -1,4 +1,4 @@
-// Arrivals, removals, and when each device can be opened, from one queue. Header-only; link the bus library
+// A queue of arrivals, removals, and reports that a device can be opened. Header-only; link the bus library
 // and what <yusb_watcher.h> needs.
 //
 //   yusb::openable_queue queue;
@@ -23,38 +23,39 @@ namespace yusb {
 
 enum class openable_kind {
   arrival,    // `device` was attached
-  openable,   // `device`, whose arrival was reported, can be opened now
-  timed_out,  // `device` was not openable in time; no more is said about that
+  openable,   // `device`, whose arrival was reported, can be opened
+  timed_out,  // `device` was not openable within the limit, and is no longer tested
   removal,    // `device` was detached
-  resync,     // events were dropped; `devices` is what is attached now
+  resync,     // events were dropped; `devices` are those attached now
 };
 
 struct openable_event {
   openable_kind kind;
-  YUsbInfoDevice device;                // not of a resync
+  YUsbInfoDevice device;                // empty in a resync
   std::vector<YUsbInfoDevice> devices;  // of a resync, in order of arrival
 };
 
-// A watch_queue that also reports when each device can be opened. Between a device's arrival and its removal
-// comes at most one `openable` or `timed_out`, and exactly one if the device stays attached for the time
-// limit. A device that is already gone is never reported openable, even if its removal is still to come.
-// After a resync every device in it is answered again. A device that a host has listed and the bus does not
-// know is not answered.
+// A watch_queue that also reports when each device can be opened. Between the arrival and the removal of a
+// device it reports at most one `openable` or `timed_out`, and exactly one if the device stays attached for
+// the time limit. It never reports a device as openable that is already gone, even if its removal has not
+// been reported yet. After a resync it reports each of its devices again. It does not report devices that a
+// host has listed and the bus does not know.
 //
-// It uses no thread: devices are checked in next(), so a client that is not in next() learns of a node later.
-// One thread at a time calls next; close may be called by another one meanwhile.
+// It starts no thread: next() tests the devices, so reports wait until the client calls next(). Only one
+// thread at a time may call next(); another may call close() meanwhile.
 class openable_queue {
  public:
-  // `limit` is how long each device may take, counted from when its arrival is taken from the queue. The rest
-  // is as for watch_queue. Throws what watch_queue's constructor and watch_queue::descriptor throw.
+  // Starts watching. `limit` is the time in which each device should become openable, counted from when its
+  // arrival is taken from the queue. The other parameters are those of watch_queue. Throws the exceptions of
+  // watch_queue's constructor and of watch_queue::descriptor.
   explicit openable_queue(std::chrono::milliseconds limit = std::chrono::seconds(30),
                           device_filter filter = {}, std::size_t capacity = 1024,
                           watch_end end = watch_end::silent)
       : _limit(limit), _events(std::move(filter), capacity, end), _descriptor(_events.descriptor()) {}
 
-  // Takes the next event; waits for one as long as `limit`, at most a year; with 0 or less it does not wait.
-  // Empty when the time has passed without an event, or when the queue is closed and empty. Throws
-  // std::bad_alloc; after that, answers may be missing.
+  // Takes the next event. `limit` is how long to wait for one, at most a year; 0 or less does not wait.
+  // Returns nothing if the time has passed without an event, or if the queue is closed and empty. Throws
+  // std::bad_alloc; after that, reports of openable devices may be missing.
   std::optional<openable_event> next(std::chrono::milliseconds limit) {
     using clock = std::chrono::steady_clock;
     constexpr std::chrono::milliseconds year = std::chrono::hours(24 * 365);
@@ -75,7 +76,7 @@ class openable_queue {
     }
   }
 
-  // As watch_queue::close. What is queued can still be taken, without further answers.
+  // Same as watch_queue::close. Events in the queue can still be taken, but no device is tested any more.
   void close() noexcept { _events.close(); }
   bool closed() const noexcept { return _events.closed(); }
 

@@ -1,51 +1,53 @@
-// Devices as they come and go, exactly: every arrival once, every removal once, in turn. Header-only; link
-// what <yusb.h> needs, and threads.
+// Watchers: they report each arrival and each removal exactly once, in alternation. Header-only; link what
+// <yusb.h> needs, and threads.
 //
-// On a thread of your own, where you may call everything (yusb::watch_queue):
+// On a thread of yours, where you may call every function (yusb::watch_queue):
 //
 //   yusb::watch_queue queue(yusb::device_is_android);
-//   while (const auto event = queue.next(std::chrono::minutes(1))) {  // until nothing comes for a minute
+//   while (const auto event = queue.next(std::chrono::minutes(1))) {  // until a minute passes without events
 //     switch (event->kind) {
 //       case yusb::watch_kind::arrival: phones.add(event->device); break;
 //       case yusb::watch_kind::removal: phones.drop(event->device); break;
-//       case yusb::watch_kind::resync: phones.replace_all(event->devices); break;  // we were too slow
+//       case yusb::watch_kind::resync: phones.replace_all(event->devices); break;  // the queue overflowed
 //     }
 //   }
 //
-// At the very moment, under the library's locks (yusb::watcher):
+// Immediately, under the library's locks (yusb::watcher):
 //
 //   yusb::watcher watcher([](const YUsbInfoDevice& device, _yusb_device_event event) {
 //     std::printf("%c %s\n", event == YUSB_DEVICE_EVENT_APPEND ? '+' : '-', device.location().data());
 //   });
 //
-// What is exact. A watcher tells first of an arrival for each device listed when it is constructed, then of
-// every change, in the order in which the list changed. For each location arrivals and removals alternate, an
-// arrival first, whatever other threads do: nothing is missed and nothing told twice. A removal carries the
-// very record that its arrival carried. Attached devices that the library has not listed yet (it does so
-// shortly after yusb::global_initialize) arrive later, as any other.
+// Guarantees. A watcher first reports an arrival for each device that is listed when it is constructed, then
+// every change, in the order in which the list changed. For each location, arrivals and removals strictly
+// alternate, an arrival first, whatever other threads do: no event is missed and none is reported twice. A
+// removal carries the same record as its arrival. Attached devices that the library has not listed yet (it
+// lists them shortly after yusb::global_initialize) arrive later like any other device.
 //
-// A device is what is listed at a location. Where a location is listed more than once, as for a moment when
-// one device quickly takes another's place, its device is the one listed first; when that leaves the list its
-// removal is told, and then the arrival of the next one. Never told of are records without numbers
-// (YUsbInfoDevice::empty) or without a location, and removals that took nothing out of the list. A host that
-// calls yusb::common_device_remove with an empty record, or with one whose location and instance path are of
-// two different listed devices, cannot be followed: the first is taken for a removal of nothing; of the
-// second the one with both, or else the first with either, is held to be gone.
+// One location has at most one device. If the list briefly holds several records for a location (a fast
+// replug), the first is the device; when it leaves the list, its removal is reported, and then the arrival of
+// the next. Records without numbers (YUsbInfoDevice::empty) or without a location are never reported, nor are
+// removals that removed nothing from the list. Two kinds of calls by a host cannot be followed:
+// yusb::common_device_remove with an empty record is taken for a removal of nothing; if its record has the
+// location of one listed device and the instance path of another, the watcher assumes that the removed record
+// is the one with both, or else the first with either.
 //
-// Life. Construct a watcher after yusb::global_initialize; stop or destroy it before yusb::global_release:
-// afterwards that is undefined. Any number may live at once. They are moved, not copied; a move disturbs no
-// event. One object is used on one thread at a time, but for what watch_queue allows.
+// Life cycle. Construct a watcher after yusb::global_initialize; stop or destroy it before
+// yusb::global_release: to use it later is undefined. There may be any number of watchers. They can be moved,
+// not copied; a move does not affect events. Use one object on one thread at a time, except where watch_queue
+// permits more.
 //
-// Threads. Construct, stop and destroy on any thread, but not in what runs under the library's locks: a
-// handler of live events, a watcher's callback or filter, the log's sink. There a constructor throws; an end
-// cannot be had: the watcher falls silent, without the removals of watch_end::removals, and its memory and
-// descriptor are lost. All of them wait for handlers that are running: hold no lock that one of those takes.
+// Threads. Construct, stop and destroy a watcher on any thread, but not in code that runs under the library's
+// locks: a handler of live events, a watcher's callback or filter, the log sink. There the constructor
+// throws, and stop(), close() and the destructor only silence the watcher: no removals of watch_end::removals
+// are sent, and its memory and descriptor are leaked. All of them block until running handlers have returned,
+// so never hold a lock that a handler takes.
 //
-// Exceptions. Constructors throw std::runtime_error where the library is not initialised or refuses, as
-// above, and std::bad_alloc if the watcher itself cannot be allocated. Callbacks and filters must not throw.
-// A failed allocation terminates the process while a constructor registers with the library, and when an
-// event is kept. stop(), close() and destructors allocate nothing, but for the removals that a queue keeps at
-// its end (watch_end::removals).
+// Exceptions. Constructors throw std::runtime_error if the library is not initialised or refuses the call, as
+// described above, and std::bad_alloc if the watcher itself cannot be allocated. Callbacks and filters must
+// not throw. A failed allocation terminates the process while a constructor registers with the library, and
+// when an event is stored. stop(), close() and destructors do not allocate, except for the removals that a
+// queue stores at its end (watch_end::removals).
 #ifndef YUSB_WATCHER_H_
 #define YUSB_WATCHER_H_
 
@@ -70,27 +72,29 @@
 
 namespace yusb {
 
-// How a watcher ends: without a word, or with a removal for each device that it told of and that is still
-// there.
+// How a watcher ends: silently, or with a removal for each device that it has reported and that is still
+// attached.
 enum class watch_end { silent, removals };
 
 using watch_callback = std::function<void(const YUsbInfoDevice&, _yusb_device_event)>;
 
-// Calls back for every device that comes or goes, at that moment.
+// Invokes a callback for every device that is attached or detached, immediately.
 //
-// The calls come inside the constructor, on its thread, for what is listed already; then on the thread that
-// changes the list, which is the library's monitor thread; and inside the destructor, on its thread, for the
-// removals of watch_end::removals. Never two at once. The rules are those of a handler under the library's
-// locks (yusb_device_event_interface): copy the record to keep it, do not block, do not throw, call no
-// function of the library that takes a lock (it is refused). The filter is asked there too, once a device,
-// when it arrives; an empty filter keeps every device. What callback and filter refer to must outlive the
-// watcher.
+// The callback runs in the constructor, on its thread, for the devices that are already listed; then on the
+// thread that changes the list, which is the library's monitor thread; and in the destructor, on its thread,
+// for the removals of watch_end::removals. Calls never overlap. The rules are those of a handler under the
+// library's locks (yusb_device_event_interface): copy the record if you need it later, do not block, do not
+// throw, and call no function of the library that takes a lock (it is refused). The filter is called in the
+// same places, once per device, at its arrival; an empty filter keeps every device. Objects that callback and
+// filter refer to must outlive the watcher.
 class watcher {
  public:
   // Watches nothing.
   watcher() = default;
 
-  // Throws std::invalid_argument if the callback is empty, and what the top of this file says.
+  // Starts watching. `callback` is called for each event. `filter` is called once per device, at its arrival.
+  // `end` decides whether the end causes removals. Throws std::invalid_argument if the callback is empty, and
+  // as described at the top of this file.
   explicit watcher(watch_callback callback, device_filter filter = {}, watch_end end = watch_end::silent) {
     if (!callback) throw std::invalid_argument("yusb::watcher: the callback is empty");
     auto made = std::make_unique<detail::subscription>(std::move(callback), std::move(filter),
@@ -99,7 +103,8 @@ class watcher {
     _subscription.reset(made.release());
   }
 
-  // What the destructor does: no call reaches the callback after it. Does nothing where nothing is watched.
+  // Stops watching, as the destructor does: the callback is not called again after this returns. Does nothing
+  // if nothing is watched.
   void stop() noexcept { _subscription.reset(); }
 
  private:
@@ -107,41 +112,42 @@ class watcher {
 };
 
 enum class watch_kind {
-  arrival,  // `device` came
-  removal,  // `device` went
-  resync,   // events were dropped; `devices` is what is there now
+  arrival,  // `device` was attached
+  removal,  // `device` was detached
+  resync,   // events were dropped; `devices` are those attached now
 };
 
 struct watch_event {
   watch_kind kind;
-  YUsbInfoDevice device;                // of an arrival or removal, else empty
-  std::vector<YUsbInfoDevice> devices;  // of a resync, in order of arrival, else none
+  YUsbInfoDevice device;                // of an arrival or removal; otherwise empty
+  std::vector<YUsbInfoDevice> devices;  // of a resync, in order of arrival; otherwise none
 };
 
-// Keeps events until the client takes them, on a thread of its own and under no lock of the library. A client
-// that is slow, or sleeps, delays neither the library nor another client.
+// Stores events until the client takes them, on a thread of its own and without a lock of the library. A slow
+// client delays neither the library nor other clients.
 //
-// The queue is bounded. When an event finds it full, everything in it is dropped, and the client takes next a
-// resync with a snapshot of the moment when it takes it; the events that follow are the changes since then.
-// On a resync a client replaces its picture of what is attached by event.devices, and the picture equals the
-// list: what only the picture had is gone, what only event.devices has is new (YUsbInfoDevice::operator==
-// compares locations), what both have may have gone and come unseen. If more is attached at the start than
-// the queue holds, the first event is a resync.
+// The queue is bounded. If it is full when an event occurs, all events in it are dropped, and the next one
+// that the client takes is a resync with a snapshot made at that moment; the events after it are the changes
+// since then. On a resync a client replaces its list of attached devices by event.devices. Devices that only
+// the client's list had are gone, those that only event.devices has are new (YUsbInfoDevice::operator==
+// compares locations), and those in both may have been detached and attached again. If more devices are
+// attached at the start than the queue can hold, the first event is a resync.
 class watch_queue {
  public:
-  // Starts watching; what is listed already is queued when this returns. `capacity` is in events, of about
-  // 100 bytes each besides the texts; with 0 all comes as resyncs. The filter is asked as a watcher's is.
-  // Throws what the top of this file says.
+  // Starts watching; arrivals of the listed devices are in the queue when this returns. `filter` is called as
+  // by a watcher. `capacity` is in events, of about 100 bytes each plus the strings; with 0, every event is a
+  // resync. `end` decides whether the end causes removals. Throws std::runtime_error and std::bad_alloc as
+  // described at the top of this file.
   explicit watch_queue(device_filter filter = {}, std::size_t capacity = 1024,
                        watch_end end = watch_end::silent)
       : _state(std::make_shared<state>(capacity)),
         _watcher([state = _state](const auto& device, auto event) { state->put(device, event); },
                  std::move(filter), end) {}
 
-  // Takes the next event; waits for one as long as `limit`, at most a year; 0 or less does not wait. Empty
-  // when the time has passed without an event, or when the queue is closed and empty. Several threads may
-  // call it at once: each event goes to one of them. Throws std::bad_alloc if a resync's devices cannot be
-  // copied, and then the resync stays; no other event allocates.
+  // Takes the next event. `limit` is how long to wait for one, at most a year; 0 or less does not wait.
+  // Returns nothing if the time has passed without an event, or if the queue is closed and empty. Several
+  // threads may call it at the same time: each event goes to one of them. Throws std::bad_alloc if the
+  // devices of a resync cannot be copied; the resync then stays in the queue. No other event allocates.
   std::optional<watch_event> next(std::chrono::milliseconds limit) {
     limit = std::clamp<std::chrono::milliseconds>(limit, limit.zero(), std::chrono::hours(24 * 365));
     std::unique_lock<std::mutex> lock(_state->mutex);
@@ -149,18 +155,19 @@ class watch_queue {
     return _state->take();
   }
 
-  // A descriptor for an event loop: poll, select, epoll and kqueue find it readable while next(0ms) has an
-  // event to give, and for good once the queue is closed. It is exact whenever no thread is in a function of
-  // the queue. Where the loop reports only a change (EPOLLET, EV_CLEAR), take events until there are none.
+  // Returns a file descriptor for an event loop: for poll, select, epoll and kqueue it is readable while
+  // next(0ms) would return an event, and permanently after the queue is closed. This is exact whenever no
+  // thread is in a function of the queue. In an edge-triggered loop (EPOLLET, EV_CLEAR), take events until
+  // there are none.
   //
-  // The queue owns it: it stays the same when the queue is moved, and is closed when the queue is destroyed.
-  // Take it out of the loop before that, and do not read, write or close it. A program that is started with
-  // exec does not inherit it (elsewhere than on Linux one may that is started during the first call). A
-  // forked child must not use it.
+  // The queue owns the descriptor: it stays the same if the queue is moved, and is closed when the queue is
+  // destroyed. Remove it from the loop before that, and do not read, write or close it. Programs started with
+  // exec do not inherit it (except, on other systems than Linux, one that is started during the first call).
+  // A forked child must not use it.
   //
-  // The first call opens it, an eventfd on Linux and a pipe elsewhere. From then on the first event in an
+  // The first call opens it, an eventfd on Linux and a pipe elsewhere. From then on, the first event in an
   // empty queue costs a system call, and so does taking the last one. May be called from any thread. Throws
-  // std::system_error if no descriptor can be opened: the queue goes on, and a later call tries again.
+  // std::system_error if no descriptor can be opened; the queue keeps working, and a later call tries again.
   // Since 5.1.0.
   int descriptor() {
     const std::lock_guard<std::mutex> lock(_state->mutex);
@@ -169,9 +176,9 @@ class watch_queue {
     return descriptor;
   }
 
-  // Stops watching, as the destructor of a watcher does, and wakes the threads that wait in next. What is
-  // queued, at its end the removals of watch_end::removals, can still be taken. Call it on one thread while
-  // others are in next, and destroy the queue when they have left it. A second call does nothing.
+  // Stops watching, as the destructor of a watcher does, and wakes the threads that wait in next. The events
+  // in the queue, followed by the removals of watch_end::removals, can still be taken. One thread may call it
+  // while others are in next; destroy the queue when they have returned. A second call does nothing.
   void close() noexcept {
     _watcher.stop();
     const std::lock_guard<std::mutex> lock(_state->mutex);
@@ -180,7 +187,7 @@ class watch_queue {
     _state->readable.set(true);
   }
 
-  // True after close. From any thread.
+  // True after close. May be called from any thread.
   bool closed() const noexcept { return _state->closed; }
 
  private:
@@ -215,12 +222,12 @@ class watch_queue {
     }
 
     const std::size_t capacity;
-    std::mutex mutex;  // guards all that follows but `closed`
+    std::mutex mutex;  // guards all members below except `closed`
     std::condition_variable changed;
-    detail::readiness readable;  // set as ready() is
+    detail::readiness readable;  // set while ready() is true
     std::deque<watch_event> events;
-    std::vector<YUsbInfoDevice> known_devices;  // what a client would know that had taken every event
-    bool dropped = false;                       // and no resync taken since
+    std::vector<YUsbInfoDevice> known_devices;  // those of a client that has taken every event
+    bool dropped = false;                       // events were, and no resync was taken since
     std::atomic<bool> closed{false};
   };
 

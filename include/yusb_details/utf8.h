@@ -1,4 +1,4 @@
-// UTF-8, for the strings of yusb_details.h and for programs of this project that print them. Not part of the
+// UTF-8 functions for the strings of yusb_details.h and for this project's programs. Not part of the public
 // interface.
 #ifndef YUSB_DETAILS_UTF8_H_
 #define YUSB_DETAILS_UTF8_H_

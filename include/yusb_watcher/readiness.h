@@ -1,4 +1,4 @@
-// The descriptor of a watch queue. A part of <yusb_watcher.h>, which includes it.
+// The file descriptor of a watch queue. Part of <yusb_watcher.h>, which includes it.
 #ifndef YUSB_WATCHER_READINESS_H_
 #define YUSB_WATCHER_READINESS_H_
 
@@ -16,8 +16,8 @@
 namespace yusb {
 namespace detail {
 
-// A descriptor that is readable while it is set: an eventfd on Linux, a pipe elsewhere. Without the
-// descriptor, which is opened when it is first asked for, setting does nothing. Not thread-safe.
+// A descriptor that is readable while it is set: an eventfd on Linux, a pipe elsewhere. The first call of
+// descriptor() opens it; before that, set() does nothing. Not thread-safe.
 class readiness {
  public:
   readiness() = default;
@@ -28,16 +28,16 @@ class readiness {
     if (_write_end != _read_end) ::close(_write_end);
   }
 
-  // Stays the same. Throws std::system_error if it cannot be opened.
+  // Always returns the same descriptor. Throws std::system_error if it cannot be opened.
   int descriptor() {
     if (_read_end == -1) open();
     return _read_end;
   }
 
-  // Makes a system call only if this changes anything.
+  // Makes a system call only if this changes the state.
   void set(bool readable) noexcept {
     if (_read_end == -1 || readable == _readable) return;
-    std::uint64_t token = 1;  // of the size that an eventfd takes
+    std::uint64_t token = 1;  // 8 bytes, as an eventfd requires
     const ssize_t done = readable ? ::write(_write_end, &token, sizeof token)  //
                                   : ::read(_read_end, &token, sizeof token);
     _readable = readable && done == static_cast<ssize_t>(sizeof token);

@@ -1,4 +1,4 @@
-// What a watcher registers with the library. A part of <yusb_watcher.h>, which includes it.
+// The event interface that a watcher registers. Part of <yusb_watcher.h>, which includes it.
 #ifndef YUSB_WATCHER_SUBSCRIPTION_H_
 #define YUSB_WATCHER_SUBSCRIPTION_H_
 
@@ -19,19 +19,20 @@ namespace detail {
 
 using subscription_callback = std::function<void(const YUsbInfoDevice&, _yusb_device_event)>;
 
-// What a watcher registers. All but `_hears` is used under the library's locks, or on the thread that starts
-// or ends it, when no event can come.
+// The event interface of a watcher. All members except `_hears` are used under the library's locks, or on the
+// thread that starts or ends it, when it receives no events.
 class subscription final : public yusb_device_event_interface {
  public:
-  // At its end it reports a removal for each device that is still attached, if `removals` says so.
+  // If `removals` is true, finish() reports a removal for each device that is still attached.
   subscription(subscription_callback callback, device_filter filter, bool removals)
       : _callback(std::move(callback)), _filter(std::move(filter)), _removals(removals) {}
 
   void start() {
     if (!context_create(&_context)) throw std::runtime_error("yusb::watcher: not under the library's locks");
     if (_context == nullptr) throw std::bad_alloc();
-    // A registration replays the list without a lock. Out of the set no other event can come meanwhile, so
-    // that replay is ignored; entering the set replays the list under the locks that every change takes.
+    // A registration replays the list without a lock; `_hears` drops that replay. The context is outside the
+    // set meanwhile, so it receives no other event. Adding it to the set replays the list again, under the
+    // locks that every change takes.
     if (!common_object_remove(_context) || !context_notify_object_append(_context, this)) {
       context_release(_context);
       throw std::runtime_error("yusb::watcher: the library is not initialised");
@@ -40,9 +41,9 @@ class subscription final : public yusb_device_event_interface {
     common_object_append(_context);
   }
 
-  // False if the library refuses, and still refers to this object.
+  // False if the library refused, and therefore still refers to this object.
   bool finish() noexcept {
-    _hears = false;  // leaving the set replays removals, but only `_listed` knows which arrivals were told
+    _hears = false;  // context_release replays removals of all devices; _listed knows which were reported
     if (!context_release(_context)) return false;
     for (const entry& listed : _listed) {
       if (listed.told && _removals) _callback(listed.device, YUSB_DEVICE_EVENT_REMOVE);
@@ -51,7 +52,7 @@ class subscription final : public yusb_device_event_interface {
   }
 
   void on_device_event(const YUsbInfoDevice& device, _yusb_device_event event) override {
-    // A removal by key that found nothing brings a blank record.
+    // A removal by key that found nothing delivers a blank record.
     const bool blank = device.empty() && device.location() == YString() && device.instancePath() == YString();
     if (!_hears || blank) return;
     event == YUSB_DEVICE_EVENT_APPEND ? append(device) : remove(device);
@@ -60,7 +61,7 @@ class subscription final : public yusb_device_event_interface {
  private:
   struct entry {
     YUsbInfoDevice device;
-    bool told;  // of its arrival, and not of its removal
+    bool told;  // its arrival was reported, its removal was not
   };
   using iterator = std::vector<entry>::iterator;
 
@@ -69,7 +70,7 @@ class subscription final : public yusb_device_event_interface {
     return std::find_if(_listed.begin(), _listed.end(), condition);
   }
 
-  // The first record at a location that is told of.
+  // The first record at a location that may be reported.
   iterator device_at(const YString& place) {
     if (place == YString()) return _listed.end();
     return find([&](const entry& at) { return at.device.exist() && at.device.location() == place; });
@@ -87,8 +88,8 @@ class subscription final : public yusb_device_event_interface {
   }
 
   void remove(const YUsbInfoDevice& device) {
-    // A removal by key brings the record that it took out, and both keys fit that. One by record brings the
-    // caller's, and took out the first record that either key fits.
+    // A removal by key delivers the record that it removed, so both keys match. A removal by record delivers
+    // the caller's record and removed the first that matches either key.
     const auto location = [&](const entry& at) { return at.device.location() == device.location(); };
     const auto path = [&](const entry& at) { return at.device.instancePath() == device.instancePath(); };
     iterator removed = find([&](const entry& at) { return location(at) && path(at); });
@@ -106,7 +107,7 @@ class subscription final : public yusb_device_event_interface {
   const device_filter _filter;
   const bool _removals;
   _yusb_context* _context = nullptr;
-  std::vector<entry> _listed;       // the library's list
+  std::vector<entry> _listed;       // mirrors the library's list
   std::atomic<bool> _hears{false};  // cleared without a lock
 };
 

@@ -1,4 +1,4 @@
-// libYorvanUsbBus: what a program may want to know of the bus that feeds the library.
+// libYorvanUsbBus: the bus that the library watches.
 #ifndef YUSB_BUS_H_
 #define YUSB_BUS_H_
 
@@ -16,19 +16,20 @@
 
 namespace yusb {
 
-// True if the host has a USB bus that can be watched; on a Mac, if IOKit can be asked for USB devices. From
-// any thread.
+// True if the host has a USB bus that can be watched; on macOS, if IOKit can be queried for USB devices. May
+// be called from any thread.
 YUSB_BUS_EXPORT bool bus_present();
 
-// Waits until the library has handled everything the bus has told it: after yusb::global_initialize, until
-// every device attached then is listed and delivered; on a simulated bus, every change made before this call
-// too. While others go on changing the bus that moment may not come. False when `limit` has passed, which is
-// what happens where the library is not initialised. From any thread but a handler.
+// Waits until the library has handled every event that the bus has reported: after yusb::global_initialize,
+// until every device attached at that time is listed and delivered; on a simulated bus, also until every
+// change made before this call is. If the bus keeps changing, that may never happen. `limit` is how long to
+// wait at most. False if the limit has passed, also because the library is not initialised. May be called
+// from any thread, but not in a handler.
 //
-// On a Mac it waits until every device that IOKit has, but root hubs, is listed at its location and
-// delivered. A removal may still be under way. It is false after `limit` also while a device is attached that
-// the library cannot read, of which the log has a line, and at once where the library is not initialised. It
-// opens a context and releases it: hold no lock that a handler takes.
+// On macOS it waits until every device that IOKit reports, except root hubs, is listed at its location and
+// delivered. A removal may still be pending. It also returns false after `limit` if a device is attached that
+// the library cannot read (the log has a line about it), and immediately if the library is not initialised.
+// It opens and releases a context: do not hold a lock that a handler takes.
 YUSB_BUS_EXPORT bool bus_settle(std::chrono::milliseconds limit = std::chrono::seconds(30));
 
 }  // namespace yusb

@@ -1,9 +1,9 @@
-// The two ways to say where a device is attached: as a port path (usb_details::port_path) and as a location
-// ID (a record's location). Link the bus library.
+// Converts between the two names of the place where a device is attached: the port path
+// (usb_details::port_path) and the location ID (a record's location). Link the bus library.
 //
-// A port path is what Linux calls a USB device: "usb1" is the root hub of bus 1, "1-2.3" the device at port 3
-// of the hub at port 2 of bus 1. Numbers are decimal, start at 1, and have no leading zero and at most nine
-// digits.
+// A port path is Linux's name for a USB device: "usb1" is the root hub of bus 1, "1-2.3" is the device at
+// port 3 of the hub at port 2 of bus 1. Numbers are decimal, start at 1, have no leading zero and at most
+// nine digits. All functions may be called from any thread.
 #ifndef YUSB_LOCATION_H_
 #define YUSB_LOCATION_H_
 
@@ -16,37 +16,37 @@
 
 namespace yusb {
 
-// True for a port path. From any thread.
+// True if `path` is a port path.
 YUSB_BUS_EXPORT bool is_port_path(std::string_view path) noexcept;
 
-// True if `a` is before `b` in tree order: a hub, then everything behind it, then the hub's next sibling.
-// Both must be port paths. From any thread.
+// True if `a` is before `b` in tree order: a hub, then all devices behind it, then the hub's next sibling.
+// Both must be port paths.
 YUSB_BUS_EXPORT bool port_path_before(std::string_view a, std::string_view b) noexcept;
 
-// True for the hub itself and everything behind it. Both must be port paths. From any thread.
+// True if `path` is the hub itself or behind it. Both must be port paths.
 YUSB_BUS_EXPORT bool port_path_within(std::string_view path, std::string_view hub) noexcept;
 
-// The number of the bus that a port path is on. `path` must be one. From any thread.
+// Returns the bus number of a port path. `path` must be a port path.
 YUSB_BUS_EXPORT std::uint32_t bus_of_path(std::string_view path) noexcept;
 
-// The location ID that a port path has on Linux, never 0; empty if it is no port path. From any thread.
+// Returns the location ID of a port path on Linux, never 0; empty if `path` is not a port path.
 //
-// The bus is the top byte, and each port is one hexadecimal digit after it: "1-2.3" is 0x01230000, "usb1"
-// 0x01000000. A path that does not fit (a port above 15, a bus above 255, more than six ports) gets a value
-// that no fitting path has: the bus, or 0 for one above 255, in the top byte, then the digit 0, then 20 bits
-// of a hash of the path. Two paths that do not fit may have the same value: next_location tells apart those
-// that are attached together.
+// The bus number is the top byte, followed by one hexadecimal digit per port: "1-2.3" is 0x01230000, "usb1"
+// is 0x01000000. A path that does not fit (a port above 15, a bus above 255, more than six ports) gets a
+// location that no fitting path has: the bus number (0 if it is above 255) in the top byte, then the digit 0,
+// then 20 bits of a hash of the path. Two paths that do not fit may get the same location; next_location then
+// yields another one for a device that is attached at the same time.
 YUSB_BUS_EXPORT std::optional<std::uint32_t> location_of_path(std::string_view path) noexcept;
 
-// The only port path with that location; empty if there is none or if location_may_collide. From any thread.
+// Returns the only port path with that location; empty if there is none or if location_may_collide(location).
 // Throws std::bad_alloc.
 YUSB_BUS_EXPORT std::string path_of_location(std::uint32_t location);
 
-// False for the location of a port path that fits: no other path has it. From any thread.
+// False for the location of a port path that fits: no other path has it. True for a hash.
 YUSB_BUS_EXPORT bool location_may_collide(std::uint32_t location) noexcept;
 
-// The location to try where another device already has this one, which may collide. After 1,048,575 others it
-// is the first one again. From any thread.
+// Returns the location to try next if another device has this one, which is a hash. After 1,048,575 others it
+// returns the first one again.
 YUSB_BUS_EXPORT std::uint32_t next_location(std::uint32_t taken) noexcept;
 
 }  // namespace yusb

@@ -1,4 +1,4 @@
-// The log: one line a call, to standard error or to wherever the host wants it.
+// The log: one line per call, to standard error or to a function of the host.
 #ifndef YORVANCORE_YLOG_H_
 #define YORVANCORE_YLOG_H_
 
@@ -17,21 +17,24 @@ enum EYORVAN_LOG_LEVEL : int {
 
 class YORVANCORE_EXPORT YLog {
  public:
-  // Takes one line: `size` bytes and a zero behind them, without a line end; they may hold any byte that
-  // was logged, a line feed too. Calls come one at a time, on whichever thread logs. A sink must not
-  // throw. What it logs itself goes to standard error. It must not wait for a thread that may log.
+  // Receives one line: `size` bytes and a terminating zero, without a line feed at the end. They may contain
+  // any byte that was logged, also a line feed. Calls never overlap; each is made on the thread that logs. A
+  // sink must not throw and must not wait for a thread that may log. Lines that the sink itself logs go to
+  // standard error.
   using Sink = void (*)(EYORVAN_LOG_LEVEL level, const char* line, std::size_t size, void* user);
 
-  // Writes one line, as printf. Control characters but the tab appear on standard error as \xNN, so that a
-  // line stays one line. Throws nothing. Lines of up to 511 bytes need no memory; a longer one that cannot be
-  // allocated is cut to 511.
+  // Writes one line, formatted like printf. On standard error, control characters except the tab are written
+  // as \xNN, so that a line stays one line. Lines of up to 511 bytes need no memory; a longer line that
+  // cannot be allocated is truncated to 511 bytes.
   static void output(EYORVAN_LOG_LEVEL level, const char* format, ...) noexcept YORVANCORE_PRINTF(2, 3);
 
-  // Where lines go from now on, with `user` handed through; null is standard error. When it returns,
-  // the previous sink runs no more. From any thread; not from a sink, where it does nothing.
+  // Sends lines to a function of the host. `sink` receives them; null is standard error. `user` is passed to
+  // it. When this returns, the previous sink no longer runs. May be called from any thread; in a sink it does
+  // nothing.
   static void setSink(Sink sink, void* user) noexcept;
 
-  // Lines below this level are dropped before they are formatted. At first every line is shown.
+  // Drops lines below a level before they are formatted. The default drops none. `level` is the lowest level
+  // that is logged.
   static void setThreshold(EYORVAN_LOG_LEVEL level) noexcept;
 };
 

@@ -1,4 +1,4 @@
-// A byte-exact text.
+// A byte string.
 #ifndef YORVANCORE_YSTRING_H_
 #define YORVANCORE_YSTRING_H_
 
@@ -16,39 +16,40 @@
 #define YORVANCORE_PRINTF(format_index, first_argument)
 #endif
 
-// A text of any bytes, never changed once made; assignment gives an object another text.
+// An immutable byte string; assignment replaces the whole string.
 //
-// Copies share one reference-counted block, so copying and assigning allocate nothing and never throw,
-// and different objects may be used on different threads at once even where they share. An empty text has
-// no block. Operations that make a text throw std::bad_alloc.
+// Copies share one reference-counted block. Copying and assigning therefore allocate nothing and never throw,
+// and different objects may be used on different threads at the same time even if they share a block. An
+// empty string has no block. Functions that create a string throw std::bad_alloc.
 class YORVANCORE_EXPORT YString {
  public:
   YString() noexcept = default;
-  // Up to the first zero byte. Null makes an empty text.
-  YString(const char* text);  // NOLINT(google-explicit-constructor): texts are given as literals
-  // `size` bytes, which may hold zeros.
+  // Copies the bytes before the first zero byte. Null yields an empty string.
+  YString(const char* text);  // NOLINT(google-explicit-constructor): for literals
+  // Copies `size` bytes, which may include zeros.
   YString(const char* bytes, std::size_t size);
   YString(const YString& other) noexcept;
   YString& operator=(const YString& other) noexcept;
   ~YString();
 
-  // The bytes and a zero behind them; never null. Valid until this object is assigned or destroyed.
+  // Returns the bytes and a terminating zero; never null. Valid until this object is assigned or destroyed.
   const char* data() const noexcept;
   std::size_t size() const noexcept;
 
-  // By bytes, case-sensitive. The order is that of unsigned bytes; a prefix comes first.
+  // Compares unsigned bytes; a prefix is less than the longer string.
   bool operator==(const YString& other) const noexcept;
   bool operator!=(const YString& other) const noexcept;
   bool operator<(const YString& other) const noexcept;
 
-  // True if `part` occurs as a run of bytes; an empty part always does.
+  // True if the string contains `part`. It always contains an empty string.
   bool contains(const YString& part) const noexcept;
 
-  // A copy with A to Z mapped to a to z, or back. No other byte changes, whatever the locale.
+  // Return a copy with A to Z mapped to a to z, or the reverse. Other bytes do not change, whatever the
+  // locale.
   YString toLower() const;
   YString toUpper() const;
 
-  // As printf, of any length. Empty if the format is invalid.
+  // Formats like printf, to any length. Empty if the format is invalid.
   static YString format(const char* format, ...) YORVANCORE_PRINTF(1, 2);
 
  private:
