@@ -1,6 +1,6 @@
-// A device that sends anything at all for its descriptors.
+// Fuzzes the descriptors that a device sends.
 //
-// Input: the value of the configuration to look for, and the bytes.
+// Input: the bConfigurationValue to search for, then the descriptors.
 #include <array>
 #include <string>
 #include <vector>
@@ -12,7 +12,7 @@ using namespace yusb::port;
 
 namespace {
 
-// Whether the bytes of an interface descriptor stand anywhere.
+// True if the input contains the bytes of an interface descriptor.
 bool stands_in(std::string_view bytes, const interface_descriptor& found) {
   for (std::size_t at = 18; at + 9 <= bytes.size(); ++at) {
     const auto* const byte = reinterpret_cast<const std::uint8_t*>(bytes.data()) + at;
@@ -28,7 +28,7 @@ bool stands_in(std::string_view bytes, const interface_descriptor& found) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
-  // A copy of the exact size, so that a read behind its end is noticed.
+  // A copy of the exact size, so that AddressSanitizer detects a read past its end.
   const std::vector<char> copy(data + 1, data + size);
   const std::string_view bytes(copy.data(), copy.size());
   require(!parse_device_descriptor(bytes).has_value() || bytes.size() >= 18, "a device descriptor is whole");

@@ -1,8 +1,8 @@
-// A kernel that says and shows anything: datagrams, and files of devices in sysfs. The Linux bus must tell of
-// it as of any bus, and in the end know what is there.
+// Fuzzes the Linux bus with datagrams and sysfs files of devices. Its arrivals and removals must be
+// consistent, and in the end it must have reported the attached devices.
 //
-// The bus's calls of the system are replaced (linker option --wrap): its folder in sysfs is one in /dev/shm,
-// its socket brings what the input says, and it reaches nothing else.
+// The bus's system calls are replaced (linker option --wrap): its sysfs folder is in /dev/shm, its socket
+// returns datagrams from the input, and it can access nothing else.
 #include <fcntl.h>
 #include <linux/netlink.h>
 #include <sys/socket.h>
@@ -33,7 +33,7 @@ using namespace yusb::port;
 
 namespace {
 
-// Some whose locations are not made of ports.
+// Some have hashed locations.
 constexpr const char* kPaths[] = {"usb1",   "1-1",    "1-1.1",           "1-1.1.4", "1-1.2", "1-2",
                                   "1-16",   "1-16.1", "1-1.1.1.1.1.1.1", "usb2",    "2-1",   "2-10",
                                   "usb256", "256-1"};
@@ -60,7 +60,7 @@ class input {
 
 struct datagram {
   std::string bytes;
-  std::uint32_t port;  // of the sender, the kernel's is 0
+  std::uint32_t port;  // the sender's netlink port; the kernel's is 0
   std::uint32_t user;
 };
 
@@ -71,7 +71,7 @@ std::string hub_of(const std::string& path) {
   return end == std::string::npos ? "usb" + std::to_string(bus_of_path(path)) : path.substr(0, end);
 }
 
-// What the kernel has, and what it has said.
+// The devices of the kernel, and its datagrams.
 struct kernel {
   std::string folder = [] {
     char name[] = "/dev/shm/yusb-fuzz-XXXXXX";
@@ -81,7 +81,7 @@ struct kernel {
   address_map devices{port_path_before};
   std::deque<datagram> queue;
   bool loss_is_news = false;
-  bool is_full = false;  // until it was read empty, what is said is lost
+  bool is_full = false;  // datagrams are lost until the socket has been drained
   bool has_lied = false;
 
   ~kernel() { std::filesystem::remove_all(folder); }
@@ -117,7 +117,7 @@ struct kernel {
     say(path, true, from.text());
   }
 
-  void detach(const std::string path) {  // a copy: the path may be one of those that go
+  void detach(const std::string path) {  // a copy: the path may be that of a removed device
     while (true) {
       const auto last = std::find_if(devices.rbegin(), devices.rend(),
                                      [&](auto& device) { return port_path_within(device.first, path); });
@@ -130,7 +130,7 @@ struct kernel {
   }
 
   void clear() {
-    while (!devices.empty()) detach(devices.begin()->first);  // with all that is behind it
+    while (!devices.empty()) detach(devices.begin()->first);  // with all devices behind it
     queue.clear();
     loss_is_news = is_full = has_lied = false;
   }
@@ -141,8 +141,8 @@ kernel& the_kernel() {
   return only;
 }
 
-// Devices' files are in the kernel's folder; no device is there to be asked, nor a network namespace. Other
-// files are the fuzzer's own.
+// Redirects the files of devices to the folder of the simulated kernel. Device nodes and network namespaces
+// do not exist. Other files are the fuzzer's own.
 std::string redirected(const char* name) {
   const std::string asked = name;
   const auto is_in = [&](const std::string& folder) { return asked.compare(0, folder.size(), folder) == 0; };
@@ -192,7 +192,7 @@ ssize_t __wrap_recvmsg(int /*socket*/, msghdr* message, int /*flags*/) {
 
 namespace {
 
-// What the bus has told of.
+// The devices that the bus has reported.
 class reader {
  public:
   void read(session& watched) {
@@ -219,7 +219,7 @@ class reader {
 
  private:
   bool has_within(std::uint32_t hub) const {
-    if ((hub & 0xF00000) == 0 && (hub & 0xFFFFFF) != 0) return false;  // not made of ports
+    if ((hub & 0xF00000) == 0 && (hub & 0xFFFFFF) != 0) return false;  // a hash
     int shift = 0;
     while (shift < 24 && (hub >> shift & 15) == 0) shift += 4;
     return std::any_of(attached.begin(), attached.end(), [&](std::uint32_t each) {
@@ -268,11 +268,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       case 3:
         world.lose();
         break;
-      case 4:  // anything; it may even be about a USB device
+      case 4:  // any bytes; they may even be about a USB device
         world.queue.push_back({from.text(), 0, 0});
         world.has_lied = world.has_lied || parse_uevent(world.queue.back().bytes).has_value();
         break;
-      case 5: {  // somebody else says that all is gone
+      case 5: {  // another sender reports that all devices are gone
         told.read(*watched);
         const auto before = told.attached;
         for (const auto& [each, address] : address_map(world.devices)) {

@@ -1,4 +1,4 @@
-// Runs a fuzzer over the files of the folders named, once each, with any compiler.
+// Runs a fuzzer once with each file of the given folders. Works with any compiler.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -15,7 +15,7 @@ int main(int count, char** folders) {
     for (const auto& entry : std::filesystem::directory_iterator(folders[i])) {
       std::ifstream file(entry.path(), std::ios::binary);
       const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-      std::fprintf(stderr, "%s\n", entry.path().c_str());  // the last one is the one that failed
+      std::fprintf(stderr, "%s\n", entry.path().c_str());  // if it crashes, the last name is the input
       LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
       ++files;
     }

@@ -1,4 +1,4 @@
-// What a fuzzer does with a broken promise: it ends the process, which libFuzzer takes for a crash.
+// Terminates the process if a promise does not hold; libFuzzer treats that as a crash.
 #ifndef YUSB_FUZZ_REQUIRE_H_
 #define YUSB_FUZZ_REQUIRE_H_
 

@@ -1,4 +1,4 @@
-// The text of a scenario.
+// Fuzzes the parser of scenarios.
 #include <algorithm>
 #include <set>
 #include <string>

@@ -1,7 +1,7 @@
-// A device that answers a request for a string with anything at all. The whole library reads it.
+// Fuzzes the reply of a device to a string request, read by the whole library.
 //
-// Input: the string's index, the status, how much the device claims to have transferred (as its low two
-// bytes), and the bytes that it sends.
+// Input: the string's index, the status, the transferred size that the device claims (its low two bytes), and
+// the bytes that it sends.
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -52,7 +52,7 @@ class answering_device : public device {
   const std::size_t _size;
 };
 
-// Holds what is to be told next, for the one session that there is.
+// Holds the next change for the only session.
 class fuzzed_bus : public bus {
  public:
   void tell(const change& next) {
@@ -92,7 +92,7 @@ class fuzzed_bus : public bus {
   std::optional<change> _next;  // under _mutex
 };
 
-// The library on that bus, until the process ends.
+// The library, which watches that bus until the process ends.
 struct host {
   host() {
     YLog::setSink([](auto, auto*, auto, auto*) {}, nullptr);

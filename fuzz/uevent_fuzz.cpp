@@ -1,4 +1,4 @@
-// A datagram from the kernel, and each of its fields as the path of a device.
+// Fuzzes the parser of uevents, and uses each field as a port path.
 #include <algorithm>
 #include <string>
 #include <vector>

@@ -1,6 +1,6 @@
-// What Apple publishes of the names that the backend uses: types, layouts, values. Compiled against
-// port/apple's headers and against cmake/apple/headers, for the host and for a Mac's two processors; there is
-// nothing to run.
+// Asserts the published types, layouts and values of the names that the backend uses. It is compiled against
+// the headers of port/apple and of cmake/apple/headers, for the host and for both of macOS's processors, and
+// not run.
 #include <CoreFoundation/CoreFoundation.h>
 #include <IOKit/IOCFPlugIn.h>
 #include <IOKit/IOKitLib.h>
@@ -37,7 +37,7 @@ TAKES(CFRunLoopAddSource, void(CFRunLoopRef, CFRunLoopSourceRef, CFStringRef));
 TAKES(CFNumberGetValue, Boolean(CFNumberRef, CFNumberType, void*));
 TAKES(IOServiceAddMatchingNotification, kern_return_t(IONotificationPortRef, const char*, CFDictionaryRef,
                                                       IOServiceMatchingCallback, void*, io_iterator_t*));
-#ifndef YORVAN_IOKIT_IOKITLIB_H_  // port/apple has nothing for the bus library of a Mac alone
+#ifndef YORVAN_IOKIT_IOKITLIB_H_  // port/apple lacks what only the bus library on macOS uses
 TAKES(IOServiceGetMatchingServices, kern_return_t(mach_port_t, CFDictionaryRef, io_iterator_t*));
 #endif
 TAKES(IORegistryEntryCreateCFProperty, CFTypeRef(unsigned int, CFStringRef, CFAllocatorRef, UInt32));
@@ -92,7 +92,7 @@ constexpr bool is_uuid(const UInt8 (&bytes)[16], const char* published) {
   }
   return *published == '\0';
 }
-// Makes bytes of what the macros expand to.
+// Converts the expansion of the macros to bytes.
 #define CFUUIDGetConstantUUIDWithBytes(allocator, ...) \
   { __VA_ARGS__ }
 #define IS_UUID(name, published)        \

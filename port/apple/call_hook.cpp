@@ -14,7 +14,7 @@ namespace {
 std::mutex _mutex;
 no_destructor<std::shared_ptr<call_hook>> _slot;  // under _mutex
 auto& _hook = _slot.value;
-std::atomic<bool> _hooked{false};  // whether to take the lock at all
+std::atomic<bool> _hooked{false};  // true if there is a hook; saves the lock otherwise
 
 }  // namespace
 

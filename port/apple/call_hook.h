@@ -1,4 +1,4 @@
-// The hook that is called before the library's calls to the system; see simulator::before_calls.
+// The hook that runs before the library's calls to the system; see simulator::before_calls.
 #ifndef YORVAN_PORT_APPLE_CALL_HOOK_H_
 #define YORVAN_PORT_APPLE_CALL_HOOK_H_
 
@@ -8,7 +8,7 @@ namespace yusb::port {
 
 using call_hook = std::function<bool(const char* call)>;
 
-// Runs the hook, if there is one; false if the call is to fail.
+// Runs the hook, if there is one. False if the call must fail.
 bool before_call(const char* call);
 void set_call_hook(call_hook hook);
 

@@ -6,7 +6,7 @@
 
 namespace yusb::port {
 
-// What every CFTypeRef points to.
+// The base of the objects that CFTypeRefs point to.
 struct cf_object {
   std::atomic<unsigned> references{1};
   virtual ~cf_object() = default;

@@ -1,4 +1,4 @@
-// Constants, numbers and universally unique identifiers.
+// Constants, numbers and UUIDs.
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <algorithm>
@@ -24,7 +24,7 @@ namespace {
 
 using yusb::port::no_destructor;
 
-// Objects that live for ever, found by what they hold. A program names a handful.
+// Objects that are never destroyed, found by their value. A program uses only a few.
 template <typename T>
 struct constants {
   std::mutex mutex;

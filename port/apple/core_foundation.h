@@ -1,4 +1,4 @@
-// The objects behind Apple's opaque types that more than one file here makes or reads.
+// The objects behind Apple's opaque types that more than one file uses.
 #ifndef YORVAN_PORT_APPLE_CORE_FOUNDATION_H_
 #define YORVAN_PORT_APPLE_CORE_FOUNDATION_H_
 
@@ -17,19 +17,19 @@ struct __CFNumber : yusb::port::cf_object {
   yusb::port::instance_counter counter{yusb::port::object_kind::number};
 };
 
-// Something that a run loop waits for.
+// A source of a run loop.
 struct __CFRunLoopSource : yusb::port::cf_object {
-  // To be readable when perform() has something to do; -1 stands for none.
+  // Readable while perform() has something to do; -1 stands for none.
   virtual std::array<int, 2> poll_fds() const = 0;
-  // Does one piece of work; false if there was none.
+  // Handles one item. False if there was none.
   virtual bool perform() = 0;
-  // The loop has nothing left to do and is about to wait.
+  // Called when the loop has nothing left to do and is about to wait.
   virtual void idle() = 0;
 };
 
 namespace yusb::port {
 
-// Takes the source out of the loop it was added to, if any. On that loop's thread.
+// Removes the source from its loop, if it was added to one. Call it on that loop's thread.
 void invalidate(CFRunLoopSourceRef source);
 
 }  // namespace yusb::port

@@ -1,4 +1,4 @@
-// The plug-in of a device and its device interface, each with references of its own.
+// The plug-in and the device interface of a device, each with its own reference count.
 #include <IOKit/IOCFPlugIn.h>
 #include <IOKit/usb/IOUSBLib.h>
 
@@ -14,14 +14,14 @@ using namespace yusb::port;
 
 namespace {
 
-// What an interface pointer points to: first the table of functions, then what is ours.
+// The object behind an interface pointer: the table of functions, then our members.
 template <typename Table>
 struct interface_object {
   interface_object(const Table& functions, object_kind kind, std::shared_ptr<device> of)
       : table(&functions), attached(std::move(of)), counter(kind) {}
 
-  const Table* const
-      table;  // first, so that a pointer to the object is a pointer to the pointer to the table
+  // The first member: a pointer to the object is a pointer to the table's pointer.
+  const Table* const table;
   std::atomic<ULONG> references{1};
   const std::shared_ptr<device> attached;
   instance_counter counter;
@@ -120,7 +120,7 @@ kern_return_t IOCreatePlugInInterfaceForService(io_service_t handle, CFUUIDRef p
   before_call("IOCreatePlugInInterfaceForService");
   const auto found = find<service>(handle);
   if (found == nullptr) return status_bad_argument;
-  static const CFUUIDRef knownPlugin = kIOUSBDeviceUserClientTypeID;  // equal ones are one object
+  static const CFUUIDRef knownPlugin = kIOUSBDeviceUserClientTypeID;  // equal UUIDs are one object
   static const CFUUIDRef knownInterface = kIOCFPlugInInterfaceID;
   if (pluginType != knownPlugin || interfaceType != knownInterface) {
     return status_unsupported;

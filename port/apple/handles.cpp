@@ -21,7 +21,7 @@ io_object_t _lastHandle = IO_OBJECT_NULL;  // under _mutex
 io_object_t make_handle(std::shared_ptr<io_object> what) {
   const std::lock_guard<std::mutex> lock(_mutex);
   do {
-    ++_lastHandle;  // a handle that was released stays invalid until the numbers come round
+    ++_lastHandle;  // a released handle stays invalid until the numbers wrap around
   } while (_lastHandle == IO_OBJECT_NULL || _handles.count(_lastHandle) != 0);
   _handles.emplace(_lastHandle, std::move(what));
   return _lastHandle;
@@ -35,9 +35,9 @@ std::shared_ptr<io_object> find_handle(io_object_t handle) {
 
 namespace {
 
-// False if the handle stands for nothing.
+// False if the handle is invalid.
 bool drop_handle(io_object_t handle) {
-  std::shared_ptr<io_object> dropped;  // what it ends, it ends outside the lock
+  std::shared_ptr<io_object> dropped;  // destroyed outside the lock
   const std::lock_guard<std::mutex> lock(_mutex);
   const auto found = _handles.find(handle);
   if (found == _handles.end()) return false;

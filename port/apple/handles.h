@@ -8,14 +8,14 @@
 
 namespace yusb::port {
 
-// What every io_object_t stands for.
+// The base of the objects behind io_object_t.
 struct io_object {
   virtual ~io_object() = default;
 };
 
-// Gives the object a handle, never used before, that keeps it alive until IOObjectRelease.
+// Returns a new handle, which keeps the object alive until IOObjectRelease.
 io_object_t make_handle(std::shared_ptr<io_object> what);
-// Null if the handle stands for nothing, or for something else.
+// Null if the handle is invalid or of an object of another type.
 std::shared_ptr<io_object> find_handle(io_object_t handle);
 
 template <typename T>

@@ -1,4 +1,4 @@
-// How many objects of each kind are alive: what a host forgot to give back.
+// Counts the living objects of each kind, to find those that a host has not released.
 #ifndef YORVAN_PORT_APPLE_INSTANCE_COUNTER_H_
 #define YORVAN_PORT_APPLE_INSTANCE_COUNTER_H_
 
@@ -21,7 +21,7 @@ enum class object_kind : std::size_t {
 const char* name_of(object_kind kind);
 long alive(object_kind kind);
 
-// Counts an object for as long as it lives.
+// Counts an object while it exists.
 class instance_counter {
  public:
   explicit instance_counter(object_kind kind);

@@ -1,4 +1,4 @@
-// Calls that Apple forbids.
+// Detected misuse of Apple's functions.
 #ifndef YORVAN_PORT_APPLE_MISUSE_H_
 #define YORVAN_PORT_APPLE_MISUSE_H_
 
@@ -7,7 +7,7 @@
 
 namespace yusb::port {
 
-// Ends the process with a line that says why, as Apple's layer does on the same misuse.
+// Terminates the process with a line that states the reason, as Apple's frameworks do on the same misuse.
 [[noreturn]] inline void misuse(const char* what) {
   std::fprintf(stderr, "YorvanUsb: %s\n", what);
   std::abort();

@@ -21,7 +21,7 @@ struct __CFDictionary : cf_object {
 
 namespace {
 
-// One registration. Used on its port's thread. It ends when its handle is released.
+// One registration. Used only on its port's thread. It ends when its handle is released.
 struct notification : io_object {
   notification(bool arrivals, IOServiceMatchingCallback handler, void* reference)
       : wants_arrivals(arrivals), callback(handler), refcon(reference) {}
@@ -34,7 +34,7 @@ struct notification : io_object {
   instance_counter counter{object_kind::iterator};
 };
 
-// Apple's run loop is written in C: an exception must not reach it.
+// Terminates the process on an exception: it must not unwind through Apple's run loop, which is written in C.
 void call(const notification& wanted) {
   try {
     wanted.callback(wanted.refcon, wanted.handle);
@@ -48,8 +48,9 @@ struct port_source : __CFRunLoopSource {
 
   const std::unique_ptr<session> watch;
   std::vector<std::weak_ptr<notification>> notifications;
-  std::optional<change>
-      held;  // a departure read while the devices already attached were, before anyone could hear of it
+  // A removal that was read while the initial devices were read, before a handler for removals was
+  // registered.
+  std::optional<change> held;
 
   std::array<int, 2> poll_fds() const override { return watch->poll_fds(); }
   void idle() override { watch->idle(); }
@@ -58,7 +59,7 @@ struct port_source : __CFRunLoopSource {
     return held.has_value() ? std::exchange(held, std::nullopt) : watch->next();
   }
 
-  // One change a call: handlers hear of changes in the order in which they happened.
+  // Handles one change per call, so that handlers receive changes in the order in which they happened.
   bool perform() override {
     const std::optional<change> next = take();
     if (!next.has_value()) return false;
@@ -72,7 +73,7 @@ struct port_source : __CFRunLoopSource {
     return true;
   }
 
-  // What matches at the time of a registration for arrivals.
+  // Returns the devices that match when a handler is registered for arrivals.
   std::deque<std::shared_ptr<device>> attached() {
     std::deque<std::shared_ptr<device>> found;
     while (std::optional<change> next = take()) {

@@ -1,4 +1,4 @@
-// The run loop: one poll on a few descriptors, so that it never wakes while nothing happens.
+// The run loop: one poll of a few descriptors, so that it does not wake while nothing happens.
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -17,7 +17,7 @@ struct __CFRunLoop : yusb::port::cf_object {
     if (wake >= 0) close(wake);
   }
 
-  const int wake;  // readable when a stop wants the loop's attention; -1 if no descriptor was left
+  const int wake;  // readable after a stop; -1 if out of descriptors
   std::mutex mutex;
   bool running = false;                     // under mutex
   bool stopped = false;                     // under mutex
@@ -48,7 +48,7 @@ struct thread_loop {
   ~thread_loop() { CFRelease(loop); }
 };
 
-// Does all there is to do; false if a stop came first.
+// Handles everything that is pending. False if it was stopped first.
 bool perform_all(CFRunLoopRef loop) {
   for (const CFRunLoopSourceRef source : loop->sources) {
     do {
@@ -64,8 +64,9 @@ void wait(CFRunLoopRef loop) {
     source->idle();
     for (const int fd : source->poll_fds()) waited.push_back({fd, POLLIN, 0});
   }
-  const int limit = loop->wake < 0 ? 10 : -1;  // ms; a stop that cannot wake the loop is looked for
-  poll(waited.data(), waited.size(), limit);   // an interruption is one more look
+  // Without a descriptor a stop cannot wake the loop, which therefore looks for one every 10 ms.
+  const int limit = loop->wake < 0 ? 10 : -1;
+  poll(waited.data(), waited.size(), limit);  // EINTR only causes one more round
   eventfd_t count;
   if ((waited.front().revents & POLLIN) != 0) eventfd_read(loop->wake, &count);
 }

@@ -1,4 +1,4 @@
-// A service: one device as an iterator hands it out.
+// A service: one device that an iterator returns.
 #ifndef YORVAN_PORT_APPLE_SERVICE_H_
 #define YORVAN_PORT_APPLE_SERVICE_H_
 

@@ -1,4 +1,4 @@
-// A USB bus, as port/apple needs it: what is attached, what comes and goes, and what a device answers.
+// The interface of a USB bus: its devices, their arrivals and removals, and their answers to requests.
 #ifndef YORVAN_PORT_BUS_BUS_H_
 #define YORVAN_PORT_BUS_BUS_H_
 
@@ -38,30 +38,31 @@ struct control_request {
   // GET_DESCRIPTOR for the string whose index is the low byte of `value`.
   bool is_for_string() const { return request_type == 0x80 && request == 6 && value >> 8 == 3; }
 
-  // Copies the start of a reply, as much as was asked for.
+  // Copies a reply, truncated to `length`.
   void answer(const std::uint8_t* bytes, std::size_t size);
 };
 
-using device_field = simulated_number;  // one enumeration: any field of a simulated device can fail
+using device_field = simulated_number;  // shared, because any field of a simulated device can fail
 
-// The numbers of a device descriptor that a record has.
+// The numbers of a device descriptor that a record holds.
 struct device_numbers {
   std::uint16_t vendor = 0;
   std::uint16_t product = 0;
   std::uint16_t release = 0;
 };
 
-// What read() gives for a field. `string_index`: of manufacturer, product and serial number; 0 for none.
+// Returns the value that read() stores for a field. `string_index` has the indices of manufacturer, product
+// and serial number; 0 for none.
 std::uint32_t field_value(device_field field, const device_numbers& numbers, std::uint32_t location,
                           const std::array<std::uint8_t, 3>& string_index);
 
-// What creating a plug-in or a device interface comes to: a real bus always grants both.
+// The result of creating a plug-in or device interface. Only the simulator ever fails it.
 struct interface_result {
   port::status status = status_ok;
-  bool present = true;  // false with a status of 0 is a success that hands back nothing
+  bool present = true;  // false with status 0: it succeeds, but returns nothing
 };
 
-// One device, attached or gone. Used on one thread at a time.
+// One device, attached or gone. Not thread-safe.
 class device {
  public:
   virtual ~device() = default;
@@ -69,32 +70,33 @@ class device {
   virtual interface_result plugin() { return {}; }
   virtual interface_result device_interface() { return {}; }
 
-  // Leaves *value alone on an error.
+  // Does not change *value on an error.
   virtual port::status read(device_field field, std::uint32_t* value) = 0;
   virtual port::status control(control_request& request) = 0;
 
-  // The location as the system's registry has it, also when the device is gone.
+  // The location in the system's registry, also after the device is gone.
   virtual std::optional<std::uint32_t> registry_location() = 0;
 };
 
 struct change {
-  bool arrived;  // else departed
+  bool arrived;  // otherwise departed
   std::shared_ptr<port::device> device;
 };
 
-// One watch over a bus. Used on one thread, but for what a bus does inside it.
+// An open subscription to a bus. Not thread-safe; a bus may add its own locking inside.
 class session {
  public:
   virtual ~session() = default;
 
-  // What to wait for: the session has something to say when one of these is readable. -1 stands for none.
+  // The descriptors to wait on: next() may return a change when one of them is readable. -1 stands for none.
   virtual std::array<int, 2> poll_fds() const = 0;
 
-  // The next change, in the order in which it happened: first an arrival for each device attached when the
-  // session was opened, parents before children. Empty if there is none yet; never waits.
+  // Returns the next change, in the order in which the changes happened. The first ones are an arrival for
+  // each device that is attached when the session is opened, parents before children. Empty if there is none
+  // yet; never waits.
   virtual std::optional<change> next() = 0;
 
-  // Called when the reader has handled everything that next() gave and is about to wait.
+  // Called when the reader has handled all changes from next() and is about to wait.
   virtual void idle() {}
 };
 
@@ -102,18 +104,18 @@ class bus {
  public:
   virtual ~bus() = default;
 
-  // Null, after a line in the log, if the bus cannot be watched. From any thread.
+  // Null, after a line in the log, if the bus cannot be watched. May be called from any thread.
   virtual std::unique_ptr<port::session> open() = 0;
 
-  // What yusb::device_details returns. From any thread.
+  // Implements yusb::device_details. May be called from any thread.
   virtual std::optional<usb_details> details(const record_key& record) = 0;
 
-  // From any thread; the bus must outlive what it returns.
+  // May be called from any thread. The bus must outlive the result.
   virtual std::unique_ptr<node_watch> watch_nodes() = 0;
 };
 
-// The bus that the next notification port watches: the one last set, or the host's own if that is null.
-// From any thread; the bus must outlive the library's use of it.
+// Sets, and returns, the bus that the next notification port watches; null sets the host's own bus. May be
+// called from any thread. The bus must outlive the library's use of it.
 void set_bus(bus* chosen);
 bus& current_bus();
 

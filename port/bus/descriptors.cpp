@@ -47,7 +47,7 @@ std::optional<device_descriptor> parse_device_descriptor(std::string_view bytes)
 std::optional<configuration_descriptor> find_configuration(std::string_view bytes, std::uint8_t value) {
   std::optional<configuration_descriptor> found;
   bytes.remove_prefix(std::min(device_size, bytes.size()));
-  // wTotalLength is not used: the kernel leaves out descriptors that cannot be, and the length stays.
+  // wTotalLength is not used: the kernel removes invalid descriptors without changing it.
   while (bytes.size() >= 2) {
     const std::size_t length = byte(bytes, 0);
     const std::uint8_t type = byte(bytes, 1);

@@ -1,4 +1,4 @@
-// The descriptors of a device, as it sent them: USB 2.0 section 9.6. Does no I/O.
+// Parses device and configuration descriptors: USB 2.0 section 9.6. Does no I/O.
 #ifndef YORVAN_PORT_BUS_DESCRIPTORS_H_
 #define YORVAN_PORT_BUS_DESCRIPTORS_H_
 
@@ -24,16 +24,16 @@ struct interface_descriptor {
 
 struct configuration_descriptor {
   std::uint8_t max_power;                        // in units of 2 mA, or 8 mA at 5000 Mbit/s and above
-  std::vector<interface_descriptor> interfaces;  // each number once: alternate setting 0, or else its first
+  std::vector<interface_descriptor> interfaces;  // one per number: alternate setting 0, otherwise the first
 };
 
-// Empty if the bytes are too few or not those of a device descriptor.
+// Empty if the bytes are too few or not a device descriptor.
 std::optional<device_descriptor> parse_device_descriptor(std::string_view bytes);
 
-// The configuration with that bConfigurationValue, or the first one for 0, in what follows the device
-// descriptor: every configuration with all that belongs to it, one behind the other. Descriptors of other
-// types are skipped. Reading stops at a descriptor whose length cannot be: what came before it counts. Empty
-// if there is no such configuration. Throws std::bad_alloc.
+// Returns the configuration with that bConfigurationValue, or the first one if `value` is 0. `bytes` are the
+// device descriptor followed by all configurations with their descriptors. Descriptors of other types are
+// skipped. Parsing stops at a descriptor with an impossible length; the descriptors before it count. Empty if
+// there is no such configuration. Throws std::bad_alloc.
 std::optional<configuration_descriptor> find_configuration(std::string_view bytes, std::uint8_t value);
 
 }  // namespace yusb::port

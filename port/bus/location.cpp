@@ -5,7 +5,7 @@ namespace yusb {
 
 namespace {
 
-constexpr std::size_t most_digits = 9;  // of a number, so that it fits in 32 bits
+constexpr std::size_t most_digits = 9;  // so that a number fits in 32 bits
 
 std::size_t count_digits(std::string_view text) {
   std::size_t digits = 0;
@@ -13,7 +13,7 @@ std::size_t count_digits(std::string_view text) {
   return digits;
 }
 
-// Takes a number off the front; 0 if there is none.
+// Removes and returns the number at the front; 0 if there is none.
 std::uint32_t take_number(std::string_view& rest) {
   const std::size_t digits = count_digits(rest);
   if (digits == 0 || digits > most_digits || rest.front() == '0') return 0;
@@ -29,7 +29,7 @@ bool take(std::string_view& rest, char expected) {
   return true;
 }
 
-// "1" for "usb1", "1-2.3" for itself: what is behind a hub begins like the hub.
+// "1" for "usb1", "1-2.3" for itself: the paths behind a hub start with the hub's prefix.
 std::string_view numbers_of(std::string_view path) { return path.front() == 'u' ? path.substr(3) : path; }
 
 // FNV-1a, folded to 20 bits.
@@ -59,7 +59,7 @@ bool port_path_before(std::string_view a, std::string_view b) noexcept {
   const auto [left, right] = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
   a.remove_prefix(static_cast<std::size_t>(left - a.begin()));
   b.remove_prefix(static_cast<std::size_t>(right - b.begin()));
-  // Of two numbers that begin alike the one with fewer digits is smaller.
+  // If one number is the start of the other, the one with fewer digits is smaller.
   const std::size_t left_digits = count_digits(a);
   const std::size_t right_digits = count_digits(b);
   return left_digits == right_digits ? a < b : left_digits < right_digits;

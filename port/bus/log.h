@@ -1,4 +1,5 @@
-// The levels of the log that a bus uses, by number: a host's own core library may name them otherwise.
+// The log levels that a bus uses. They are cast from numbers because a host's own core library may not have
+// YLog.h's names for them.
 #ifndef YORVAN_PORT_BUS_LOG_H_
 #define YORVAN_PORT_BUS_LOG_H_
 

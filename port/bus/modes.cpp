@@ -57,7 +57,7 @@ struct id_rule {
 
 constexpr id_rule id_rules[] = {
     // Android Open Accessory 2.0: https://source.android.com/docs/core/interaction/accessories/aoa2. 2d02 and
-    // 2d03 are audio alone, which their interfaces tell.
+    // 2d03 are audio only and recognised by their interfaces.
     {device_mode::accessory, 0x18D1, 0x2D00},
     {device_mode::accessory, 0x18D1, 0x2D01},
     {device_mode::accessory, 0x18D1, 0x2D04},
@@ -78,15 +78,15 @@ void add_modes(mode_set& modes, std::uint8_t class_code, std::uint8_t subclass, 
     if (rule.class_code == class_code && matches(rule.subclass, subclass) && matches(rule.protocol, protocol))
       modes.insert(rule.mode);
   }
-  // USB-IF, Device Firmware Upgrade 1.1, table 4.1: protocol 1 is a device at work that could be upgraded.
-  // One of version 1.0, and Apple's, has protocol 0 in DFU mode.
+  // USB-IF, Device Firmware Upgrade 1.1, table 4.1: protocol 1 is a device in its run-time mode. Devices of
+  // version 1.0, and Apple's, have protocol 0 in DFU mode.
   if (class_code == 0xFE && subclass == 0x01 && protocol != 0x01) modes.insert(device_mode::dfu);
-  // CDC 1.2, table 4. RNDIS, above, is no serial port.
+  // CDC 1.2, table 4. RNDIS, above, is not a serial port.
   if (class_code == 0x02 && subclass == 0x02 && protocol != 0xFF) modes.insert(device_mode::serial);
 }
 
-// The class is that of PTP, ISO 15740, which MTP extends; ff/ff/00 is Linux's, drivers/usb/gadget of
-// Android's kernels, f_mtp.c. Both Android's implementations name an MTP interface "MTP".
+// The class is that of PTP, ISO 15740, which MTP extends; ff/ff/00 is from Android's kernels,
+// drivers/usb/gadget, f_mtp.c. Both of Android's implementations name an MTP interface "MTP".
 void add_media_modes(mode_set& modes, const usb_interface& each) {
   const bool still_image = each.class_code == 0x06 && each.subclass == 0x01 && each.protocol == 0x01;
   const bool vendor = each.class_code == 0xFF && each.subclass == 0xFF && each.protocol == 0x00;

@@ -3,8 +3,8 @@
 
 namespace yusb::port {
 
-// Static memory that is never destroyed, for a host may exit while the monitor thread runs. What it holds
-// must own no heap memory once it is empty, for a host may also unload the library, again and again.
+// A static variable that is never destroyed, because a host may exit while the monitor thread runs. An empty
+// value must own no heap memory, because a host may also load and unload the library repeatedly.
 template <typename T>
 union no_destructor {
   no_destructor() : value() {}

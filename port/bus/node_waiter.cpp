@@ -24,7 +24,7 @@ clock::time_point after(std::chrono::milliseconds limit) {
   return clock::now() + std::clamp(limit, limit.zero(), year);
 }
 
-// In milliseconds, rounded up, so that poll does not wake before it.
+// In milliseconds, rounded up so that poll does not return early.
 int until(clock::time_point end) {
   const auto left = std::min<clock::duration>(end - clock::now(), std::chrono::hours(1));
   return std::max(0, static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(left).count()));
@@ -44,7 +44,7 @@ struct node_waiter::implementation {
         entries.end());
   }
 
-  // A device whose time is over.
+  // A device whose limit has passed.
   std::optional<answer> expire(clock::time_point now) {
     const auto over =
         std::find_if(entries.begin(), entries.end(), [now](const entry& each) { return each.end <= now; });

@@ -1,4 +1,4 @@
-// Whether the nodes of devices can be opened, as a bus reports it.
+// Waits until devices of a bus can be opened.
 #ifndef YORVAN_PORT_BUS_NODES_H_
 #define YORVAN_PORT_BUS_NODES_H_
 
@@ -13,7 +13,7 @@
 
 namespace yusb::port {
 
-// Devices that are waited for, by ID. Used on one thread at a time.
+// The devices that are waited for, by ID. Not thread-safe.
 class node_watch {
  public:
   using answer = detail::node_waiter::answer;
@@ -26,17 +26,17 @@ class node_watch {
 
   // next() may have an answer when one of these is readable; -1 stands for none.
   virtual std::array<int, 2> poll_fds() const = 0;
-  // next() may have an answer at that time, whatever the descriptors say.
+  // next() may also have an answer at that time, even if no descriptor is readable.
   virtual std::optional<clock::time_point> due() const = 0;
 
-  // A device that is openable or gone, which is removed thereby. Empty if there is none yet; never waits.
+  // Returns a device that is openable or gone, and removes it. Empty if there is none yet; never waits.
   virtual std::optional<answer> next() = 0;
 
-  // What a device is at this moment: openable, gone, or timed_out for neither. It is not removed.
+  // Returns the current state of a device: `openable`, `gone`, or `timed_out` if neither. Does not remove it.
   virtual openability check(unsigned id) = 0;
 };
 
-// On the bus that the library watches.
+// For the bus that the library watches.
 std::unique_ptr<node_watch> watch_nodes();
 
 }  // namespace yusb::port

@@ -1,4 +1,4 @@
-// Whether a record is of a given device: what the library keeps of a device's location and strings.
+// Compares records with devices.
 #ifndef YORVAN_PORT_BUS_RECORD_KEY_H_
 #define YORVAN_PORT_BUS_RECORD_KEY_H_
 
@@ -11,7 +11,7 @@
 
 namespace yusb::port {
 
-// What a record says. Records themselves cannot be copied here: their class is libYorvanUsb's.
+// The content of a record. This library cannot copy records themselves: their class is in libYorvanUsb.
 struct record_key {
   explicit record_key(const YUsbInfoDevice& record);
 
@@ -20,14 +20,14 @@ struct record_key {
   YString manufacturer, product_name, serial_number;
 };
 
-// True if `kept` is what a record keeps of a string descriptor: the low byte of each unit, up to the first
-// that is 0.
+// True if `kept`, the string of a record, is from this string descriptor: the low byte of each code unit, up
+// to the first 0 byte.
 bool same_string(const YString& kept, const std::uint8_t* descriptor, std::size_t size);
 
-// The same for a text; one that is longer than a descriptor can hold is cut.
+// The same for a UTF-8 string, truncated to the length that a descriptor can hold.
 bool same_string(const YString& kept, std::string_view utf8);
 
-// A copy in valid UTF-8: a byte that is not part of it becomes U+FFFD. Cut as a descriptor is.
+// Returns a copy in valid UTF-8, in which each invalid byte becomes U+FFFD, truncated like a descriptor.
 std::string valid_utf8(std::string_view text);
 
 }  // namespace yusb::port

@@ -11,8 +11,9 @@
 namespace {
 
 std::mutex _mutex;
-yusb::port::no_destructor<std::condition_variable> _changed;  // its destructor would wait for whoever waits
-bool _idle = false;                                           // under _mutex
+// Never destroyed: the destructor blocks while a thread still waits.
+yusb::port::no_destructor<std::condition_variable> _changed;
+bool _idle = false;  // under _mutex
 
 void set_idle(bool idle) {
   const std::lock_guard<std::mutex> lock(_mutex);

@@ -1,13 +1,13 @@
-// Whether the library has handled everything that its bus has told it.
+// The state that bus_settle waits for: whether the library has handled all changes of its bus.
 #ifndef YORVAN_PORT_BUS_SETTLE_H_
 #define YORVAN_PORT_BUS_SETTLE_H_
 
 namespace yusb::port {
 
-// There is something to handle, or nobody to handle it. From any thread.
+// A change is to be handled, or no session exists to handle it. May be called from any thread.
 void mark_busy();
 
-// Everything is handled. From any thread.
+// All changes are handled. May be called from any thread.
 void mark_idle();
 
 }  // namespace yusb::port

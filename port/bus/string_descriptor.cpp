@@ -13,7 +13,7 @@ string_descriptor encode_string_descriptor(std::string_view utf8) {
     made.bytes[size++] = static_cast<std::uint8_t>(unit & 0xFF);
     made.bytes[size++] = static_cast<std::uint8_t>(unit >> 8);
   };
-  // Most texts are ASCII from end to end.
+  // Fast path: most strings are all ASCII.
   const auto not_ascii = std::find_if(utf8.begin(), utf8.end(), [](char c) { return (c & 0x80) != 0; });
   const std::size_t ascii =
       std::min<std::size_t>(not_ascii - utf8.begin(), (string_descriptor_limit - size) / 2);
@@ -42,7 +42,7 @@ string_descriptor encode_string_descriptor(std::string_view utf8) {
 
 std::string decode_string_descriptor(const std::uint8_t* bytes, std::size_t size) {
   std::string text;
-  std::uint32_t high = 0;  // a surrogate that waits for its other half
+  std::uint32_t high = 0;  // a high surrogate whose low surrogate is expected next
   for (std::size_t at = 2; at + 1 < size; at += 2) {
     const std::uint32_t unit = bytes[at] | std::uint32_t{bytes[at + 1]} << 8;
     if (unit == 0) break;

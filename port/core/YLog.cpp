@@ -13,24 +13,26 @@
 
 namespace {
 
-std::mutex _sinkMutex;  // held while the sink runs, so lines do not mix and a sink ends with its replacement
+// Held while the sink runs, so that lines do not mix and a sink no longer runs after its replacement.
+std::mutex _sinkMutex;
 YLog::Sink _sink = nullptr;      // under _sinkMutex
 void* _sinkUser = nullptr;       // under _sinkMutex
-std::atomic<int> _threshold{0};  // no lock: an out-of-date value shows or hides one line
+std::atomic<int> _threshold{0};  // no lock: a stale value only shows or hides one line
 thread_local bool _insideSink = false;
 
-// "%04X" of a value that fits in it.
+// Formats a value of up to four digits like "%04X".
 std::array<char, 5> hexadecimal(unsigned value) {
   constexpr char digits[] = "0123456789ABCDEF";
   return {digits[value >> 12], digits[value >> 8 & 15], digits[value >> 4 & 15], digits[value & 15]};
 }
 
-constexpr std::size_t linesWithoutHeap = 512;  // bytes, with the zero behind the line
+constexpr std::size_t linesWithoutHeap = 512;  // bytes, including the terminating zero
 
-// A control character could harm a terminal, or end a line.
+// Escapes control characters: they could change the state of a terminal, or end a line.
 bool isControl(char c) { return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F; }
 
-// One call of fwrite is one line, whoever else writes. Takes memory only for what took some to be made.
+// Writes a line with one call of fwrite, so that lines do not mix. Allocates only for lines that were
+// allocated themselves.
 void writeToStandardError(const char* line, std::size_t size) {
   constexpr std::size_t escapedSize = 4;
   char onStack[escapedSize * linesWithoutHeap];
@@ -70,8 +72,8 @@ void hand(EYORVAN_LOG_LEVEL level, const char* line, std::size_t size) {
   _insideSink = false;
 }
 
-// As vsnprintf, in a fraction of its steps for the lines that a device's report is made of: those that end in
-// their only conversion, a %s or a %04X.
+// vsnprintf with a fast path for formats whose only conversion is a %s or %04X at the end, as in all lines of
+// a device report.
 int formatLine(char* buffer, std::size_t capacity, const char* format, va_list arguments) {
   const char* const conversion = std::strchr(format, '%');
   const std::size_t start = conversion == nullptr ? std::strlen(format) : conversion - format;

@@ -8,7 +8,7 @@
 #include <new>
 #include <string_view>
 
-// The counter, with the bytes and their zero behind it in one allocation.
+// The reference count. The bytes and a terminating zero follow it in the same allocation.
 struct YString::Block {
   std::atomic<unsigned> owners{1};
   std::size_t size;
@@ -101,7 +101,7 @@ YString YString::toUpper() const {
 }
 
 YString YString::format(const char* format, ...) {
-  char buffer[128];  // most texts fit, so they are formatted once
+  char buffer[128];  // most strings fit, so that they are formatted only once
   va_list arguments;
   va_start(arguments, format);
   va_list again;

@@ -1,4 +1,4 @@
-// The Linux bus: the kernel's uevents say what comes and goes, sysfs what it is.
+// The Linux bus: uevents report arrivals and removals, sysfs describes the devices.
 #include <sys/timerfd.h>
 #include <unistd.h>
 
@@ -28,11 +28,11 @@ namespace yusb::port {
 
 namespace {
 
-constexpr time_t rescan_interval = 1;     // seconds
-constexpr unsigned receive_interval = 8;  // changes
+constexpr time_t rescan_interval = 1;     // seconds, if no uevents arrive
+constexpr unsigned receive_interval = 8;  // handled changes between two reads of the socket
 
-// Its events are what the kernel said and what a comparison of the bus found, in order. Each is weighed when
-// its turn comes, for it may be older than a directory listing that showed its outcome already.
+// Queues uevents and the differences found by a rescan, in order. Each is validated when it is dequeued,
+// because a rescan may already have reported its outcome.
 class linux_session final : public session {
  public:
   linux_session() { mark_busy(); }
@@ -64,11 +64,11 @@ class linux_session final : public session {
   std::uint32_t free_location(const std::string& path) const;
 
   uevent_socket _uevents;
-  unique_fd _timer;                        // ticks as long as the kernel may not be speaking to us
-  bool _reachability_unknown = false;      // whether it does: the first uevent tells
-  bool _rescan_due = false;                // the bus is to be compared
-  unsigned _changes_handled = 0;           // changes
-  std::deque<uevent> _events;              // added with devnum 0: whatever is there by then
+  unique_fd _timer;                    // runs while uevents may not reach this network namespace
+  bool _reachability_unknown = false;  // cleared by the first uevent
+  bool _rescan_due = false;            // the bus must be rescanned
+  unsigned _changes_handled = 0;       // since open()
+  std::deque<uevent> _events;          // an `added` with devnum 0 is from a rescan: any device at that path
   std::vector<attached_device> _attached;  // as reported, in tree order
 };
 
@@ -79,7 +79,8 @@ bool linux_session::open() {
     if (!_timer || !set_timer(rescan_interval)) return false;
   }
   if (heard == netns_hears::no) {
-    YLog::output(log_warning, "No USB events reach this network namespace; the bus is compared every second");
+    YLog::output(log_warning,
+                 "No USB events reach this network namespace; the bus is rescanned every second");
   }
   _reachability_unknown = heard == netns_hears::unknown;
   return rescan();
@@ -92,7 +93,7 @@ bool linux_session::set_timer(time_t seconds) {
 
 std::optional<change> linux_session::next() {
   for (;;) {
-    // Also in between, so that the kernel's queue does not fill up while handlers take their time.
+    // Also between changes, so that the receive buffer does not fill up while handlers run.
     if (_events.empty() || ++_changes_handled % receive_interval == 0) receive();
     if (_events.empty()) return std::nullopt;
     if (std::optional<change> found = handle_first()) return found;
@@ -112,8 +113,10 @@ void linux_session::receive() {
     more = what != received::nothing;
   }
   if (lost) {
-    YLog::output(log_warning, "USB events were lost; the bus is compared with what was reported");
-    _events.clear();  // older than the listing to come, for nothing is queued until the queue was read empty
+    YLog::output(log_warning, "USB events were lost; the bus is rescanned");
+    // All older than the coming rescan: after an overflow the kernel queues nothing until the socket is
+    // drained.
+    _events.clear();
     _rescan_due = true;
   }
   std::uint64_t ticks;
@@ -121,8 +124,8 @@ void linux_session::receive() {
   if (_rescan_due && _events.empty()) _rescan_due = !rescan();
 }
 
-// Makes events of the difference between the bus and what was reported. False, with errno set, if the bus
-// cannot be read.
+// Queues the differences between the bus and the reported devices as events. False, with errno set, if the
+// bus cannot be read.
 bool linux_session::rescan() {
   std::optional<std::vector<std::string>> paths = list_devices();
   if (!paths.has_value()) return false;
@@ -147,7 +150,7 @@ bool linux_session::rescan() {
   return true;
 }
 
-// Takes the first event, or one step of it: it remains the first until all that it means is done.
+// Handles the first event, or one step of it. The event stays in the queue until all its steps are done.
 std::optional<change> linux_session::handle_first() {
   const uevent& event = _events.front();
   const iterator place = place_of(event.path);
@@ -170,7 +173,7 @@ std::optional<change> linux_session::handle_first() {
   if (event.devnum == 0 || event.devnum == identity.devnum) {
     attributes = found.read_attributes();
   } else {
-    identity = {event.devnum, 0};  // gone already, whatever has followed it
+    identity = {event.devnum, 0};  // already unplugged; sysfs now shows its successor, if any
   }
   if (attributes.numbers.vendor == 0) attributes.numbers = event.numbers;
   change arrived = arrive(place, event.path, identity, std::move(attributes));
@@ -187,7 +190,7 @@ change linux_session::arrive(iterator place, const std::string& path, device_ide
   return {true, std::move(device)};
 }
 
-// Takes away the last of what is attached at or behind a device: children leave before their parents.
+// Removes the last device at or behind a device, so that children are removed before their parents.
 change linux_session::depart(iterator device) {
   iterator last = device;
   while (std::next(last) != _attached.end() && port_path_within(std::next(last)->path, device->path)) ++last;
@@ -197,7 +200,7 @@ change linux_session::depart(iterator device) {
 }
 
 linux_session::iterator linux_session::place_of(const std::string& path) {
-  // Those that are there at the start come in order.
+  // Fast path: the initial scan is sorted, so this is usually an append.
   if (_attached.empty() || port_path_before(_attached.back().path, path)) return _attached.end();
   return std::lower_bound(_attached.begin(), _attached.end(), path,
                           [](const attached_device& device, const std::string& searched) {

@@ -17,10 +17,10 @@ namespace yusb::port {
 
 namespace {
 
-constexpr std::size_t page = 4096;                  // sysfs gives no more at once
+constexpr std::size_t page = 4096;                  // the most that one read of a sysfs file returns
 constexpr std::size_t descriptors_limit = 1 << 20;  // eight configurations of 64 KiB
 constexpr std::size_t string_limit = 512;           // 126 UTF-16 units are at most 378 bytes of UTF-8
-constexpr std::uint32_t collision_limit = 16;       // devices whose hashes came to one location
+constexpr std::uint32_t collision_limit = 16;       // devices with the same hashed location that are searched
 
 template <typename T>
 bool parse_number(std::string_view text, T* number, int base = 10) {
@@ -48,7 +48,7 @@ double read_speed(const sysfs_device& device) {
   return whole + tenth / 10.0;
 }
 
-// False if the file does not exist or cannot be read. The text is in `buffer`, without the kernel's newline.
+// Reads an attribute into `buffer`, without the kernel's newline. False if the file cannot be read.
 bool read_string(const sysfs_device& device, const char* file, char (&buffer)[string_limit],
                  std::string_view* text) {
   ssize_t size = device.read(file, buffer, sizeof buffer);
@@ -58,7 +58,7 @@ bool read_string(const sysfs_device& device, const char* file, char (&buffer)[st
   return true;
 }
 
-// All descriptors, in `buffer` unless there are more than it holds.
+// Reads all descriptors, into `buffer` if they fit.
 std::string_view read_descriptors(const sysfs_device& device, char (&buffer)[page], std::string* storage) {
   ssize_t size = device.read("descriptors", buffer, sizeof buffer);
   if (size == sizeof buffer) {
@@ -96,7 +96,7 @@ void add_interfaces(const sysfs_device& device, const configuration_descriptor& 
   }
 }
 
-// Empty if what is attached at the path is not the record's device.
+// Empty if the device at the path is not the record's.
 std::optional<usb_details> read_details(const std::string& path, const record_key& record) {
   const sysfs_device device(path);
   if (!device) return std::nullopt;
@@ -141,7 +141,7 @@ std::optional<usb_details> read_details(const std::string& path, const record_ke
     details.max_power = static_cast<std::uint16_t>(shown->max_power * (details.speed >= 5000 ? 8 : 2));
     add_interfaces(device, *shown, &details);
   }
-  // At last: what was read before is of an attached device.
+  // Last, so that everything read before is known to be of an attached device.
   details.address = read_number<std::uint32_t>(device, "devnum");
   if (details.address == 0) return std::nullopt;
   char node[64];
@@ -150,8 +150,8 @@ std::optional<usb_details> read_details(const std::string& path, const record_ke
   return made;
 }
 
-// The paths whose hashes may have come to this location, the likeliest first: collisions move a device to one
-// of the next locations.
+// The paths of the devices that may have this hashed location, the most likely first: after a collision a
+// device gets one of the next locations.
 std::vector<std::string> hashed_paths(std::uint32_t location) {
   std::vector<std::pair<std::uint32_t, std::string>> found;
   for (std::string& path : list_devices().value_or(std::vector<std::string>())) {

@@ -10,7 +10,7 @@
 
 namespace yusb::port {
 
-// What yusb::device_details returns on the Linux bus. Takes no lock.
+// yusb::device_details for the Linux bus. Takes no lock.
 std::optional<usb_details> linux_details(const record_key& record);
 
 }  // namespace yusb::port

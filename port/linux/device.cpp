@@ -16,7 +16,7 @@ namespace {
 
 using clock = std::chrono::steady_clock;
 
-// USB 2.0 section 9.2.6.4: a device has this long for the first data packet of a standard request.
+// The time limit for the first data packet of a standard request, USB 2.0 section 9.2.6.4.
 constexpr std::chrono::milliseconds answer_limit{500};
 
 port::status status_of(int error) {
@@ -89,7 +89,8 @@ port::status linux_device::ask_device(control_request& request) const {
     }
     const int error = errno;
     left = std::chrono::duration_cast<std::chrono::milliseconds>(end - clock::now());
-    if (error != EINTR || left.count() <= 0) return status_of(error);  // a time limit of 0 would be none
+    // A time limit of 0 would mean no limit.
+    if (error != EINTR || left.count() <= 0) return status_of(error);
   }
 }
 

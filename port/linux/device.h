@@ -10,13 +10,14 @@
 
 namespace yusb::port {
 
-// Answers from what was read when it came; only what that cannot answer goes to the device itself.
+// Answers from the attributes read at its arrival; only a request that these cannot answer goes to the
+// device.
 class linux_device final : public device {
  public:
   linux_device(std::uint32_t location, device_attributes attributes, std::uint32_t bus, std::uint32_t devnum)
       : _location(location), _attributes(std::move(attributes)), _bus(bus), _devnum(devnum) {}
 
-  // One that is gone: nothing but its location is known.
+  // A device that is gone: only its location is known.
   explicit linux_device(std::uint32_t location) : _location(location) {}
 
   port::status read(device_field field, std::uint32_t* value) override;
@@ -24,7 +25,7 @@ class linux_device final : public device {
   std::optional<std::uint32_t> registry_location() override { return _location; }
 
  private:
-  // Empty if no text is known for the index.
+  // Empty if the string with this index is not known.
   std::string_view text(std::uint8_t index) const;
   port::status ask_device(control_request& request) const;
 

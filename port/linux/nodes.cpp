@@ -20,7 +20,7 @@ constexpr std::uint32_t folder_appears = IN_CREATE | IN_MOVED_TO | IN_ONLYDIR;
 // A watch on the node itself would need permission to read it.
 constexpr std::uint32_t node_changes = folder_appears | IN_ATTRIB | IN_DELETE | IN_MOVED_FROM;
 
-// Whether a name in one of the folders above can be that of the next folder: "bus", "usb", "001".
+// True if a name in one of the folders above may be that of the next folder: "bus", "usb", "001".
 bool is_folder_name(const char* name) {
   return std::strcmp(name, "bus") == 0 || std::strcmp(name, "usb") == 0 || (*name >= '0' && *name <= '9');
 }
@@ -32,7 +32,7 @@ bool out_of_descriptors() {
 
 }  // namespace
 
-// Subscribed first, asked afterwards: a change in between is not missed.
+// Subscribes before the nodes are tested, so that no change in between is missed.
 void linux_nodes::open() {
   _inotify = unique_fd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
   const bool hears = _uevents.open() && netns_hears_uevents() == netns_hears::yes;
@@ -40,7 +40,7 @@ void linux_nodes::open() {
   _next_look = clock::now() + look_interval;
 }
 
-// So that what happens to other devices wakes nobody.
+// Closes the subscriptions, so that events of other devices do not wake the process.
 void linux_nodes::close_if_idle() {
   if (!_entries.empty()) return;
   _inotify = unique_fd();
@@ -97,7 +97,7 @@ openability linux_nodes::check(entry& waited) {
     return openability::timed_out;
   }
   const bool open = faccessat(AT_FDCWD, waited.node.c_str(), R_OK | W_OK, AT_EACCESS) == 0;
-  // Afterwards, so that it is not the node of a device that is gone.
+  // Tested after the node, so that the node was not that of a device that is gone.
   const std::optional<device_identity> now = sysfs_device(waited.path).identity();
   if (now.has_value() && !(*now == waited.identity)) return openability::gone;
   return open ? openability::openable : openability::timed_out;
@@ -116,7 +116,7 @@ bool linux_nodes::look_up(entry& found) {
   return true;
 }
 
-// From the top, so that one that appears meanwhile is seen by the watch above it.
+// Watches from the top, so that the watch on its parent reports a folder that appears meanwhile.
 void linux_nodes::watch_folders(std::uint32_t bus) {
   if (!_inotify) return;
   char folder[32];
@@ -127,7 +127,7 @@ void linux_nodes::watch_folders(std::uint32_t bus) {
   _blind = !(watch(folder, node_changes, bus) && watched) || _blind;
 }
 
-// False if the folder is there and cannot be watched.
+// False if the folder exists and cannot be watched.
 bool linux_nodes::watch(const char* folder, std::uint32_t mask, std::uint32_t bus) {
   const int number = inotify_add_watch(_inotify.get(), folder, mask);
   if (number >= 0) _folders[number] = bus;
@@ -148,7 +148,7 @@ void linux_nodes::receive_inotify() {
       at += static_cast<ssize_t>(sizeof event + event.len);
       const auto folder = _folders.find(event.wd);
       const std::uint32_t bus = folder == _folders.end() ? 0 : folder->second;
-      // Without a name it is the folder itself, or the queue has overflowed.
+      // An event without a name is about the folder itself, or reports an overflow of the queue.
       if (event.len == 0 || (bus == 0 && is_folder_name(name))) folders_changed = true;
       for (entry& each : _entries) {
         if (each.bus == bus && each.node.compare(each.node.rfind('/') + 1, std::string::npos, name) == 0)

@@ -1,4 +1,4 @@
-// Whether the nodes of the Linux bus can be opened.
+// Waits until device nodes of the Linux bus can be opened.
 #ifndef YORVAN_PORT_LINUX_NODES_H_
 #define YORVAN_PORT_LINUX_NODES_H_
 
@@ -12,7 +12,7 @@
 
 namespace yusb::port {
 
-// Asks mode and ACL, never the device. Keeps no descriptor open while it waits for no device.
+// Tests mode and ACL; does not access the device. Keeps no descriptor open while it waits for no device.
 class linux_nodes final : public node_watch {
  public:
   void add(unsigned id, const record_key& record) override;
@@ -30,8 +30,8 @@ class linux_nodes final : public node_watch {
     device_identity identity = {};
     std::uint32_t bus = 0;
     std::string node = {};
-    bool due = true;    // to be checked
-    bool gone = false;  // the kernel says so
+    bool due = true;    // must be checked
+    bool gone = false;  // the kernel has reported its removal
   };
 
   void open();
@@ -46,9 +46,9 @@ class linux_nodes final : public node_watch {
 
   std::vector<entry> _entries;
   unique_fd _inotify;
-  std::map<int, std::uint32_t> _folders;  // by watch: the bus, or 0 for a folder above
+  std::map<int, std::uint32_t> _folders;  // by watch descriptor: the bus number, or 0 for a parent folder
   uevent_socket _uevents;
-  bool _blind = false;  // changes may be missed: everything is checked once a second
+  bool _blind = false;  // changes may be missed: all devices are checked once a second
   clock::time_point _next_look;
 };
 

@@ -20,7 +20,7 @@ constexpr std::size_t text_limit = 512;             // 126 UTF-16 units are at m
 
 bool is_gone(int error) { return error == ENOENT || error == ENODEV || error == ENOTDIR; }
 
-// The file's size, or -1 with errno set.
+// Reads a file. Returns its size, or -1 with errno set.
 ssize_t read_file(int directory, const char* name, void* buffer, std::size_t size) {
   const unique_fd file(openat(directory, name, O_RDONLY | O_CLOEXEC));
   if (!file) return -1;
@@ -110,7 +110,7 @@ device_attributes sysfs_device::read_attributes() const {
     if (found.index[i] == 0) continue;
     ssize_t size = read_file(directory, files[i], texts + used, text_limit);
     if (size > 0 && texts[used + static_cast<std::size_t>(size) - 1] == '\n')
-      --size;  // the kernel's, not the device's
+      --size;  // appended by the kernel
     if (size > 0) {
       found.size[i] = static_cast<std::uint16_t>(size);
       used += found.size[i];

@@ -1,5 +1,5 @@
-// What sysfs tells of USB devices. No privilege is needed, and no device is asked: the kernel read it all on
-// arrival.
+// USB devices in sysfs. Reading needs no privileges and does not access the device: the kernel has read all
+// of it when the device was attached.
 #ifndef YORVAN_PORT_LINUX_SYSFS_H_
 #define YORVAN_PORT_LINUX_SYSFS_H_
 
@@ -17,57 +17,58 @@
 
 namespace yusb::port {
 
-// Where the kernel lists them.
+// The folder in which the kernel lists the devices.
 constexpr char usb_devices_directory[] = "/sys/bus/usb/devices";
 
-// The paths (see yusb_location.h) of all devices, in tree order. Without a USB core there are none. Empty,
-// with errno set, if they cannot be listed.
+// Returns the paths (see yusb_location.h) of all devices, in tree order; none if the kernel has no USB core.
+// The optional is empty, with errno set, if they cannot be listed.
 std::optional<std::vector<std::string>> list_devices();
 
-// A device descriptor's numbers and what its three strings are.
+// The numbers of a device descriptor, and its three strings.
 struct device_attributes {
   device_numbers numbers;
 
-  // Manufacturer, product, serial number: the index, 0 if the device has no such string, and the text's size
-  // in bytes, 0 if it is not known.
+  // Of manufacturer, product and serial number: the string index, 0 if the device has no such string, and the
+  // size of the string in bytes, 0 if it is not known.
   std::array<std::uint8_t, 3> index = {};
   std::array<std::uint16_t, 3> size = {};
-  std::string texts;  // one after the other, in UTF-8
+  std::string texts;  // the known strings, concatenated, in UTF-8
 };
 
-// Tells a device from any other that was or will be at the same port: its address alone comes round again,
-// and starts afresh with a host controller.
+// Identifies one attachment. The address alone does not: addresses wrap, and restart when the host controller
+// does.
 struct device_identity {
-  std::uint32_t devnum = 0;  // its address on its bus; 0 if it is gone
-  std::uint32_t inode = 0;   // of its directory, its low half
+  std::uint32_t devnum = 0;  // address on its bus; 0 if the device is gone
+  std::uint32_t inode = 0;   // of its directory, the low 32 bits
 
   bool operator==(const device_identity& other) const {
     return devnum == other.devnum && inode == other.inode;
   }
 };
 
-// One device's directory. It stays that device's: when the device is gone nothing can be read any more, even
-// if another was attached at the same port since.
+// The directory of one device. After the device is gone, nothing can be read, even if another device was
+// attached to the same port.
 class sysfs_device {
  public:
   explicit sysfs_device(const std::string& path);
 
-  // Empty if it cannot be found out, for want of descriptors say.
+  // Empty if it cannot be read, for instance when out of file descriptors.
   std::optional<device_identity> identity() const;
 
-  // What cannot be read stays 0 or empty. The kernel hands out no text while it configures the device: a
-  // device that does not answer makes this wait as long as it makes the kernel wait, 5 seconds as a rule.
+  // Values that cannot be read stay 0 or empty. The kernel does not return strings while it configures the
+  // device: a device that does not answer blocks this for as long as it blocks the kernel, typically 5
+  // seconds.
   device_attributes read_attributes() const;
 
   explicit operator bool() const { return static_cast<bool>(_directory); }
 
-  // One of its files, cut at `size`: how much was read, or -1 with errno set.
+  // Reads one file, truncated to `size`. Returns the number of bytes, or -1 with errno set.
   ssize_t read(const char* file, char* buffer, std::size_t size) const;
 
-  // The whole of a file that is larger than a page, cut at `limit`; empty if it cannot be read.
+  // Reads a file that may be larger than a page, truncated to `limit`. Empty if it cannot be read.
   std::string read_all(const char* file, std::size_t limit) const;
 
-  // The last part of what a link points to; empty if there is no such link. `buffer` must outlive it.
+  // Returns the last component of a link's target; empty if there is no such link. `buffer` must outlive it.
   std::string_view read_link(const char* link, char* buffer, std::size_t size) const;
 
  private:

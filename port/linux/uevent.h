@@ -1,4 +1,4 @@
-// What the Linux kernel announces: a USB device has come or gone.
+// A uevent of the Linux kernel: a USB device was attached or detached.
 #ifndef YORVAN_PORT_LINUX_UEVENT_H_
 #define YORVAN_PORT_LINUX_UEVENT_H_
 
@@ -12,16 +12,16 @@
 namespace yusb::port {
 
 struct uevent {
-  bool added = false;  // else removed
+  bool added = false;  // otherwise removed
   std::string path;    // a port path
   // The device's address on its bus, which a device attached later at the same port does not share.
   std::uint32_t devnum = 0;
-  device_numbers numbers;  // all 0 where they are not known
+  device_numbers numbers;  // all 0 if they are not known
 };
 
-// Reads one datagram of the kernel's uevent socket: a header, then KEY=value fields, each ended by a zero
-// byte. Empty if it is not about a USB device (an interface of one, say) that came or went, or is not well
-// formed.
+// Parses one datagram of the kernel's uevent socket: a header, then KEY=value fields, each ended by a zero
+// byte. Empty if it is malformed, or not about the arrival or removal of a USB device (but, for instance,
+// about an interface).
 std::optional<uevent> parse_uevent(std::string_view datagram);
 
 }  // namespace yusb::port

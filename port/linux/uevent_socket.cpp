@@ -17,11 +17,11 @@ namespace {
 
 constexpr unsigned kernel_group = 1;  // 2 is udev's
 
-// What the initial user namespace's inode is in every kernel: PROC_USER_INIT_INO of the kernel's proc_ns.h.
+// The inode of the initial user namespace in every kernel: PROC_USER_INIT_INO of its proc_ns.h.
 constexpr ino_t initial_user_namespace = 0xEFFFFFFD;
 
-// Keeps out every action but "add" and "remove", so that nothing else wakes us or takes room in the queue. By
-// what they are not: the pretended bus of the tests sends no kernel header.
+// Drops every action except "add" and "remove", so that no other uevent wakes the thread or fills the receive
+// buffer. It is a deny-list because umockdev's datagrams lack the kernel's "action@path" header.
 void filter(int socket) {
   sock_filter program[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, 0),                  // big-endian
@@ -35,11 +35,12 @@ void filter(int socket) {
       BPF_STMT(BPF_RET | BPF_K, 0),
   };
   const sock_fprog loaded = {sizeof program / sizeof *program, program};
-  // Without it we wake more often, no worse.
+  // Best effort: without the filter the thread only wakes more often.
   setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &loaded, sizeof loaded);
 }
 
-// More than ten thousand uevents; without privilege net.core.rmem_max cuts it to some three hundred.
+// Holds more than ten thousand uevents. Without privileges, net.core.rmem_max limits it; Debian's default
+// holds about three hundred.
 void enlarge_queue(int socket) {
   const int size = 16 << 20;
   if (setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0) {
@@ -47,7 +48,7 @@ void enlarge_queue(int socket) {
   }
 }
 
-// A process can send to our socket as well, but not from port 0, and its credentials are its own.
+// Other processes can send to this socket too, but not from port 0, and with their own credentials.
 bool from_kernel(msghdr& message, const sockaddr_nl& sender) {
   if (sender.nl_family != AF_NETLINK || sender.nl_pid != 0) return false;
   for (cmsghdr* item = CMSG_FIRSTHDR(&message); item != nullptr; item = CMSG_NXTHDR(&message, item)) {
@@ -63,12 +64,13 @@ bool from_kernel(msghdr& message, const sockaddr_nl& sender) {
 }  // namespace
 
 netns_hears netns_hears_uevents() {
-  // Since Linux 4.18 only the network namespaces that the initial user namespace owns are told of devices.
+  // Since Linux 4.18, uevents of devices reach only network namespaces that the initial user namespace owns.
   const unique_fd network(::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
   if (!network) return netns_hears::unknown;
   const unique_fd owner(ioctl(network.get(), NS_GET_USERNS));
   struct stat found;
-  if (!owner || fstat(owner.get(), &found) != 0) return netns_hears::unknown;  // one above ours is hidden
+  // The owner cannot be opened if it is an ancestor of this process's user namespace.
+  if (!owner || fstat(owner.get(), &found) != 0) return netns_hears::unknown;
   return found.st_ino == initial_user_namespace ? netns_hears::yes : netns_hears::no;
 }
 
@@ -89,7 +91,7 @@ bool uevent_socket::open() {
 
 uevent_socket::received uevent_socket::receive(uevent* event) {
   for (;;) {
-    char datagram[8192];  // the kernel's are below 4500: a header, and 2048 of fields
+    char datagram[8192];  // the kernel's have less than 4500 bytes: a header and 2048 bytes of fields
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))];
     sockaddr_nl sender = {};
     iovec part = {datagram, sizeof datagram};

@@ -7,25 +7,25 @@
 
 namespace yusb::port {
 
-// Whether the kernel sends its uevents to the calling thread's network namespace.
+// Says whether the kernel sends uevents to the calling thread's network namespace.
 enum class netns_hears { yes, no, unknown };
 netns_hears netns_hears_uevents();
 
 class uevent_socket {
  public:
-  // Hears what happens from now on. False, with errno set, if there is no such socket to be had.
+  // Starts receiving. False, with errno set, if the socket cannot be opened.
   bool open();
 
   int fd() const { return _socket.get(); }
 
   enum class received {
-    device,   // *event tells of a USB device
-    other,    // the kernel spoke of something else
-    lost,     // the queue has overflowed; what it still holds is older than the loss
-    nothing,  // for now
+    device,   // *event is about a USB device
+    other,    // a uevent about something else
+    lost,     // the receive buffer has overflowed; the uevents still in it are older than the loss
+    nothing,  // no uevent at present
   };
 
-  // Never waits. What the kernel did not send itself is passed over.
+  // Never waits. Skips messages that are not from the kernel.
   received receive(uevent* event);
 
  private:

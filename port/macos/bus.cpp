@@ -1,4 +1,4 @@
-// libYorvanUsbBus on a Mac, where the bus is IOKit's.
+// libYorvanUsbBus on macOS, where the bus is IOKit's.
 #include <yusb_bus.h>
 
 #include <algorithm>
@@ -16,7 +16,7 @@ namespace {
 using yusb::port::find_devices;
 using yusb::port::location_of;
 
-// Programs are not always let read these, so they may never be listed. They have a bus and no port.
+// Programs may not be allowed to read root hubs, so these may never be listed. Their location has no port.
 bool is_root_hub(UInt32 location) { return (location & 0x00FFFFFF) == 0; }
 
 bool is_listed(UInt32 location) {
@@ -44,7 +44,7 @@ bool all_are_listed() {
   return listed;
 }
 
-// Waits for events of the library.
+// Waits for events from the library.
 class listener final : public yusb_device_event_interface {
  public:
   listener() {
@@ -57,7 +57,7 @@ class listener final : public yusb_device_event_interface {
 
   bool listens() const { return _listens; }
 
-  // False if there is no event within the limit. One that came since the last call counts.
+  // False if there is no event within the limit. An event since the last call counts.
   bool wait(std::chrono::milliseconds limit) {
     std::unique_lock<std::mutex> lock(_mutex);
     return _changed.wait_for(lock, limit, [this] { return std::exchange(_heard, false); });
@@ -90,7 +90,7 @@ bool yusb::bus_settle(std::chrono::milliseconds limit) {
   using clock = std::chrono::steady_clock;
   limit = std::clamp<std::chrono::milliseconds>(limit, limit.zero(), std::chrono::hours(24 * 365));
   const auto start = clock::now();
-  listener library;  // before the first comparison: whatever is listed after it is an event
+  listener library;  // registered before the first comparison, so that a later arrival is an event
   if (!library.listens()) return false;
   while (!all_are_listed()) {
     const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(clock::now() - start);

@@ -48,7 +48,7 @@ T number(io_registry_entry_t entry, CFStringRef key) {
   return static_cast<T>(property(entry, key).number().value_or(0));
 }
 
-// A string has one name in older systems and another in newer ones.
+// Older and newer systems have different keys for a string.
 std::optional<std::string> text(io_registry_entry_t entry, CFStringRef key, CFStringRef older) {
   std::optional<std::string> found = property(entry, key).text();
   return found.has_value() ? found : property(entry, older).text();
@@ -65,7 +65,7 @@ double speed_of(io_service_t device) {
   return 0;
 }
 
-// Calls `visit` with each of what is attached to an entry.
+// Calls `visit` with each child of an entry.
 template <typename Visitor>
 void for_each_child(io_registry_entry_t entry, Visitor visit) {
   io_iterator_t children = IO_OBJECT_NULL;
@@ -77,7 +77,7 @@ void for_each_child(io_registry_entry_t entry, Visitor visit) {
   IOObjectRelease(children);
 }
 
-// What an interface is bound to: the class of the first driver that is attached to it.
+// The driver of an interface: the class of the first child.
 std::string driver_of(io_registry_entry_t interface) {
   std::string found;
   for_each_child(interface, [&](io_registry_entry_t child) {

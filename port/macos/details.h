@@ -1,4 +1,4 @@
-// The details of a device on a Mac.
+// The details of a device on macOS.
 #ifndef YORVAN_PORT_MACOS_DETAILS_H_
 #define YORVAN_PORT_MACOS_DETAILS_H_
 
@@ -10,7 +10,7 @@
 
 namespace yusb::port {
 
-// What yusb::device_details returns. Reads properties of IOKit's registry, which asks no device.
+// Implements yusb::device_details. Reads properties of IOKit's registry and does not access the device.
 std::optional<usb_details> registry_details(const record_key& record);
 
 }  // namespace yusb::port

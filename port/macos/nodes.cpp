@@ -1,4 +1,4 @@
-// A Mac has no device nodes: IOKit decides on access when a device is opened. Never run on a Mac.
+// macOS has no device nodes: IOKit decides when a device is opened. Never run on a Mac.
 #include <map>
 
 #include "bus/nodes.h"
@@ -8,7 +8,7 @@ namespace yusb::port {
 
 namespace {
 
-// Each device is openable if it is attached.
+// A device is openable if it is attached.
 class registry_nodes final : public node_watch {
  public:
   void add(unsigned id, const record_key& record) override { _added.emplace(id, record); }

@@ -9,14 +9,15 @@
 
 namespace yusb::port {
 
-// Finds every USB device that IOKit has. False if it cannot be asked; else the caller releases the iterator.
+// Finds every USB device of IOKit. False if IOKit cannot be queried; otherwise the caller releases the
+// iterator.
 inline bool find_devices(io_iterator_t* found) {
-  // Not kIOUSBDeviceClassName, which newer SDKs define as another class than the library watches.
+  // Not kIOUSBDeviceClassName: newer SDKs define that as another class than the library watches.
   return IOServiceGetMatchingServices(MACH_PORT_NULL, IOServiceMatching("IOUSBDevice"), found) ==
          KERN_SUCCESS;
 }
 
-// 0 if the registry has none.
+// 0 if the registry has no location.
 inline UInt32 location_of(io_service_t device) {
   SInt32 location = 0;
   const CFTypeRef property =

@@ -64,7 +64,7 @@ std::optional<usb_details> attachment::details(const record_key& record) {
   } strings[] = {{device_field::manufacturer_index, record.manufacturer, details.manufacturer},
                  {device_field::product_index, record.product_name, details.product_name},
                  {device_field::serial_number_index, record.serial_number, details.serial_number}};
-  constexpr std::uint16_t asked = 255;  // what the library asks for: a longer reply is cut
+  constexpr std::uint16_t asked = 255;  // wLength of the library's requests: a longer reply is truncated
   for (const auto& [field, kept, whole] : strings) {
     simulated_reply reply;
     if (const std::uint32_t index = value(field); index != 0)
@@ -128,7 +128,7 @@ simulated_reply attachment::answer(const control_request& request) const {
   return {status_ok, {made.bytes.begin(), made.bytes.begin() + static_cast<std::ptrdiff_t>(made.size)}, {}};
 }
 
-// With _mutex held.
+// Call with _mutex held.
 void attachment::change() const {
   for (const int each : _notified) eventfd_write(each, 1);
 }

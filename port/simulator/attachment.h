@@ -1,4 +1,4 @@
-// One device of the simulated bus: its description and what happened to it.
+// One device of the simulated bus: its description and its state.
 #ifndef YORVAN_PORT_SIMULATOR_ATTACHMENT_H_
 #define YORVAN_PORT_SIMULATOR_ATTACHMENT_H_
 
@@ -13,7 +13,8 @@
 
 namespace yusb::port {
 
-// Shared by the simulator and whoever still holds the device. Its own functions are called on any thread.
+// Shared by the simulator and the holders of the device. Functions that it adds to `device` may be called on
+// any thread.
 class attachment : public device {
  public:
   using clock = std::chrono::steady_clock;
@@ -28,7 +29,8 @@ class attachment : public device {
   port::status control(control_request& request) override;
   std::optional<std::uint32_t> registry_location() override;
 
-  // Empty if the record is not of this device: if the library would not have read this one so.
+  // Empty if the record is not of this device, that is, if the library would have read another record from
+  // it.
   std::optional<usb_details> details(const record_key& record);
 
   std::vector<simulated_request> requests() const;
@@ -36,11 +38,11 @@ class attachment : public device {
   void leave();
   void open_node();
 
-  // Openable, gone, or timed_out for neither yet.
+  // `openable`, `gone`, or `timed_out` if neither.
   openability node() const;
-  // When it becomes openable by itself; time_point::max() for never.
+  // The time at which it becomes openable; time_point::max() if only open_node makes it openable.
   clock::time_point opens_at() const;
-  // Makes an eventfd readable whenever node() may have changed; the second ends that.
+  // Starts, or ends, making an eventfd readable whenever node() may have changed.
   void notify(int eventfd);
   void forget(int eventfd);
 

@@ -6,7 +6,7 @@
 
 namespace yusb::port {
 
-// All but the strings. `id` is what the simulator calls the device.
+// Returns all details except the strings. `id` is the simulator's ID of the device.
 usb_details simulated_details(const simulated_device& described, int id);
 
 }  // namespace yusb::port

@@ -41,7 +41,7 @@ std::optional<simulated_nodes::clock::time_point> simulated_nodes::due() const {
 
 std::optional<simulated_nodes::answer> simulated_nodes::next() {
   eventfd_t count;
-  eventfd_read(_changed, &count);  // before the answers are asked for
+  eventfd_read(_changed, &count);  // reset before the devices are tested, so that no change is missed
   for (const auto& [id, device] : _waited) {
     const answer found = {id, check(id)};
     if (found.result == openability::timed_out) continue;

@@ -1,4 +1,4 @@
-// Whether the nodes of simulated devices can be opened.
+// Waits until simulated devices can be opened.
 #ifndef YORVAN_PORT_SIMULATOR_NODES_H_
 #define YORVAN_PORT_SIMULATOR_NODES_H_
 
@@ -12,7 +12,7 @@ namespace yusb::port {
 
 class simulated_nodes final : public node_watch {
  public:
-  // `find` gives the attached device that a record is of, or null.
+  // `find` returns the attached device of a record, or null.
   using finder = std::function<std::shared_ptr<attachment>(const record_key&)>;
   explicit simulated_nodes(finder find);
   ~simulated_nodes() override;
@@ -26,8 +26,8 @@ class simulated_nodes final : public node_watch {
 
  private:
   const finder _find;
-  const int _changed;                                       // readable after a change of one of them
-  std::map<unsigned, std::shared_ptr<attachment>> _waited;  // null if it was gone from the start
+  const int _changed;                                       // an eventfd, readable after a change of a device
+  std::map<unsigned, std::shared_ptr<attachment>> _waited;  // null if the device was gone from the start
 };
 
 }  // namespace yusb::port

@@ -25,7 +25,7 @@ struct simulator::implementation : port::bus, std::enable_shared_from_this<simul
 
   mutable std::mutex mutex;
   int last_id = 0;                                      // under mutex
-  std::map<int, std::shared_ptr<attachment>> attached;  // under mutex; numbers rise, so in order of arrival
+  std::map<int, std::shared_ptr<attachment>> attached;  // under mutex; in order of arrival: IDs increase
   std::vector<watch*> watches;                          // under mutex
 
   std::unique_ptr<port::session> open() override;
@@ -33,14 +33,14 @@ struct simulator::implementation : port::bus, std::enable_shared_from_this<simul
   std::unique_ptr<port::node_watch> watch_nodes() override;
   void tell(const port::change& change);
 
-  // Null if nothing with that number is attached. With the mutex held.
+  // Null if no device with that ID is attached. Call with the mutex held.
   std::shared_ptr<attachment> find(int id) const {
     const auto found = attached.find(id);
     return found == attached.end() ? nullptr : found->second;
   }
 };
 
-// One session: the changes that its reader has not taken yet.
+// A session. It queues the changes that its reader has not taken yet.
 class simulator::implementation::watch : public port::session {
  public:
   explicit watch(std::shared_ptr<implementation> bus)
@@ -77,7 +77,7 @@ class simulator::implementation::watch : public port::session {
     port::mark_idle();
   }
 
-  // With the bus's mutex held.
+  // Call with the bus's mutex held.
   void push(const port::change& change) {
     _changes.push_back(change);
     eventfd_write(_readable, 1);

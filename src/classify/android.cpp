@@ -1,4 +1,4 @@
-// Recognising Android phones.
+// Recognises Android phones.
 #include <cstdint>
 #include <iterator>
 #include <set>
@@ -11,8 +11,8 @@
 namespace yusb {
 
 bool device_is_android(const YUsbInfoDevice& device) {
-  // Only the lower-case copies may let a want of memory through, so the tables are built by functions that
-  // may not.
+  // Only toLower() may throw std::bad_alloc; the tables are built in noexcept functions, so a failed
+  // allocation there terminates the process.
   static const auto _staticVendorIDArray = []() noexcept {
     return std::set<std::uint16_t>(std::begin(android_vendors), std::end(android_vendors));
   }();

@@ -1,4 +1,4 @@
-// Recognising Apple devices and AirPods.
+// Recognises Apple devices and AirPods.
 #include <cstdint>
 #include <set>
 

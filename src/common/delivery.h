@@ -1,4 +1,4 @@
-// The record behind a client's handle, and how events reach its interfaces.
+// A context, and the delivery of events to its interfaces.
 #ifndef YUSB_COMMON_DELIVERY_H_
 #define YUSB_COMMON_DELIVERY_H_
 
@@ -10,15 +10,15 @@
 #include "common/reentry.h"
 
 struct _yusb_context {
-  std::set<yusb_device_event_interface*> interfaces
-      GUARDED_BY(mutex);  // the client's; called in ascending order of address
+  // Owned by the client; called in ascending order of address.
+  std::set<yusb_device_event_interface*> interfaces GUARDED_BY(mutex);
   yusb::Mutex mutex;
 };
 
 namespace yusb {
 
-// Calls every interface of one context, in ascending order of address, under the context's lock. The caller
-// has marked the thread: one mark does for all contexts.
+// Calls every interface of one context, in ascending order of address, under the context's lock. The caller's
+// `running` marks the thread, once for all contexts.
 void deliver(const callback_scope& running, _yusb_context* context, const YUsbInfoDevice& device,
              _yusb_device_event event);
 

@@ -7,8 +7,8 @@ namespace yusb {
 
 namespace {
 
-_yusb_platform_context* _global_platform_context =
-    nullptr;  // no lock: initialisation and release overlap with nothing
+// Needs no lock: initialisation and release do not overlap with any other call.
+_yusb_platform_context* _global_platform_context = nullptr;
 
 }  // namespace
 
@@ -16,7 +16,7 @@ void common_global_initialize() noexcept {
   if (reject_reentry()) return;
   state_create();
   if (_global_platform_context == nullptr) _global_platform_context = platform_context_create();
-  platform_hotplug_start(_global_platform_context);  // refused where the thread runs already
+  platform_hotplug_start(_global_platform_context);  // does nothing if the thread already runs
 }
 
 void common_global_release() noexcept {
@@ -39,8 +39,8 @@ void global_release() noexcept { common_global_release(); }
 
 }  // namespace yusb
 
-// The empty assembly is an effect that an optimiser cannot remove: a hook without one is dropped from the
-// loader's table, and then a debugger finds no place where the library is loaded.
+// The optimiser cannot remove the empty assembly. It would drop an empty hook from the loader's table, and a
+// debugger would have no place to stop when the library is loaded.
 bool yorvan_usb_dynamic_library_initialize() noexcept {
   __asm__ volatile("");
   return true;

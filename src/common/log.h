@@ -1,4 +1,5 @@
-// The levels of the log that the library uses, by number: the names of the levels are the core library's.
+// The log levels that the library uses. They are cast from numbers because a host's own core library may not
+// have YLog.h's names for them.
 #ifndef YUSB_COMMON_LOG_H_
 #define YUSB_COMMON_LOG_H_
 

@@ -1,4 +1,4 @@
-// A plain mutex whose use clang checks at compile time: -Wthread-safety knows which lock guards what.
+// A mutex whose use clang checks at compile time with -Wthread-safety.
 #ifndef YUSB_COMMON_MUTEX_H_
 #define YUSB_COMMON_MUTEX_H_
 

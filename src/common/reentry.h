@@ -1,13 +1,13 @@
-// Catches a handler that calls back into the library while this thread holds its locks.
+// Detects a handler that calls the library while this thread holds the library's locks.
 #ifndef YUSB_COMMON_REENTRY_H_
 #define YUSB_COMMON_REENTRY_H_
 
 namespace yusb {
 
-// Writes the error line for a call that was refused.
+// Logs that a call was refused.
 void report_reentry(const char* function, int line) noexcept;
 
-// Lives while client code (a handler, or the log's sink) may run on this thread and the library waits for it.
+// Exists while client code (a handler or the log sink) may run on this thread and the library waits for it.
 class callback_scope {
  public:
   callback_scope() : _here(_running), _outer(_here) { _here = true; }
@@ -17,7 +17,7 @@ class callback_scope {
 
   static bool running() { return _running; }
 
-  // True, after a line in the log, if this began inside other client code, where its function must not run.
+  // True, after a line in the log, if this scope began inside another one: the function must not run there.
   bool reject_reentry(const char* function = __builtin_FUNCTION(),
                       int line = __builtin_LINE()) const noexcept {
     if (_outer) report_reentry(function, line);
@@ -25,13 +25,13 @@ class callback_scope {
   }
 
  private:
-  bool& _here;  // to find a variable of the thread takes a call
+  bool& _here;  // cached: every access to a thread_local costs a call
   const bool _outer;
   inline static thread_local bool _running = false;
 };
 
-// The same for a function that runs no client code. Every function that takes a lock or waits for the monitor
-// thread asks one of the two first.
+// Same as callback_scope::reject_reentry, for a function that runs no client code. Every function that takes
+// a lock or waits for the monitor thread first calls one of the two.
 inline bool reject_reentry(const char* function = __builtin_FUNCTION(),
                            int line = __builtin_LINE()) noexcept {
   if (!callback_scope::running()) return false;

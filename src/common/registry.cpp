@@ -1,5 +1,5 @@
-// The device list: every arrival and removal passes through here, is reported to the log, and goes out
-// to every open context.
+// The device list. Each arrival and removal changes it here, is logged, and is delivered to every open
+// context.
 #include "common/delivery.h"
 #include "common/log.h"
 #include "common/reentry.h"

@@ -1,4 +1,4 @@
-// What the common layer asks of an operating system, beside platform_hotplug_start, platform_hotplug_stop and
+// The functions that a platform implements, in addition to platform_hotplug_start, platform_hotplug_stop and
 // platform_reset_apple of <yusb.h>.
 #ifndef YUSB_PLATFORM_PLATFORM_H_
 #define YUSB_PLATFORM_PLATFORM_H_
@@ -7,13 +7,13 @@
 
 namespace yusb {
 
-// Null if there is no memory.
+// Null if it cannot be allocated.
 _yusb_platform_context* platform_context_create() noexcept;
 
-// Whether the calling thread is the monitor thread, for which a release would wait for ever.
+// True on the monitor thread, where a release would wait for itself forever.
 bool platform_is_monitor_thread() noexcept;
 
-// Only after platform_hotplug_stop has returned.
+// Call it only after platform_hotplug_stop has returned.
 void platform_context_destroy(_yusb_platform_context* context) noexcept;
 
 }  // namespace yusb

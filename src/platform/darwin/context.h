@@ -1,4 +1,4 @@
-// What the host's thread and the monitor thread share.
+// The state that the host's threads and the monitor thread share.
 #ifndef YUSB_PLATFORM_DARWIN_CONTEXT_H_
 #define YUSB_PLATFORM_DARWIN_CONTEXT_H_
 
@@ -10,21 +10,21 @@
 
 #include "common/mutex.h"
 
-// The life of a context's monitor thread.
+// The state of a context's monitor thread.
 enum class yusb_monitor { none, wanted, unwanted };
 
 struct _yusb_platform_context {
-  // The monitor thread's run loop, from when it is stored until a stop or the loop's end. Whoever takes it
-  // out owns the reference that came with it, so a loop that is being stopped cannot be freed meanwhile.
+  // The monitor thread's run loop, until a stop or the end of the loop takes it out. The thread that takes it
+  // out owns its reference, so that a loop cannot be freed while it is being stopped.
   std::atomic<CFRunLoopRef> runLoop{nullptr};
-  std::atomic<bool> running{false};        // from just before runLoop is stored until the loop has returned
-  std::atomic<bool> stopRequested{false};  // once a stop was asked for; never reset
-  // Nothing uses these two. They stay because the structure's fields are agreed: none is taken out or moved.
+  std::atomic<bool> running{false};  // true from just before runLoop is stored until the loop has returned
+  std::atomic<bool> stopRequested{false};  // true after the first stop; never reset
+  // Unused. They stay because the fields of this structure and their order are fixed.
   std::map<YString, void*> handleMap;
   yusb::Mutex mutex;
 
-  // `wanted` from start, `unwanted` from stop, `none` as the last thing the thread does: unlike `running` it
-  // covers the time before the thread's first step and after its last.
+  // Start sets `wanted`, stop sets `unwanted`, and the thread's last step sets `none`. Unlike `running`, it
+  // also covers the time before the thread's first step and after its last.
   std::atomic<yusb_monitor> monitor{yusb_monitor::none};
 };
 

@@ -1,5 +1,5 @@
-// The IOKit backend: the monitor thread, the handlers that turn notifications into changes of the device
-// list, and the reading of a device.
+// The IOKit backend: it reads devices, turns notifications into changes of the device list, and runs the
+// monitor thread.
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -43,7 +43,7 @@ YString darwin_device_request_string_descriptor(IOUSBDeviceStruct500** device, U
   request.pData = reply;
   if ((*device)->DeviceRequest(device, &request) != 0) return {};
 
-  // The low byte of each UTF-16LE unit, up to the first that is 0.
+  // The low byte of each UTF-16LE code unit. The string ends before the first byte that is 0.
   const UInt32 end = request.wLenDone < sizeof reply ? request.wLenDone : UInt32{sizeof reply};
   char text[sizeof reply / 2 + 1] = {};
   std::size_t length = 0;
@@ -59,7 +59,7 @@ void darwin_device_from_IOUSBDeviceInterface(IOUSBDeviceStruct500** device, YUsb
   UInt8 manufacturerIndex = 0;
   UInt8 productIndex = 0;
   UInt8 serialNumberIndex = 0;
-  // A query that fails leaves its 0.
+  // A query that fails leaves its value 0.
   (*device)->GetDeviceVendor(device, &vendor);
   (*device)->GetDeviceProduct(device, &product);
   (*device)->GetDeviceReleaseNumber(device, &release);
@@ -85,9 +85,9 @@ void darwin_device_from_IOUSBDeviceInterface(IOUSBDeviceStruct500** device, YUsb
 
 // ---- The handlers: each reads its iterator to the end, which arms the notification again ----
 //
-// IOKit's C code calls them: an exception ends the process here and does not unwind through its frames.
+// They are noexcept because IOKit's C code calls them: an exception must not unwind through its frames.
 
-// The numbers of two log lines. They are no line numbers: programs that read the log match them.
+// Numbers in two log lines. Unlike in other lines they are constant, because log readers match on them.
 constexpr int kNoPlugIn = 119;
 constexpr int kNoDeviceInterface = 128;
 
@@ -99,7 +99,7 @@ void darwin_handle_device_append(void* /*context*/, io_iterator_t iterator) noex
   IOUSBDeviceStruct500** device = nullptr;
   SInt32 score = 0;
   while (const io_service_t service = IOIteratorNext(iterator)) {
-    plugin = nullptr;  // a success that hands back nothing must not find the previous device's
+    plugin = nullptr;  // else a success without a result would leave the previous device's
     device = nullptr;
     const kern_return_t status =
         IOCreatePlugInInterfaceForService(service, deviceType, plugInInterface, &plugin, &score);
@@ -147,7 +147,7 @@ void darwin_handle_device_remove(void* /*context*/, io_iterator_t iterator) noex
 
 // ---- The monitor thread ----
 
-// Not kIOUSBDeviceClassName, which newer SDKs define as another class.
+// Not kIOUSBDeviceClassName: newer SDKs define that as another class.
 constexpr const char* kDeviceClass = "IOUSBDevice";
 
 void report_failure(const char* what, kern_return_t status, int line = __builtin_LINE()) {
@@ -203,10 +203,10 @@ void darwin_create_device_notify_thread(_yusb_platform_context* context) {
   context->running = false;
 }
 
-// Says that the thread is gone, as the last thing it does in this library. This happens when a thread_local
-// is destroyed, not at the end of the thread's function: a host may unload the library as soon as the stop
-// has returned, and glibc keeps a library mapped while such a destructor is due. (Apple's loader never unmaps
-// a library that has a thread_local.)
+// Its destructor is the thread's last step in this library: it reports that the thread has ended. The
+// thread's function cannot do that, because a host may unload the library as soon as the stop has returned,
+// and only a pending thread_local destructor makes glibc keep the library mapped. (Apple's loader never
+// unmaps a library that has a thread_local.)
 struct monitor_exit {
   _yusb_platform_context* context = nullptr;
   ~monitor_exit() {
@@ -214,7 +214,7 @@ struct monitor_exit {
   }
 };
 thread_local monitor_exit _monitor_exit;
-// Separate from the object above: reading that one would register its destructor on every thread that asks.
+// Separate from _monitor_exit: reading that would register its destructor on every calling thread.
 thread_local bool _is_monitor_thread = false;
 
 void darwin_thread_system_monitor(_yusb_platform_context* context) {
@@ -223,8 +223,7 @@ void darwin_thread_system_monitor(_yusb_platform_context* context) {
   if (context->monitor == yusb_monitor::wanted) darwin_create_device_notify_thread(context);
 }
 
-// While it lives, a thread that is created takes no signal that is meant for the host; those that a fault of
-// its own raises it still takes.
+// Blocks all signals except synchronous faults, so that a thread created in this scope inherits the mask.
 class host_signals_blocked {
  public:
   host_signals_blocked() {
@@ -281,7 +280,7 @@ bool platform_hotplug_stop(_yusb_platform_context* context) noexcept {
   yusb_monitor wanted = yusb_monitor::wanted;
   context->monitor.compare_exchange_strong(wanted, yusb_monitor::unwanted);
 
-  // A stop of a loop that does not run yet is lost, so it is repeated until the thread is gone.
+  // A stop is lost if the loop does not run yet, so it is repeated until the thread has ended.
   CFRunLoopRef runLoop = nullptr;
   while (context->monitor != yusb_monitor::none) {
     if (runLoop == nullptr) runLoop = context->runLoop.exchange(nullptr);

@@ -1,7 +1,6 @@
-// Apple's published declarations of what the backend uses, as current SDKs have them: what is const, what is
-// deprecated since when, which value depends on the deployment target. Written apart from the declarations in
-// port/apple, which are more lenient. CFNumber has a header of its own because IOKit's headers do not bring
-// it.
+// Apple's published declarations of the names that the backend uses, as in current SDKs: with const,
+// deprecations and values that depend on the deployment target. They were written independently of those in
+// port/apple, which are more lenient. CFNumber has its own header because IOKit's headers do not include it.
 #pragma once
 #define APPLE_EXPORT extern "C" __attribute__((visibility("default")))
 

@@ -1,10 +1,10 @@
-// Apple's published names, as far as the backend uses them, on a host that has no such frameworks. Types,
-// values and layouts agree with Apple's; behaviour is no kinder.
+// The published names of Apple's frameworks that the backend uses, for hosts without the frameworks. Types,
+// values and layouts agree with Apple's; the behaviour is no more forgiving.
 #ifndef YORVAN_COREFOUNDATION_CFBASE_H_
 #define YORVAN_COREFOUNDATION_CFBASE_H_
 
 #if defined(YUSB_STATIC)
-#define YORVAN_APPLE_EXPORT extern "C"  // a library that bundles these does not export Apple's names
+#define YORVAN_APPLE_EXPORT extern "C"  // a static library must not export Apple's names
 #else
 #define YORVAN_APPLE_EXPORT extern "C" __attribute__((visibility("default")))
 #endif
@@ -23,7 +23,7 @@ typedef const struct __CFString* CFStringRef;
 YORVAN_APPLE_EXPORT const CFAllocatorRef kCFAllocatorDefault;        // null
 YORVAN_APPLE_EXPORT const CFAllocatorRef kCFAllocatorSystemDefault;  // not null
 
-// Both end the process if `cf` is null.
+// Both terminate the process if `cf` is null.
 YORVAN_APPLE_EXPORT CFTypeRef CFRetain(CFTypeRef cf);
 YORVAN_APPLE_EXPORT void CFRelease(CFTypeRef cf);
 

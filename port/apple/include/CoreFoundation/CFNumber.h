@@ -8,7 +8,7 @@ typedef enum CFNumberType : CFIndex {
   kCFNumberSInt32Type = 3,
 } CFNumberType;
 
-// Stores the number; false, with nothing stored, if another type is asked for.
+// Stores the number. False, with nothing stored, if another type is requested.
 YORVAN_APPLE_EXPORT Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePtr);
 
 #endif  // YORVAN_COREFOUNDATION_CFNUMBER_H_

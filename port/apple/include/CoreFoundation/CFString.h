@@ -3,7 +3,7 @@
 
 #include <CoreFoundation/CFBase.h>
 
-// A string that lives for ever; one object for equal texts.
+// Returns a string that is never destroyed; one object for equal strings.
 #define CFSTR(text) __CFStringMakeConstantString("" text "")
 YORVAN_APPLE_EXPORT CFStringRef __CFStringMakeConstantString(const char* text);
 

@@ -9,7 +9,7 @@ typedef struct {
   UInt8 byte8, byte9, byte10, byte11, byte12, byte13, byte14, byte15;
 } CFUUIDBytes;
 
-// One object for equal bytes; it lives for ever and is never released.
+// Returns one object for equal bytes. It is never destroyed and must not be released.
 YORVAN_APPLE_EXPORT CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef alloc, UInt8 byte0, UInt8 byte1,
                                                              UInt8 byte2, UInt8 byte3, UInt8 byte4,
                                                              UInt8 byte5, UInt8 byte6, UInt8 byte7,

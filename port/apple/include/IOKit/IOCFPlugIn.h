@@ -20,7 +20,7 @@ typedef struct IOCFPlugInInterfaceStruct {
   IOReturn (*Stop)(void* thisPointer);
 } IOCFPlugInInterface;
 
-// Writes the interface and the score only on success; neither pointer may be null.
+// Stores the interface and the score only on success. Neither pointer may be null.
 YORVAN_APPLE_EXPORT kern_return_t IOCreatePlugInInterfaceForService(io_service_t service,
                                                                     CFUUIDRef pluginType,
                                                                     CFUUIDRef interfaceType,

@@ -23,27 +23,27 @@ typedef void (*IOServiceMatchingCallback)(void* refcon, io_iterator_t iterator);
 #define kIOFirstMatchNotification "IOServiceFirstMatch"
 #define kIOTerminatedNotification "IOServiceTerminate"
 
-// `mainPort` is MACH_PORT_NULL. Null if the bus cannot be watched.
+// `mainPort` must be MACH_PORT_NULL. Null if the bus cannot be watched.
 YORVAN_APPLE_EXPORT IONotificationPortRef IONotificationPortCreate(mach_port_t mainPort);
 YORVAN_APPLE_EXPORT void IONotificationPortDestroy(IONotificationPortRef notify);
-// The source belongs to the port and ends with it.
+// The port owns the source and destroys it.
 YORVAN_APPLE_EXPORT CFRunLoopSourceRef IONotificationPortGetRunLoopSource(IONotificationPortRef notify);
 
 YORVAN_APPLE_EXPORT CFMutableDictionaryRef IOServiceMatching(const char* name);
 
-// Consumes one reference to `matching`, always. Leaves *notification alone on an error. The notification is
-// armed when its iterator has been read to the end, not before.
+// Always consumes one reference to `matching`. Does not change *notification on an error. The notification is
+// armed only after its iterator has been read to the end.
 YORVAN_APPLE_EXPORT kern_return_t IOServiceAddMatchingNotification(IONotificationPortRef notifyPort,
                                                                    const io_name_t notificationType,
                                                                    CFDictionaryRef matching,
                                                                    IOServiceMatchingCallback callback,
                                                                    void* refCon, io_iterator_t* notification);
 
-// The next object, which the caller releases; 0 at the end, and for what is no iterator.
+// Returns the next object, which the caller releases; 0 at the end, and for a handle that is not an iterator.
 YORVAN_APPLE_EXPORT io_object_t IOIteratorNext(io_iterator_t iterator);
 YORVAN_APPLE_EXPORT kern_return_t IOObjectRelease(io_object_t object);
 
-// Null if there is no such property. The caller releases it.
+// Null if there is no such property. The caller releases the result.
 YORVAN_APPLE_EXPORT CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key,
                                                               CFAllocatorRef allocator, IOOptionBits options);
 

@@ -1,7 +1,7 @@
 #pragma once
 #include <IOKit/usb/USB.h>
 
-// As SDKs from 10.15 on have it: one name, two classes, by the oldest macOS that the program runs on.
+// As in SDKs from 10.15 on: one name for two classes, selected by the deployment target.
 #define kIOUSBHostDeviceClassName "IOUSBHostDevice"
 #if __ENVIRONMENT_MAC_OS_X_VERSION_MIN_REQUIRED__ >= 101500
 #define kIOUSBDeviceClassName kIOUSBHostDeviceClassName
@@ -15,7 +15,7 @@
   CFUUIDGetConstantUUIDWithBytes(kCFAllocatorSystemDefault, 0xA3, 0x3C, 0xF0, 0x47, 0x4B, 0x5B, 0x48, 0xE2, \
                                  0xB5, 0x7D, 0x02, 0x07, 0xFC, 0xEA, 0xE1, 0x3B)
 
-// Only pointers to these stand below.
+// Used below only as pointers.
 typedef struct AbsoluteTimeStruct AbsoluteTime;
 typedef struct NumVersionStruct NumVersion;
 typedef struct IOUSBDevRequestTOStruct IOUSBDevRequestTO;

@@ -11,7 +11,7 @@
   CFUUIDGetConstantUUIDWithBytes(kCFAllocatorSystemDefault, 0xA3, 0x3C, 0xF0, 0x47, 0x4B, 0x5B, 0x48, 0xE2, \
                                  0xB5, 0x7D, 0x02, 0x07, 0xFC, 0xEA, 0xE1, 0x3B)
 
-// 46 slots. Those that the backend has no use for keep their place without their types.
+// 46 slots. Those that the backend does not use keep their positions but not their types.
 typedef struct IOUSBDeviceStruct500 {
   void* _reserved;
   HRESULT (*QueryInterface)(void* thisPointer, REFIID iid, LPVOID* ppv);
