@@ -3,13 +3,13 @@ option(YORVANUSB_WARNINGS_AS_ERRORS "Treat warnings as errors" OFF)  # the devel
 option(YORVANUSB_COVERAGE "Count which lines run (gcc)" OFF)
 set(YORVANUSB_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
 
-add_compile_options(-Wall -Wextra -Wpedantic -Wnon-virtual-dtor)
+add_compile_options(-Wall -Wextra -Wpedantic $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-  add_compile_options(-Wno-restrict)  # from C++20 on it takes "'" + std::string for an overlap
+  add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)  # from C++20 on it takes "'" + std::string for an overlap
 endif()
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   # The beta half checks the order of the locks.
-  add_compile_options(-Wthread-safety -Wthread-safety-beta)
+  add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety;-Wthread-safety-beta>")
 endif()
 if(YORVANUSB_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)

@@ -6,8 +6,11 @@
 # ("_ZN4yusb10bus_settle[EB]*"). Linkers accept a pattern that matches nothing, so the library is compared with its list
 # after it is linked.
 
+# A library with versioned symbols gives each of them the version that brought it: "yusb_start  # since 5.1.0" in its list
+# is yusb_start@@PREFIX_5.1.
+
 # Run as a script, compares a library with its list:
-# cmake -DLIBRARY=FILE -DLIST=FILE "-DNM=nm[;ARGUMENT...]" -P exports.cmake
+# cmake -DLIBRARY=FILE -DLIST=FILE "-DNM=nm[;ARGUMENT...]" [-DSYMBOL_VERSIONS=PREFIX] -P exports.cmake
 if(CMAKE_SCRIPT_MODE_FILE STREQUAL CMAKE_CURRENT_LIST_FILE)
   # What depends on the demangler, the standard library or the size of a pointer is spelled one way: size_t,
   # std::chrono::milliseconds, nothing of inline namespaces and ABI tags.
@@ -32,10 +35,14 @@ if(CMAKE_SCRIPT_MODE_FILE STREQUAL CMAKE_CURRENT_LIST_FILE)
   execute_process(COMMAND ${NM} ${arguments} ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
   # A letter of lower case is a local symbol, but for u and i.
   string(REGEX MATCHALL "[0-9a-f]+ [A-Zui] [^\n]+" symbols "${symbols}")
+  list(FILTER symbols EXCLUDE REGEX "^[0-9a-f]+ A ")  # the versions themselves
   list(TRANSFORM symbols REPLACE "^[0-9a-f]+ [A-Zui] " "")
   list(JOIN symbols "\n" symbols)
   yorvan_normalize("${symbols}" exported)
   file(STRINGS ${LIST} symbols REGEX "^[^#]")
+  if(SYMBOL_VERSIONS)
+    list(TRANSFORM symbols REPLACE " +# since ([0-9]+[.][0-9]+).*" "@@${SYMBOL_VERSIONS}_\\1")
+  endif()
   list(TRANSFORM symbols REPLACE " +# since .*" "")
   list(JOIN symbols "\n" symbols)
   yorvan_normalize("${symbols}" listed)
@@ -102,30 +109,55 @@ function(yorvan_mangle name out)
   set(${out} "${mangled}" PARENT_SCOPE)
 endfunction()
 
-# yorvan_exports(TARGET LIST): the shared library TARGET exports what the file LIST names.
+# yorvan_exports(TARGET LIST [PREFIX]): the shared library TARGET exports what the file LIST names, with the symbol
+# versions PREFIX_5.1 and so on if there is a PREFIX.
 function(yorvan_exports target list)
+  set(prefix ${ARGN})
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${list})
   file(STRINGS ${list} names REGEX "^[^#]")
-  list(TRANSFORM names REPLACE " +# since .*" "")
-  set(text)
+  set(versions)
   foreach(name IN LISTS names)
+    set(version any)
+    if(prefix AND name MATCHES "# since ([0-9]+[.][0-9]+)")
+      set(version ${CMAKE_MATCH_1})
+    endif()
+    list(APPEND versions ${version})
+    string(REGEX REPLACE " +# since .*" "" name "${name}")
     yorvan_mangle("${name}" mangled)
     if(APPLE)
-      string(APPEND text "_${mangled}\n")
+      string(APPEND symbols_of_${version} "_${mangled}\n")
     else()
-      string(APPEND text "${mangled};\n")
+      string(APPEND symbols_of_${version} "${mangled};\n")
     endif()
   endforeach()
+  list(REMOVE_DUPLICATES versions)
+  list(SORT versions COMPARE NATURAL)
   set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.map)
+  set(text)
+  set(before)
+  foreach(version IN LISTS versions)
+    if(APPLE)
+      string(APPEND text "${symbols_of_${version}}")
+    elseif(prefix)
+      string(APPEND text "${prefix}_${version} { global:\n${symbols_of_${version}}")
+      if(NOT before)
+        string(APPEND text "local: *;\n")
+      endif()
+      string(APPEND text "} ${before};\n")
+      set(before ${prefix}_${version})
+    else()
+      set(text "{ global:\n${symbols_of_${version}}local: *; };\n")
+    endif()
+  endforeach()
   if(APPLE)
+    set(prefix)  # its linker has no symbol versions
     target_link_options(${target} PRIVATE "LINKER:-exported_symbols_list,${script}")
   else()
-    set(text "{ global:\n${text}local: *; };\n")
     target_link_options(${target} PRIVATE "LINKER:--version-script=${script}")
   endif()
   file(CONFIGURE OUTPUT ${script} CONTENT "${text}" @ONLY)
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${script})
   add_custom_command(TARGET ${target} POST_BUILD VERBATIM
     COMMAND ${CMAKE_COMMAND} "-DLIBRARY=$<TARGET_FILE:${target}>" -DLIST=${list} -DNM=${CMAKE_NM}
-      -P ${PROJECT_SOURCE_DIR}/cmake/exports.cmake)
+      -DSYMBOL_VERSIONS=${prefix} -P ${PROJECT_SOURCE_DIR}/cmake/exports.cmake)
 endfunction()

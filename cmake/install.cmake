@@ -1,4 +1,4 @@
-# What goes into an installed prefix, which may be moved afterwards. Its four components are the four Debian packages.
+# What goes into an installed prefix, which may be moved afterwards. Each component is a Debian package.
 include(CMakePackageConfigHelpers)
 option(YORVANUSB_DEBIAN "Make Debian packages of the installation" OFF)
 if(YORVANUSB_DEBIAN)
@@ -95,6 +95,22 @@ yorvan_pkgconfig(YorvanUsbBus)
 if(NOT APPLE)
   install(DIRECTORY port/simulator/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
   yorvan_pkgconfig(YorvanUsbSimulator)
+endif()
+
+# ---- The library for C ----
+
+if(TARGET YorvanUsbC)
+  install(TARGETS YorvanUsbC EXPORT YorvanUsbTargets ${components_of_library} COMPONENT c
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(DIRECTORY bindings/c/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+  if(YORVANUSB_LIBRARY_TYPE STREQUAL STATIC)
+    set(c_requires "Requires: YorvanUsbBus = ${PROJECT_VERSION}")
+  endif()
+  if(APPLE)
+    yorvan_pkgconfig(YorvanUsbC YUSB_STATIC -lc++)
+  else()
+    yorvan_pkgconfig(YorvanUsbC YUSB_STATIC -lstdc++)
+  endif()
 endif()
 
 # ---- The program ----

@@ -12,13 +12,13 @@ endif()
 set(static_definition_of_YorvanCore YORVANCORE_STATIC)
 set(static_definition_of_YorvanUsb YUSB_STATIC)
 
-# yorvan_library(TARGET VERSION version NAMESPACE package EXPORT_NAME name [EXPORTS list])
+# yorvan_library(TARGET VERSION version NAMESPACE package EXPORT_NAME name [EXPORTS list] [SYMBOL_VERSIONS prefix])
 #
 # Makes TARGET known as package::name, here and to whoever finds it installed. A shared library exports what
-# cmake/exports/TARGET.txt, or list.txt there, lists and nothing else. It looks for its fellow libraries in its own
-# folder, and for a host's own core library in that one's folder too.
+# cmake/exports/TARGET.txt, or list.txt there, lists and nothing else, with symbol versions if there is a prefix for
+# them. It looks for its fellow libraries in its own folder, and for a host's own core library in that one's folder too.
 function(yorvan_library target)
-  cmake_parse_arguments(arg "" "VERSION;NAMESPACE;EXPORT_NAME;EXPORTS" "" ${ARGN})
+  cmake_parse_arguments(arg "" "VERSION;NAMESPACE;EXPORT_NAME;EXPORTS;SYMBOL_VERSIONS" "" ${ARGN})
   string(REGEX MATCH "^[0-9]+" major ${arg_VERSION})
 
   add_library(${arg_NAMESPACE}::${arg_EXPORT_NAME} ALIAS ${target})
@@ -48,5 +48,5 @@ function(yorvan_library target)
   if(NOT arg_EXPORTS)
     set(arg_EXPORTS ${target})
   endif()
-  yorvan_exports(${target} ${PROJECT_SOURCE_DIR}/cmake/exports/${arg_EXPORTS}.txt)
+  yorvan_exports(${target} ${PROJECT_SOURCE_DIR}/cmake/exports/${arg_EXPORTS}.txt ${arg_SYMBOL_VERSIONS})
 endfunction()

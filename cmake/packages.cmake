@@ -1,4 +1,4 @@
-# Four Debian packages, one a component of the installation. They carry one version, the project's.
+# Debian packages, one a component of the installation. They carry one version, the project's.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME yorvanusb)
 set(CPACK_PACKAGE_VENDOR "The YorvanUsb authors")
@@ -38,9 +38,12 @@ macro(yorvan_debian_package component package section summary description)
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
 endmacro()
 
-# yorvan_debian_symbols(PACKAGE LIBRARY FIRST): which version of PACKAGE brought each symbol of LIBRARY: FIRST, unless the
-# list of its symbols says "# since VERSION". finish.sh compares this with the library.
+# yorvan_debian_symbols(PACKAGE LIBRARY FIRST [PREFIX]): which version of PACKAGE brought each symbol of LIBRARY: FIRST,
+# unless the list of its symbols says "# since VERSION". PREFIX is that of its symbol versions. finish.sh compares this
+# with the library.
 function(yorvan_debian_symbols package library first)
+  set(prefix ${ARGN})
+  set(versions)
   get_target_property(major ${library} SOVERSION)
   set(text "lib${library}.so.${major} ${package} #MINVER#\n* Build-Depends-Package: libyorvanusb-dev\n")
   file(STRINGS cmake/exports/${library}.txt names REGEX "^[^#]")
@@ -55,12 +58,19 @@ function(yorvan_debian_symbols package library first)
     else()
       string(REPLACE "size_t" "unsigned int" name "${name}")
     endif()
-    string(APPEND text " (c++)\"${name}@Base\" ${since}\n")
+    if(prefix)
+      string(REGEX MATCH "^[0-9]+[.][0-9]+" version ${since})
+      string(APPEND text " ${name}@${prefix}_${version} ${since}\n")
+      list(APPEND versions " ${prefix}_${version}@${prefix}_${version} ${since}\n")
+    else()
+      string(APPEND text " (c++)\"${name}@Base\" ${since}\n")
+    endif()
   endforeach()
-  file(APPEND ${PROJECT_BINARY_DIR}/debian/${package}.symbols "${text}")
+  list(REMOVE_DUPLICATES versions)
+  file(APPEND ${PROJECT_BINARY_DIR}/debian/${package}.symbols "${text}" ${versions})
 endfunction()
 
-foreach(component IN ITEMS CORE RUNTIME)
+foreach(component IN ITEMS CORE RUNTIME C)
   set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
 endforeach()
 
@@ -72,10 +82,14 @@ yorvan_debian_package(runtime libyorvanusb5 libs
   "which USB devices are attached, as they come and go"
   "Keeps one list of the USB devices that are attached, and tells every client of\neach one that arrives or leaves, with its numbers, its texts and a location\nthat is the same at both. Reads the kernel's events and sysfs itself: it needs\nneither udev nor privileges."
   core)
+yorvan_debian_package(c libyorvanusbc1 libs
+  "which USB devices are attached - library for C"
+  "Lists and watches the USB devices that are attached. The interface is plain C,\nfor programs in C and for the bindings of other languages."
+  runtime core)
 yorvan_debian_package(development libyorvanusb-dev libdevel
   "which USB devices are attached - development files"
   "Headers, CMake packages and pkg-config modules for programs that watch the USB\nbus, and a simulated bus for their tests."
-  runtime core)
+  runtime c core)
 yorvan_debian_package(tool yusb utils
   "list and watch the USB devices that are attached"
   "Shows the USB devices that are attached, and every one that comes or goes, as\naligned text or as JSON for scripts, or waits for a chosen one."
@@ -87,4 +101,6 @@ yorvan_debian_symbols(libyorvancore2 YorvanCore 5.0.0)
 file(WRITE ${PROJECT_BINARY_DIR}/debian/libyorvanusb5.symbols
   "libYorvanUsbBus.so.${PROJECT_VERSION_MAJOR} libyorvanusb5 (= ${deb_version})\n* Build-Depends-Package: libyorvanusb-dev\n (regex)\".*\" ${PROJECT_VERSION}\n")
 yorvan_debian_symbols(libyorvanusb5 YorvanUsb 5.0.0)
+file(WRITE ${PROJECT_BINARY_DIR}/debian/libyorvanusbc1.symbols "")
+yorvan_debian_symbols(libyorvanusbc1 YorvanUsbC 5.1.0 YUSB_C)
 include(CPack)

@@ -1,7 +1,8 @@
 # Converts the comments of a header for Doxygen. Headers contain plain prose; the start of a sentence decides what it
 # documents: "`name` ..." a parameter, "True ...", "False ..." and "Returns ..." the result, "Throws ..." exceptions,
 # "Takes ..." locks, "Since VERSION." the version that added it. Without "Since" that is the header's version. A heading
-# ("---- Devices ----") begins a group; so does the namespace of a header that is one group.
+# ("---- Devices ----") begins a group; so does the namespace of a header that is one group. In a header for C, sentences
+# that begin with a status document the result, and the header is one group.
 BEGIN {
   title["life"] = "Life cycle"
   title["events"] = "Contexts and events"
@@ -14,6 +15,8 @@ BEGIN {
   title["openable_queue"] = "A queue that reports openable devices"
   title["location"] = "Port paths and location IDs"
   title["bus"] = "State of the bus"
+  title["c"] = "The library for C"
+  title["c_simulator"] = "The simulated bus for C"
   title["simulator"] = "Simulated bus"
   group["Life cycle"] = "life"
   group["Contexts"] = "events"
@@ -22,6 +25,7 @@ BEGIN {
   group["Underlying functions"] = "layers"
   member["YUsbInfoDevice"] = member["device_visitor"] = "devices"
   since["yusb_details.h"] = since["yusb_openable.h"] = since["yusb_openable_queue.h"] = since["yusb_location.h"] = "5.1.0"
+  since["yusb_c.h"] = since["yusb_c_simulator.h"] = "5.1.0"
   since["YString.h"] = since["YLog.h"] = since["Yorvan.h"] = "2.0.0"
   member["_yusb_device_event"] = member["yusb_device_event_interface"] = "events"
 }
@@ -32,6 +36,7 @@ FNR == 1 {
   whole = header
   gsub(/^yusb_|\.h$/, "", whole)
   print "/// \\file"
+  linkage = ""
   top = 1
 }
 
@@ -51,6 +56,7 @@ function classified(sentence) {
   if (match(sentence, /^`[a-z_]+` /)) return "\\param " substr(sentence, 2, RLENGTH - 3) " " substr(sentence, RLENGTH + 1)
   if (sentence ~ /^(True|False)[ ,;.]/) return "\\return " sentence
   if (sentence ~ /^Returns /) return "\\return " toupper(substr(sentence, 9, 1)) substr(sentence, 10)
+  if (sentence ~ /^YUSB_[A-Z_]+[ ,.:]/) return "\\return " sentence
   if (sentence ~ /^Throws std::/) return "\\throws " substr(sentence, 8)
   if (sentence ~ /^Takes (the|all|no) /) return "\\par Locks\n" sentence
   if (sentence ~ /^Since [0-9]/) return "\\since " substr(sentence, 7)
@@ -102,7 +108,7 @@ top && /^\/\// {
 /^\/\/ ---- .* ----$/ {
   heading = $0
   gsub(/^\/\/ ---- | ----$/, "", heading)
-  pending = group[heading]
+  pending = linkage ? "" : group[heading]
   next
 }
 /^ *\/\// {
@@ -128,7 +134,14 @@ top && /^\/\// {
   write_block($0)
 }
 /^}  \/\/ namespace yusb$/ { leave() }
-/^#endif/ { leave() }
+/^extern "C" \{$/ { linkage = "opens" }
+/^#endif/ && linkage == "opens" {
+  print
+  linkage = "open"
+  enter(whole)
+  next
+}
+/^#ifdef __cplusplus/ || /^#endif/ { leave() }
 /^[}#]/ { print }
 /^namespace yusb \{$/ && whole in title {
   print

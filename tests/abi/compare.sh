@@ -14,15 +14,16 @@ machine=$(uname -m)
 
 describe() {
   abidw --exported-interfaces-only --headers-dir "$root/include" --headers-dir "$root/port/core/include" \
+    --headers-dir "$root/bindings/c/include" \
     --drop-private-types --drop-undefined-syms \
-    --no-corpus-path --no-comp-dir-path --no-show-locs --no-elf-needed "$1" | sed -E "s# path='[^']*/(src|port)/# path='\\1/#"
+    --no-corpus-path --no-comp-dir-path --no-show-locs --no-elf-needed "$1" | sed -E "s# path='[^']*/(src|port|bindings)/# path='\\1/#"
 }
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 status=0
-for library in libYorvanCore.so.2 libYorvanUsb.so.5; do
-  kept=$here/$library.$machine.abi
+for library in libYorvanCore.so.2 libYorvanUsb.so.5 bindings/c/libYorvanUsbC.so.1; do
+  kept=$here/${library##*/}.$machine.abi
   if [ -n "$update" ]; then
     describe "$folder/$library" >"$kept"
   elif [ ! -e "$kept" ]; then

@@ -66,6 +66,19 @@ for wrong in "YorvanUsb 4" "YorvanUsb 5.99" "YorvanUsb 5 COMPONENTS Nonsense" "Y
   rm -rf "$work/wrong"
 done
 
+step "a client in C, in a project without C++"
+# works_in_c FOLDER: with the installation in $prefix, which is moved.
+works_in_c() {
+  mkdir "$work/$1"
+  awk -v prefix="$work/$1/sample" -f "$source_tree/tests/documents/samples.awk" "$source_tree/docs/c.md"
+  printf '%s\n' 'cmake_minimum_required(VERSION 3.20)' 'project(c C)' 'find_package(YorvanUsb 5 REQUIRED COMPONENTS C)' \
+    'add_executable(simulated sample_2.c)' 'target_link_libraries(simulated YorvanUsb::C)' >"$work/$1/CMakeLists.txt"
+  quietly cmake -S "$work/$1" -B "$work/$1/build" -G Ninja -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF "-DCMAKE_PREFIX_PATH=$prefix"
+  quietly cmake --build "$work/$1/build"
+  quietly "$work/$1/build/simulated"
+}
+works_in_c c
+
 step "pkg-config"
 pkgconfig_of() { dirname "$(find "$1" -name YorvanUsb.pc)"; }
 pkgconfig=$(pkgconfig_of "$prefix")
@@ -82,7 +95,7 @@ LD_LIBRARY_PATH=$libraries run_both "$work/pc"
 
 step "the programs of the documents, with their commands"
 PKG_CONFIG_PATH=$pkgconfig LD_LIBRARY_PATH=$libraries quietly "$source_tree/tests/documents/build.sh" \
-  README.md docs/guide.md docs/man/yusb.3
+  README.md docs/guide.md docs/c.md docs/man/yusb.3
 mkdir "$work/readme"
 {
   printf 'cmake_minimum_required(VERSION 3.20)\nproject(readme CXX)\nadd_executable(client client.cpp)\n'

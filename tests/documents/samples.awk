@@ -1,18 +1,20 @@
-# Writes each program of a document, a ```cpp block or one between .EX and .EE that has a main, to a file of its own:
-# PREFIX_1.cpp, PREFIX_2.cpp, ... A compiler names the document's line.
-function begin() {
+# Writes each program of a document, a ```cpp or ```c block or one between .EX and .EE that has a main, to a file of its
+# own: PREFIX_1.cpp, PREFIX_2.cpp, ... A compiler names the document's line.
+function begin(kind) {
   inside = 1
+  extension = kind
   text = sprintf("#line %d \"%s\"\n", FNR + 1, FILENAME)
 }
 function end() {
   if (inside && text ~ /int main\(/) {
-    file = prefix "_" ++count ".cpp"
+    file = prefix "_" ++count "." extension
     printf "%s", text > file
     close(file)
   }
   inside = 0
 }
-/^```cpp$/ || /^\.EX$/ { begin(); next }
+/^```cpp$/ || /^\.EX$/ { begin("cpp"); next }
+/^```c$/ { begin("c"); next }
 /^```/ || /^\.EE$/ { end() }
 inside {
   gsub(/\\\(aq/, "'")

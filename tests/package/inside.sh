@@ -15,7 +15,7 @@ yusb list --simulate /usr/share/doc/yusb/examples/lab.scenario >listed
 test -s listed
 echo "packages: the program runs, with $(dpkg-query -W -f '${Package} ' 'libyorvan*')"
 
-apt_get install ./libyorvanusb-dev_*.deb
+apt_get install ./libyorvanusbc1_*.deb ./libyorvanusb-dev_*.deb
 cmake -S /usr/share/doc/libyorvanusb-dev/examples -B examples
 cmake --build examples
 ctest --test-dir examples --no-tests=error --output-on-failure

@@ -1,0 +1,17 @@
+#ifndef YUSB_BINDINGS_C_FILTER_H_
+#define YUSB_BINDINGS_C_FILTER_H_
+
+#include <cstddef>
+
+#include <yusb_c.h>
+#include <yusb_filter.h>
+
+namespace yusb::c {
+
+// Makes a filter that keeps what one of `count` filters of a caller lets pass; without any it is empty.
+// Throws std::bad_alloc.
+yusb_status make_filter(const yusb_filter* filters, std::size_t count, device_filter* made);
+
+}  // namespace yusb::c
+
+#endif  // YUSB_BINDINGS_C_FILTER_H_
