@@ -7,7 +7,7 @@
 
 // By a pointer to member as the Itanium C++ ABI has it: the place in the table, in bytes, and 1 in the word
 // that the processor has for it, the first or the second.
-TEST(BinaryInterface, AClientsHandlerStandsFirstInItsTable) {
+TEST(Abi, AClientsHandlerStandsFirstInItsTable) {
   const auto handler = &yusb_device_event_interface::on_device_event;
   std::uintptr_t words[2];
   static_assert(sizeof words == sizeof handler, "not the Itanium C++ ABI");

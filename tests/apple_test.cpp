@@ -5,7 +5,7 @@
 
 #include "support.h"
 
-TEST(Apple, ANotificationIsArmedOnceByReadingItsIteratorToTheEndAndAnEarlyStopIsLost) {
+TEST(Apple, ANotificationIsArmedOnceByReadingItsIteratorToTheEnd) {
   yusb::simulator bus;
   std::thread([&bus] {  // a run loop ends with its thread
     const CFRunLoopRef loop = CFRunLoopGetCurrent();
@@ -25,7 +25,7 @@ TEST(Apple, ANotificationIsArmedOnceByReadingItsIteratorToTheEndAndAnEarlyStopIs
     };
     const auto calls_after_another_device = [&] {
       bus.plug(make_device(1, 1, 1));
-      CFRunLoopStop(loop);
+      CFRunLoopStop(loop);  // too early: it is lost
       std::thread stopping([&] {
         EXPECT_TRUE(bus.settle());
         CFRunLoopStop(loop);

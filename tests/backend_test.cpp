@@ -1,31 +1,27 @@
-// The backend on a simulated bus: what a device's answers become, what the handlers do with faults, and how
-// the monitor thread starts and stops.
-
-#include <CoreFoundation/CoreFoundation.h>
-
+// The backend on a simulated bus: what a device's answers become, and what the handlers do with faults.
 #include <csignal>
-#include <stdexcept>
 
-#include "platform/darwin/context.h"
 #include "support.h"
 
 using namespace yusb;
 
+struct Backend : Library {};
+
 // What is listed, every field of it.
-std::string shown_list() {
+std::string listed_records() {
   std::string text;
-  device_traverse(nullptr, [&](const YUsbInfoDevice& record) { return text += shown(record), true; });
+  device_traverse(nullptr, [&](const YUsbInfoDevice& record) { return text += to_string(record), true; });
   return text;
 }
 
-TEST_F(Library, FillsARecordFromADevice) {
+TEST_F(Backend, FillsARecordFromADevice) {
   simulated_device device = make_device(0x05AC, 0x1393, 0xFD130000);
   device.release = 0x0216;
   device.manufacturer = "Appl\u00E9, Inc.";
   device.serial_number = "\u4E2D\u20AC";
   const int id = bus.plug(device);
   settle();
-  EXPECT_EQ(shown_list(), "05ac:1393 0216 0xFD130000 0xFD130000 Appl\xE9, Inc.  \x2D\xAC");
+  EXPECT_EQ(listed_records(), "05ac:1393 0216 0xFD130000 0xFD130000 Appl\xE9, Inc.  \x2D\xAC");
   std::string requests;  // none for the product, which has no string
   for (const simulated_request& each : bus.requests(id)) {
     requests += YString::format("%02x %u %04x %04x %u; ", each.request_type, each.request, each.value,
@@ -38,9 +34,13 @@ TEST_F(Library, FillsARecordFromADevice) {
   EXPECT_EQ(listed(), "");
 }
 
-TEST_F(Library, TakesTheLowBytesOfAStringReply) {
+TEST_F(Backend, TakesTheLowBytesOfAStringReply) {
   using bytes = std::vector<std::uint8_t>;
-  const std::tuple<std::uint32_t, bytes, std::string> cases[] = {
+  const struct {
+    std::uint32_t status;
+    bytes reply;
+    std::string text;
+  } cases[] = {
       {0, {}, ""},
       {0, {4}, ""},
       {0, {4, 3}, ""},
@@ -58,30 +58,33 @@ TEST_F(Library, TakesTheLowBytesOfAStringReply) {
     device.replies[2] = {static_cast<std::int32_t>(status), reply, {}};
     const int id = bus.plug(device);
     settle();
-    EXPECT_EQ(shown_list(), "0001:0002 0000 0x100 0x100  " + text + " ");
+    EXPECT_EQ(listed_records(), "0001:0002 0000 0x100 0x100  " + text + " ");
     bus.unplug(id);
     settle();
   }
 }
 
-TEST_F(Library, LeavesOutWhatCannotBeReadAndGoesOn) {
+TEST_F(Backend, LeavesOutDevicesThatCannotBeRead) {
   global_release();
-  std::vector<simulated_device> faulty(8, make_device(1, 2, 0));
-  faulty[0].plugin_status = static_cast<std::int32_t>(0xE00002BE);
-  faulty[1].plugin_missing = true;  // does not pass for the one before it
-  faulty[2].interface_status = static_cast<std::int32_t>(0x80000004);
-  faulty[3].interface_missing = true;
-  faulty[4].failing = {simulated_number::vendor};
-  faulty[5].failing = {simulated_number::product};
-  faulty[6].failing = {simulated_number::release, simulated_number::location,
-                       simulated_number::serial_number_index};
-  faulty[6].serial_number = "unseen";
-  faulty[7].location_property = false;
+  std::vector<simulated_device> faulty;
+  const auto add_faulty = [&faulty]() -> simulated_device& {
+    return faulty.emplace_back(make_device(1, 2, static_cast<std::uint32_t>(0x10 * (faulty.size() + 1))));
+  };
+  add_faulty().plugin_status = static_cast<std::int32_t>(0xE00002BE);
+  add_faulty().plugin_missing = true;  // is not taken for the device before it
+  add_faulty().interface_status = static_cast<std::int32_t>(0x80000004);
+  add_faulty().interface_missing = true;
+  add_faulty().failing = {simulated_number::vendor};
+  add_faulty().failing = {simulated_number::product};
+  simulated_device& unnumbered = add_faulty();
+  unnumbered.failing = {simulated_number::release, simulated_number::location,
+                        simulated_number::serial_number_index};
+  unnumbered.serial_number = "unseen";
+  add_faulty().location_property = false;
   std::vector<int> ids;
-  for (std::uint32_t place = 1; place <= faulty.size(); ++place) {
-    faulty[place - 1].location = 0x10 * place;
-    ids.push_back(bus.plug(faulty[place - 1]));
-    bus.plug(make_device(1, 1, place));
+  for (const simulated_device& each : faulty) {
+    ids.push_back(bus.plug(each));
+    bus.plug(make_device(1, 1, each.location / 0x10));  // a sound one after each
   }
   global_initialize();  // all of them are in one iterator
   settle();
@@ -104,7 +107,7 @@ TEST_F(Library, LeavesOutWhatCannotBeReadAndGoesOn) {
 
 // ---- Devices that come, go and answer at the worst moment ----
 
-struct AwkwardDevice : Library {
+struct BackendRace : Library {
   void SetUp() override {
     Library::SetUp();
     client.then = [this](const YUsbInfoDevice& device, _yusb_device_event event) {
@@ -133,12 +136,12 @@ struct AwkwardDevice : Library {
   strings heard;  // "+0xA manufacturer serial"; the monitor thread's until the bus has settled
 };
 
-TEST_F(AwkwardDevice, UnpluggedWhileItIsReadArrivesWithWhatWasReadAndLeaves) {
+TEST_F(BackendRace, ADeviceUnpluggedWhileItIsReadArrivesWithWhatWasRead) {
   bus.unplug(plug(0xA, "serial", 1000));
   expect_heard({"+0xA m ", "-0xA m "});
 }
 
-TEST_F(AwkwardDevice, UnpluggedBetweenTheListingAndTheWatchingIsToldOf) {
+TEST_F(BackendRace, ADeviceUnpluggedBetweenListingAndWatchingIsRemoved) {
   global_release();
   const int id = plug(0xA, "unread");
   plug(0xB, "read");
@@ -156,7 +159,7 @@ TEST_F(AwkwardDevice, UnpluggedBetweenTheListingAndTheWatchingIsToldOf) {
   expect_heard({"+0xA  ", "+0xB m read", "-0xA  "});
 }
 
-TEST_F(AwkwardDevice, OneThatDoesNotAnswerHoldsUpOthersAndLosesNone) {
+TEST_F(BackendRace, ADeviceThatDoesNotAnswerLosesNoOther) {
   plug(0xA, "slow", 1000, static_cast<std::int32_t>(0xE00002D6));  // kIOReturnTimeout
   bus.unplug(plug(0xB, "unread"));
   plug(0xB, "read");
@@ -164,27 +167,7 @@ TEST_F(AwkwardDevice, OneThatDoesNotAnswerHoldsUpOthersAndLosesNone) {
   expect_heard({"+0xA  slow", "+0xB  ", "-0xB  ", "+0xB m read"});
 }
 
-// ---- The monitor thread ----
-
-TEST(Monitor, RefusesASecondStartAndForgetsNothing) {
-  simulator bus;
-  EXPECT_FALSE(platform_hotplug_start(nullptr));
-  _yusb_platform_context own, *const context = &own;
-  EXPECT_TRUE(platform_hotplug_stop(context));  // never started
-  EXPECT_TRUE(context->stopRequested);
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_TRUE(platform_hotplug_start(context));
-    EXPECT_FALSE(platform_hotplug_start(context));  // also when the thread has not begun
-    ASSERT_TRUE(bus.settle());
-    EXPECT_FALSE(platform_hotplug_start(context));
-    EXPECT_TRUE(context->runLoop != nullptr && context->running);
-    EXPECT_TRUE(platform_hotplug_stop(context));
-    EXPECT_FALSE(context->runLoop != nullptr || context->running);
-    EXPECT_EQ(simulator::leaks(), strings());
-  }
-}
-
-TEST_F(Library, TakesNoSignalOfTheHostOnItsThread) {
+TEST_F(Backend, BlocksTheHostsSignalsOnItsThread) {
   sigset_t blocked;
   client.then = [&](auto&, auto) { pthread_sigmask(SIG_BLOCK, nullptr, &blocked); };
   listen();
@@ -195,91 +178,4 @@ TEST_F(Library, TakesNoSignalOfTheHostOnItsThread) {
   EXPECT_FALSE(sigismember(&blocked, SIGSEGV)) << "its own";
   append({"a"});
   EXPECT_FALSE(sigismember(&blocked, SIGTERM)) << "on the host's thread";
-}
-
-// A stop that arrives while the monitor thread is at a given call, or has not begun.
-TEST(Monitor, StopsFromEveryWindowOfTheStart) {
-  for (const std::string window : {"", "IONotificationPortCreate", "IOServiceMatching", "CFRunLoopAddSource",
-                                   "IOServiceAddMatchingNotification", "CFRunLoopRun"}) {
-    for (const bool with_devices : {false, true}) {
-      SCOPED_TRACE(window);
-      kept_log log;
-      simulator bus;
-      if (with_devices) bus.plug(make_device(1, 2, 3));
-      gate reached, stopping;
-      bus.before_calls([&, host = std::this_thread::get_id()](const char* call) {
-        if (call != window || std::this_thread::get_id() == host) return true;
-        reached.open();
-        _yusb_platform_context other;
-        global_release();  // refused here, where it would wait for itself
-        EXPECT_TRUE(platform_hotplug_stop(&other) && !other.stopRequested);
-        stopping.wait();
-        // The delay under test: the stop polls meanwhile.
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        bus.before_calls(nullptr);
-        return true;
-      });
-      global_initialize();
-      if (!window.empty()) reached.wait();
-      stopping.open();
-      global_release();
-      EXPECT_EQ(simulator::leaks(), strings());
-      if (window.empty()) continue;
-      const strings errors = log.take('4');
-      ASSERT_GE(errors.size(), 2u);
-      EXPECT_EQ(errors[0].find("4 [ common_global_release : "), 0u) << errors[0];
-      EXPECT_EQ(errors[1].find("4 [ platform_hotplug_stop : "), 0u) << errors[1];
-    }
-  }
-}
-
-TEST(Monitor, EndsTheProcessBeforeAnExceptionReachesIOKit) {
-  testing::GTEST_FLAG(death_test_style) = "threadsafe";
-  for (const std::string in_handler :
-       {"IOCreatePlugInInterfaceForService", "IORegistryEntryCreateCFProperty"}) {
-    const auto throw_there = [&] {
-      simulator bus;
-      global_initialize();
-      bus.settle();
-      bus.before_calls([&](const char* call) {
-        return call == in_handler ? throw std::runtime_error("in a handler") : true;
-      });
-      bus.unplug(bus.plug(make_device(1, 2, 3)));
-      bus.settle();
-    };
-    EXPECT_EXIT(throw_there(), testing::KilledBySignal(SIGABRT), "terminat") << in_handler;
-  }
-}
-
-TEST(Monitor, LeavesNothingWhenItsLoopWasStoppedByTheHost) {
-  simulator bus;
-  std::thread([] {}).join();  // A sanitizer starts a thread of its own with the first.
-  const auto threads = entries("/proc/self/task");
-  global_initialize();
-  ASSERT_TRUE(bus.settle());
-  bus.before_calls([](const std::string& call) {
-    if (call == "IOCreatePlugInInterfaceForService") CFRunLoopStop(CFRunLoopGetCurrent());
-    return true;
-  });
-  bus.plug(make_device(1, 2, 3));
-  EXPECT_TRUE(comes_true([&] { return entries("/proc/self/task") == threads; }));
-  global_release();
-  EXPECT_EQ(simulator::leaks(), strings());
-}
-
-TEST(Monitor, SurvivesASystemThatRefuses) {
-  for (const std::string refused : {"IONotificationPortCreate", "IONotificationPortGetRunLoopSource",
-                                    "IOServiceMatching", "IOServiceAddMatchingNotification"}) {
-    kept_log log;
-    simulator bus;
-    bus.plug(make_device(1, 2, 3));
-    bus.before_calls([&](const char* call) { return call != refused; });
-    global_initialize();
-    const strings errors = log.await('4');
-    ASSERT_FALSE(errors.empty());
-    EXPECT_EQ(errors[0].find("4 [ darwin_create_device_notify_thread : "), 0u) << refused << errors[0];
-    EXPECT_EQ(listed(), "");
-    global_release();
-    EXPECT_EQ(simulator::leaks(), strings());
-  }
 }

@@ -3,12 +3,14 @@
 
 using namespace yusb;
 
-std::string kinds(const YUsbInfoDevice& record) {
+struct Classify : Library {};
+
+std::string classes(const YUsbInfoDevice& record) {
   return std::string(device_is_apple(record) ? "apple " : "") +
          (device_is_airpods(record) ? "airpods " : "") + (device_is_android(record) ? "android " : "");
 }
 
-void expect_right_kinds() {
+void expect_right_classes() {
   const std::pair<const char*, std::vector<unsigned>> numbers[] = {
       {"", {0x00000000, 0x05AD1393, 0xAC059313, 0x18D20001}},
       {"apple ", {0x05AC0000, 0x05AC1392, 0x05AC139B}},
@@ -18,7 +20,7 @@ void expect_right_kinds() {
     for (const unsigned id : ids) {
       const auto vendor = static_cast<unsigned short>(id >> 16), product = static_cast<unsigned short>(id);
       const YUsbInfoDevice record = make_record(vendor, product, "0xvivo", "", {"Apple", "AirPods", "vivo"});
-      EXPECT_EQ(kinds(record), expected) << shown(record);
+      EXPECT_EQ(classes(record), expected) << to_string(record);
     }
   }
   for (const char* brand :
@@ -30,26 +32,30 @@ void expect_right_kinds() {
   EXPECT_FALSE(device_is_android(make_record(1, 1, "", "", {"viv", "o", ""})));
 }
 
-TEST(Classification, GoesByNumbersAndBrandWordsFromTheFirstCallOnEveryThread) {
+TEST_F(Classify, IsRightFromTheFirstCallOnEveryThread) {
   std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) threads.emplace_back(expect_right_kinds);
+  for (int i = 0; i < 8; ++i) threads.emplace_back(expect_right_classes);
   for (std::thread& thread : threads) thread.join();
 }
 
-TEST_F(Library, WalksTheListedAirPodsToTheEndAndRaisesTheCaseOfASerialNumber) {
-  std::string seen;
+TEST_F(Classify, TraversesTheListedAirPodsOnly) {
+  std::vector<unsigned short> seen;
   const auto visitor = [&seen](const YUsbInfoDevice& record) {
-    seen += airpods_get_serial_number(record).data();
+    seen.push_back(record.productID());
     EXPECT_TRUE(device_is_exist(nullptr, record));  // no lock is held
-    return false;
+    return false;                                   // does not stop it
   };
   EXPECT_TRUE(airpods_traverse(context, visitor));
-  EXPECT_EQ(seen, "");
-  common_device_append(make_record(0x05AC, 0x1393, "0x1", nullptr, {"", "", "abc-12\xE9"}));
-  common_device_append(make_record(0x05AC, 0x1394, "0x2", nullptr, {"", "", "none"}));
-  common_device_append(make_record(0x05AC, 0x139A, "0x3", nullptr, {"", "", "xyz"}));
+  for (const unsigned short product : {0x1393, 0x1394, 0x139A})
+    common_device_append(make_record(0x05AC, product, YString::format("0x%X", product)));
   EXPECT_TRUE(airpods_traverse(nullptr, visitor));
-  EXPECT_EQ(seen, "ABC-12\xE9XYZ");
+  EXPECT_EQ(seen, (std::vector<unsigned short>{0x1393, 0x139A}));
   EXPECT_TRUE(airpods_traverse(nullptr, nullptr));
-  EXPECT_FALSE(device_reset_apple());
 }
+
+TEST_F(Classify, RaisesTheCaseOfAnAirPodsSerialNumber) {
+  const YUsbInfoDevice pods = make_record(0x05AC, 0x1393, "0x1", nullptr, {"", "", "abc-12\xE9"});
+  EXPECT_EQ(airpods_get_serial_number(pods), YString("ABC-12\xE9"));
+}
+
+TEST_F(Classify, ResetsNoAppleDevice) { EXPECT_FALSE(device_reset_apple()); }

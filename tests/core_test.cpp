@@ -2,7 +2,7 @@
 
 #include "support.h"
 
-TEST(YString, HoldsAnyByteComparesByUnsignedBytesAndCopiesAlsoItself) {
+TEST(CoreYString, ComparesByUnsignedBytes) {
   const YString zero("a\0b", 3);
   EXPECT_EQ(zero.size(), 3u);
   EXPECT_EQ(YString(), YString(""));
@@ -15,6 +15,9 @@ TEST(YString, HoldsAnyByteComparesByUnsignedBytesAndCopiesAlsoItself) {
       EXPECT_EQ(left == right, &left == &right) << left.data() << " " << right.data();
     }
   }
+}
+
+TEST(CoreYString, CopiesItselfOrAnother) {
   YString a("text");
   YString& alias = a;
   a = alias;  // the only owner
@@ -24,15 +27,22 @@ TEST(YString, HoldsAnyByteComparesByUnsignedBytesAndCopiesAlsoItself) {
   EXPECT_STREQ(a.data(), "other");
 }
 
-TEST(YString, MapsTheCaseOfAsciiLettersOnlyFindsRunsAndFormatsWithoutALimit) {
+TEST(CoreYString, MapsTheCaseOfAsciiLettersOnly) {
   const YString text("@AZ[`az{\0\xC9Q", 11);
   EXPECT_EQ(text.toLower(), YString("@az[`az{\0\xC9q", 11));
   EXPECT_EQ(text.toUpper(), YString("@AZ[`AZ{\0\xC9Q", 11));
   EXPECT_EQ(YString().toLower(), YString());
+}
+
+TEST(CoreYString, FindsRunsOfBytes) {
+  const YString text("az{\0\xC9Q", 6);
   EXPECT_TRUE(text.contains("az{"));
   EXPECT_TRUE(text.contains(""));
   EXPECT_TRUE(text.contains(YString("\0\xC9", 2)));
   EXPECT_FALSE(text.contains("aZ"));
+}
+
+TEST(CoreYString, FormatsWithoutALimit) {
   for (const std::size_t size : {0u, 1u, 127u, 128u, 100000u}) {
     const std::string long_text(size, 'x');
     EXPECT_EQ(YString::format("%s", long_text.c_str()), YString(long_text.data(), size)) << size;
@@ -40,8 +50,8 @@ TEST(YString, MapsTheCaseOfAsciiLettersOnlyFindsRunsAndFormatsWithoutALimit) {
   EXPECT_EQ(YString::format("0x%X", 0xFD130000u), YString("0xFD130000"));
 }
 
-TEST(YLog, HandsOverWholeLinesAboveTheThreshold) {
-  kept_log log;
+TEST(CoreYLog, HandsOverWholeLinesAboveTheThreshold) {
+  log_capture log;
   const std::string long_text(5000, 'y');
   YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);
   YLog::output(EYORVAN_LOG_LEVEL_ERROR, "%s", long_text.c_str());
@@ -51,8 +61,8 @@ TEST(YLog, HandsOverWholeLinesAboveTheThreshold) {
   EXPECT_EQ(log.take(), (strings{"4 " + long_text, "5 7"}));
 }
 
-TEST(YLog, MakesItsLinesAsPrintfDoes) {
-  kept_log log;
+TEST(CoreYLog, MakesItsLinesAsPrintfDoes) {
+  log_capture log;
   for (const char* const format : {"%04X", "ID: 0x%04X", "0x%04X.", "%%04X", "%5u"}) {
     for (const unsigned value : {0u, 0xAu, 0xBEEFu, 0x12345u}) {
       char line[64];
@@ -63,7 +73,7 @@ TEST(YLog, MakesItsLinesAsPrintfDoes) {
   }
 }
 
-TEST(YLog, ShowsOneLineACallOnStandardErrorWhateverItHolds) {
+TEST(CoreYLog, ShowsOneLineACallOnStandardErrorWhateverItHolds) {
   testing::internal::CaptureStderr();
   YLog::output(EYORVAN_LOG_LEVEL_INFO, "a\tb\nforged \x1B[31m\x7F %c \xE9", 0);
   const auto from_sink = [](EYORVAN_LOG_LEVEL, const char*, std::size_t, void*) {
@@ -76,7 +86,7 @@ TEST(YLog, ShowsOneLineACallOnStandardErrorWhateverItHolds) {
             "a\tb\\x0Aforged \\x1B[31m\\x7F \\x00 \xE9\nfrom the sink\n");
 }
 
-TEST(YLog, WaitsForTheSinkThatItReplaces) {
+TEST(CoreYLog, WaitsForTheSinkThatItReplaces) {
   struct slow {
     gate entered, leaving;
     std::atomic<bool> left{false};
@@ -97,7 +107,7 @@ TEST(YLog, WaitsForTheSinkThatItReplaces) {
   logging.join();
 }
 
-TEST(YLog, KeepsLinesWholeWhenThreadsLogAtOnce) {
+TEST(CoreYLog, KeepsLinesWholeWhenThreadsLogAtOnce) {
   testing::internal::CaptureStderr();
   std::vector<std::thread> threads;
   for (char c = 'a'; c < 'e'; ++c) {

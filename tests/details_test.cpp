@@ -111,7 +111,7 @@ std::string modes(std::uint16_t vendor, std::uint16_t product,
   return text;
 }
 
-TEST(Modes, AreThoseOfPublishedIdentifiers) {
+TEST(DetailsModes, AreThoseOfPublishedIdentifiers) {
   EXPECT_EQ(modes(0x18D1, 0x4EE7, {{0, 0x06, 1, 1, "MTP", ""}, {1, 0xFF, 0x42, 1, "", ""}}), "adb mtp ");
   EXPECT_EQ(modes(0x0FCE, 0x0166, {{0, 0xFF, 0xFF, 0, "MTP", ""}, {1, 0x08, 6, 0x50, "", ""}}),
             "mtp mass-storage ");
@@ -136,7 +136,7 @@ TEST(Modes, AreThoseOfPublishedIdentifiers) {
   EXPECT_EQ(modes(0x18D1, 0x1281), "");
 }
 
-TEST(Modes, HaveNamesThatParse) {
+TEST(DetailsModes, HaveNamesThatParse) {
   std::set<std::string> names;
   for (unsigned i = 0; i < device_mode_count; ++i) {
     const auto mode = static_cast<device_mode>(i);

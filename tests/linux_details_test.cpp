@@ -39,7 +39,7 @@ std::string interfaces(const bytes& descriptors) {
   return text;
 }
 
-TEST(Descriptors, AreReadUpToTheFirstWhoseLengthCannotBe) {
+TEST(LinuxDetailsDescriptors, AreReadUpToTheFirstWhoseLengthCannotBe) {
   const bytes first = "090400000008065000"_hex, second = "090401000003000000"_hex;
   const bytes start = configuration(1) + first;
   EXPECT_EQ(interfaces(start + "0724"_hex + bytes(5, 4) + second), "0:8 1:3 ") << "others are skipped";

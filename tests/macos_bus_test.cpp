@@ -28,25 +28,25 @@ kern_return_t IOServiceGetMatchingServices(mach_port_t main_port, CFDictionaryRe
   return status;
 }
 
-struct MacBus : testing::Test {
+struct MacosBus : testing::Test {
   void TearDown() override {
     global_release();
     EXPECT_EQ(simulator::leaks(), strings());
   }
 
   // A root hub is not waited for, so the one on this bus may refuse.
-  MacBus() { plug_unreadable(0x14000000); }
+  MacosBus() { plug_unreadable(0x14000000); }
   int plug_unreadable(std::uint32_t location) {
     simulated_device device = make_device(1, 2, location);
     device.plugin_status = static_cast<std::int32_t>(0xE00002BE);
     return bus.plug(device);
   }
 
-  kept_log log;
+  log_capture log;
   simulator bus;
 };
 
-TEST_F(MacBus, SettlesWhenEachDeviceIsListedHoweverSlowlyItAnswers) {
+TEST_F(MacosBus, SettlesWhenEachDeviceIsListedHoweverSlowlyItAnswers) {
   EXPECT_TRUE(mac_bus_present());
   EXPECT_FALSE(mac_bus_settle()) << "not initialised";
   for (std::uint32_t port = 1; port <= 3; ++port) {
@@ -60,7 +60,7 @@ TEST_F(MacBus, SettlesWhenEachDeviceIsListedHoweverSlowlyItAnswers) {
   EXPECT_EQ(listed(), "0x14100000 0x14200000 0x14300000");
 }
 
-TEST_F(MacBus, DoesNotSettleWhileADeviceCannotBeRead) {
+TEST_F(MacosBus, DoesNotSettleWhileADeviceCannotBeRead) {
   const int unreadable = plug_unreadable(0x14100000);
   global_initialize();
   EXPECT_FALSE(mac_bus_settle(50ms));
@@ -72,7 +72,7 @@ TEST_F(MacBus, DoesNotSettleWhileADeviceCannotBeRead) {
   EXPECT_FALSE(mac_bus_settle(1ms));
 }
 
-TEST_F(MacBus, RefusesToSettleInAHandler) {
+TEST_F(MacosBus, RefusesToSettleInAHandler) {
   global_initialize();
   recorder client;
   bool settled = true;

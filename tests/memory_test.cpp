@@ -1,104 +1,39 @@
-// What happens when memory runs out, and when client code throws. Each case runs in a process of its own.
+// What happens when memory runs out. Each case runs in a process of its own.
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <yusb_watcher.h>
 
-#include <cstddef>
 #include <new>
-#include <stdexcept>
 
+#include "failing_memory.h"
 #include "support.h"
 
-#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define FAILS_MALLOC  // a sanitizer has a malloc of its own
-extern "C" void* __libc_malloc(std::size_t) noexcept;
-extern "C" void* __libc_calloc(std::size_t, std::size_t) noexcept;
-#else
-#define __libc_malloc std::malloc
-#endif
-
 namespace {
 
-enum class on { no_thread, this_thread, other_threads };
-std::atomic<on> _counted{on::no_thread};  // whose allocations are counted
-thread_local bool _is_host = false;       // this_thread
-std::atomic<int> _countdown{0};           // the allocation that takes it to 0 fails
-bool _lasting = false;                    // and so does every later one
-std::atomic<bool> _failed{false};         // one of them has
+// The allocations of the library's own objects, in their order, and what exists although one failed. A set or
+// list and its mutex stand or fall together.
+struct own_allocation {
+  const char* of;
+  bool contexts, devices, context;
+};
+const own_allocation own_allocations[] = {
+    {"context set", false, true, true},     {"mutex of the context set", false, true, true},
+    {"device list", true, false, true},     {"mutex of the device list", true, false, true},
+    {"platform context", true, true, true}, {"context", true, true, false}};
 
-std::atomic<long> _left{0};  // allocations that must not throw and that nothing has freed
-
-bool fails() {
-  if (_counted != (_is_host ? on::this_thread : on::other_threads)) return false;
-  const int left = --_countdown;
-  const bool now = left == 0 || (left < 0 && _lasting);
-  if (now) _failed = true;
-  return now;
-}
-
-// A block, with what it counts in front of it.
-void* allocate(std::size_t size, long count) {
-  auto* const block = static_cast<std::max_align_t*>(__libc_malloc(sizeof(std::max_align_t) + size));
-  *reinterpret_cast<long*>(block) = count;
-  _left += count;
-  return block + 1;
-}
-
-}  // namespace
-
-// Not inlined: a compiler that sees free() behind a new-expression takes it for a mistake.
-__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return fails() ? nullptr : allocate(size, 1);
-}
-__attribute__((noinline)) void* operator new(std::size_t size) {
-  return fails() ? throw std::bad_alloc() : allocate(size, 0);
-}
-__attribute__((noinline)) void* operator new[](std::size_t size, const std::nothrow_t& none) noexcept {
-  return operator new(size, none);
-}
-__attribute__((noinline)) void* operator new[](std::size_t size) { return operator new(size); }
-__attribute__((noinline)) void operator delete(void* block) noexcept {
-  if (block == nullptr) return;
-  auto* const whole = static_cast<std::max_align_t*>(block) - 1;
-  _left -= *reinterpret_cast<long*>(whole);
-  std::free(whole);
-}
-__attribute__((noinline)) void operator delete(void* block, std::size_t) noexcept { operator delete(block); }
-__attribute__((noinline)) void operator delete[](void* block) noexcept { operator delete(block); }
-__attribute__((noinline)) void operator delete[](void* block, std::size_t) noexcept {
-  operator delete(block);
-}
-
-#ifdef FAILS_MALLOC
-extern "C" void* malloc(std::size_t size) noexcept { return fails() ? nullptr : __libc_malloc(size); }
-extern "C" void* calloc(std::size_t count, std::size_t size) noexcept {
-  return fails() ? nullptr : __libc_calloc(count, size);
-}
-#endif
-
-namespace {
-
-void begin_failing(on thread, int which, bool lasting) {
-  _is_host = true;
-  _countdown = which;
-  _lasting = lasting;
-  _counted = thread;
-}
-
-// The allocations in their order: context set, its mutex, device list, its mutex, platform context, a
-// context.
-void fail_allocation(int which) {
+// Ends the process; with 0 if what exists works and release frees it.
+void fail_allocation(const own_allocation& failing) {
+  const auto& [of, contexts, devices, has_context] = failing;
   YLog::setThreshold(EYORVAN_LOG_LEVEL_FATAL);
-  const bool contexts = which > 2, devices = which < 3 || which > 4;
   yusb::simulator bus;
   recorder client;
   _yusb_context* context = nullptr;
-  if (which < 6) begin_failing(on::this_thread, which, false);
+  if (has_context) begin_failing(on::this_thread, static_cast<int>(&failing - own_allocations) + 1, false);
   yusb::global_initialize();
   yusb::global_initialize();  // makes what is missing, but not the other half of a pair
-  if (which == 6) begin_failing(on::this_thread, 1, false);
-  bool right = yusb::context_create(&context) && (context == nullptr) == (which == 6);
+  if (!has_context) begin_failing(on::this_thread, 1, false);
+  bool right = yusb::context_create(&context) && (context != nullptr) == has_context;
   right = right && !yusb::common_object_append(context);  // in the set already, or there is no set
   if (context != nullptr) right = right && yusb::common_object_remove(context) == contexts;
   append({"a"});
@@ -108,7 +43,7 @@ void fail_allocation(int which) {
   right = right && bus.settle();
   if (context != nullptr) yusb::context_release(context);
   yusb::global_release();
-  std::exit(right && _left == 0 ? 0 : 1);
+  std::exit(right && blocks_left() == 0 ? 0 : 1);
 }
 
 struct counting_client : yusb_device_event_interface {
@@ -153,7 +88,7 @@ struct world {
   // Whether all that is there can be released, and begun again.
   bool is_sound() {
     release();
-    const bool nothing_left = _left == 0 && yusb::simulator::leaks().empty();
+    const bool nothing_left = blocks_left() == 0 && yusb::simulator::leaks().empty();
     client.heard = 0;
     start();
     const bool works = listed() == "0x100" && client.heard == 1;
@@ -164,28 +99,29 @@ struct world {
 
 using use = void (*)(world&);
 
+enum ending { not_failed, returned, threw, damaged };  // exit codes of a process
+constexpr const char* names_of_endings[] = {"", "returns", "throws", "leaves damage"};
+
 // "returns", "throws", "terminates"; "" if there is no such allocation.
 std::string outcome(use use, on thread, int which, bool lasting) {
   const pid_t child = fork();
   if (child == 0) {
     dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
     world world;
-    bool threw = false;
+    ending end = returned;
     begin_failing(thread, which, lasting);
     try {
       use(world);
     } catch (const std::bad_alloc&) {
-      threw = true;
+      end = threw;
     }
-    _counted = on::no_thread;
-    _exit(!_failed ? 0 : !world.is_sound() ? 3 : threw ? 2 : 1);
+    if (!end_failing()) _exit(not_failed);
+    _exit(world.is_sound() ? end : damaged);
   }
   int status = 0;
   waitpid(child, &status, 0);
-  constexpr const char* ends[] = {"", "returns", "throws", "leaves damage"};
-  return WIFEXITED(status)             ? ends[WEXITSTATUS(status)]
-         : WTERMSIG(status) == SIGABRT ? "terminates"
-                                       : "crashes";
+  if (WIFEXITED(status)) return names_of_endings[WEXITSTATUS(status)];
+  return WTERMSIG(status) == SIGABRT ? "terminates" : "crashes";
 }
 
 // How a call ends when its allocations fail, each in its turn; equal ends in a row once.
@@ -204,7 +140,7 @@ std::string outcomes(use use, on thread = on::this_thread) {
 
 }  // namespace
 
-TEST(OutOfMemory, EndsEachCallAsTheHeadersSay) {
+TEST(Memory, EndsEachCallAsTheHeadersSay) {
   using namespace yusb;
   const std::tuple<const char*, use, const char*> calls[] = {
       {"a start", [](world& w) { w.release(), global_initialize(); }, "returns"},
@@ -261,14 +197,16 @@ TEST(OutOfMemory, EndsEachCallAsTheHeadersSay) {
   EXPECT_EQ(outcomes(read_a_device, on::other_threads), "terminates") << "the monitor thread";
 }
 
-TEST(OutOfMemory, EachAllocationThatFailsLeavesTheRestWorking) {
+TEST(Memory, LeavesTheRestWorkingWhenOneAllocationFails) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
-  for (int which = 1; which <= 6; ++which) {
-    EXPECT_EXIT(fail_allocation(which), testing::ExitedWithCode(0), "") << which;
+  for (const own_allocation& failing : own_allocations) {
+    EXPECT_EXIT(fail_allocation(failing), testing::ExitedWithCode(0), "") << failing.of;
   }
 }
 
-TEST_F(Library, KeepsAResyncThatCouldNotBeCopied) {
+struct MemoryQueue : Library {};
+
+TEST_F(MemoryQueue, KeepsAResyncThatCouldNotBeCopied) {
   yusb::watch_queue queue({}, 0);
   append({"a"});
   begin_failing(on::this_thread, 1, false);
@@ -276,7 +214,7 @@ TEST_F(Library, KeepsAResyncThatCouldNotBeCopied) {
   EXPECT_EQ(queue.next(std::chrono::milliseconds(0)).value().devices.size(), 1u);
 }
 
-TEST(OutOfMemory, CutsALineThatCannotBeFormattedOrEscaped) {
+TEST(Memory, CutsALineThatCannotBeFormattedOrEscaped) {
   const std::string line(512, '\1');
   std::string cut;
   for (int i = 0; i < 511; ++i) cut += "\\x01";
@@ -284,21 +222,7 @@ TEST(OutOfMemory, CutsALineThatCannotBeFormattedOrEscaped) {
     testing::internal::CaptureStderr();
     begin_failing(on::this_thread, which, false);
     YLog::output(EYORVAN_LOG_LEVEL_INFO, "%s", line.c_str());
-    _counted = on::no_thread;
-    EXPECT_TRUE(_failed.exchange(false));
+    EXPECT_TRUE(end_failing());
     EXPECT_EQ(testing::internal::GetCapturedStderr(), cut + "\n");
   }
-}
-
-TEST_F(Library, EndsTheProcessWhenClientCodeThrows) {
-  testing::GTEST_FLAG(death_test_style) = "threadsafe";
-  client.then = [](auto&, auto) { throw std::runtime_error("from a handler"); };
-  const auto visitor = [](const YUsbInfoDevice&) -> bool { throw std::runtime_error("from a visitor"); };
-  listen();
-  EXPECT_DEATH(append({"a"}), "");
-  EXPECT_TRUE(yusb::context_notify_object_remove(context, &client));
-  yusb::common_device_append(make_record(0x05AC, 0x1393, "a"));
-  EXPECT_DEATH(yusb::context_notify_object_append(context, &client), "");
-  EXPECT_DEATH(yusb::device_traverse(nullptr, visitor), "");
-  EXPECT_DEATH(yusb::airpods_traverse(nullptr, visitor), "");
 }

@@ -98,7 +98,7 @@ std::string next(openable_queue& queue, std::chrono::milliseconds limit = 0ms) {
   return text;
 }
 
-TEST_F(Openable, AQueueReportsItAfterTheArrivalAndNotOfADeviceThatIsGone) {
+TEST_F(Openable, AQueueReportsItAfterTheArrival) {
   const auto expect = [](openable_queue& queue, const strings& events) {
     for (const auto& each : events) EXPECT_EQ(next(queue, each.empty() ? 0ms : 30000ms), each);
   };

@@ -26,10 +26,10 @@
 
 using strings = std::vector<std::string>;
 
-// A number from the environment.
-inline unsigned long chosen(const char* variable, unsigned long otherwise) {
+// The number that an environment variable holds, or another one.
+inline unsigned long env_or(const char* variable, unsigned long fallback) {
   const char* const text = std::getenv(variable);
-  return text == nullptr ? otherwise : std::strtoul(text, nullptr, 10);
+  return text == nullptr ? fallback : std::strtoul(text, nullptr, 10);
 }
 
 // How many entries a folder has: those of /proc/self/fd are the open descriptors.
@@ -86,7 +86,7 @@ inline YUsbInfoDevice make_record(unsigned short vendor, unsigned short product,
 }
 
 // Every field of it: "05ac:1393 0100 location path factory describe serial".
-inline std::string shown(const YUsbInfoDevice& record) {
+inline std::string to_string(const YUsbInfoDevice& record) {
   return YString::format("%04x:%04x %04x %s %s %s %s %s", record.vendorID(), record.productID(),
                          record.revisedID(), record.location().data(), record.instancePath().data(),
                          record.factory().data(), record.describe().data(), record.serialNumber().data())
@@ -135,10 +135,10 @@ class recorder : public yusb_device_event_interface {
 };
 
 // Takes the log for as long as it lives; lines as "1 text".
-class kept_log {
+class log_capture {
  public:
-  kept_log() { YLog::setSink(keep, this); }
-  ~kept_log() { YLog::setSink(nullptr, nullptr); }
+  log_capture() { YLog::setSink(keep, this); }
+  ~log_capture() { YLog::setSink(nullptr, nullptr); }
 
   // What was logged since the last call, at this level or above.
   strings take(char level = '0') {
@@ -161,9 +161,9 @@ class kept_log {
 
  private:
   static void keep(EYORVAN_LOG_LEVEL level, const char* line, std::size_t size, void* self) {
-    const std::lock_guard<std::mutex> lock(static_cast<kept_log*>(self)->_mutex);
-    static_cast<kept_log*>(self)->_lines.push_back(std::to_string(level) + " " + std::string(line, size));
-    static_cast<kept_log*>(self)->_changed.notify_all();
+    const std::lock_guard<std::mutex> lock(static_cast<log_capture*>(self)->_mutex);
+    static_cast<log_capture*>(self)->_lines.push_back(std::to_string(level) + " " + std::string(line, size));
+    static_cast<log_capture*>(self)->_changed.notify_all();
   }
 
   std::mutex _mutex;
@@ -198,7 +198,7 @@ struct Library : testing::Test {
   void settle() { ASSERT_TRUE(bus.settle()); }
   void listen() { ASSERT_TRUE(yusb::context_notify_object_append(context, &client)); }
 
-  kept_log log;
+  log_capture log;
   yusb::simulator bus;
   recorder client;
   _yusb_context* context = nullptr;

@@ -12,6 +12,8 @@
 using namespace yusb;
 using namespace std::chrono_literals;
 
+struct Teardown : Library {};
+
 struct ending_client : yusb_device_event_interface {
   std::atomic<int> heard{0};
   gate more_than_a_replay;
@@ -24,7 +26,7 @@ struct ending_client : yusb_device_event_interface {
   }
 };
 
-TEST_F(Library, EndsClientsAndSinksInAStormOfEventsFromEightThreads) {
+TEST_F(Teardown, EndsClientsAndSinksInAStormOfEventsFromEightThreads) {
   const auto no_sink = [](auto, auto*, auto, void*) {};
   const auto sink = [](auto, auto*, auto, void* client) { static_cast<ending_client*>(client)->hear(); };
   YLog::setSink(no_sink, nullptr);
@@ -73,7 +75,7 @@ TEST_F(Library, EndsClientsAndSinksInAStormOfEventsFromEightThreads) {
   EXPECT_EQ(listed(), "");
 }
 
-TEST_F(Library, WaitsForTheHandlerThatRunsAndForNoFurtherDevice) {
+TEST_F(Teardown, WaitsForTheHandlerThatRuns) {
   gate entered, releasing;
   std::atomic<bool> left{false};
   client.then = [&, last = 0, arrivals = 0](auto&, auto event) mutable {
@@ -94,7 +96,7 @@ TEST_F(Library, WaitsForTheHandlerThatRunsAndForNoFurtherDevice) {
   EXPECT_TRUE(left);
 }
 
-TEST(Cycles, BeginAgainOnceAThreadCanBeMade) {
+TEST(TeardownCycles, BeginAgainOnceAThreadCanBeMade) {
   static std::string logged;
   const simulator bus;
   YLog::setSink(
@@ -120,7 +122,7 @@ TEST(Cycles, BeginAgainOnceAThreadCanBeMade) {
   global_release();
 }
 
-TEST(Cycles, LeaveThreadsDescriptorsAndMemoryWhereTheyWere) {
+TEST(TeardownCycles, LeaveThreadsDescriptorsAndMemoryWhereTheyWere) {
   mallopt(M_ARENA_MAX, 1);  // so that mallinfo2 sees every thread's blocks
   YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);
   simulator bus;
@@ -143,7 +145,7 @@ TEST(Cycles, LeaveThreadsDescriptorsAndMemoryWhereTheyWere) {
   run(50);  // makes what is made once only
   const auto descriptors = entries("/proc/self/fd"), threads = entries("/proc/self/task");
   const std::size_t memory = mallinfo2().uordblks;
-  const unsigned long cycles = chosen("YUSB_CYCLES", 1000);
+  const unsigned long cycles = env_or("YUSB_CYCLES", 1000);
   const auto start = std::chrono::steady_clock::now();
   const auto longest = run(cycles);
   const auto end = std::chrono::steady_clock::now();

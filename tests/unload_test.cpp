@@ -11,7 +11,7 @@ struct listener : yusb_device_event_interface {
   void on_device_event(const YUsbInfoDevice&, _yusb_device_event) override {}
 };
 
-TEST(Unloading, LeavesNoThreadInCodeThatIsGone) {
+TEST(Unload, LeavesNoThreadInCodeThatIsGone) {
   for (int i = 0; i < 300; ++i) {
     void* const library = dlopen(YUSB_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << dlerror();

@@ -17,7 +17,7 @@ extern "C" void __lsan_enable() __attribute__((weak));
 using namespace yusb;
 using namespace std::chrono_literals;
 
-// What this thread does next before it waits for an event, with the queue's mutex held.
+// What this thread does once before it waits for an event, with the queue's mutex held.
 thread_local std::function<void()> _before_wait;
 
 extern "C" int pthread_cond_clockwait(pthread_cond_t* changed, pthread_mutex_t* mutex, clockid_t clock,
@@ -81,9 +81,10 @@ struct actor {
   // While others change the list, an event may arrive between the two questions.
   void drain(bool others_rest = false) {
     for (;;) {
-      const bool shown = poll(&readable, 1, 0) == 1;
+      const bool announced = poll(&readable, 1, 0) == 1;
       const auto event = queue->next(0ms);
-      EXPECT_TRUE(shown == event.has_value() || (shown ? queue->closed() : !others_rest));
+      const bool as_announced = announced == event.has_value();
+      EXPECT_TRUE(as_announced || (announced && queue->closed()) || (!announced && !others_rest));
       if (!event) break;
       if (event->kind == watch_kind::resync) queued = {};
       for (const YUsbInfoDevice& device : event->devices) apply(queued, device, true);
@@ -113,28 +114,44 @@ struct actor {
   }
 
   void change_list(simulator& bus) {
-    const unsigned place = random() % 16;  // 0 has no location; every fourth has an instance path of its own
+    const unsigned place = random() % 16;
+    const bool has_location = place != 0, has_own_path = place % 4 == 0;
     const auto product = static_cast<unsigned short>(1 + random() % 0xFFFF);
     YUsbInfoDevice record;
-    if (place != 0) record.setLocation(YString::format("0x%X", place));
-    record.setInstancePath(place % 4 == 0 ? YString::format("path %u", place) : record.location());
+    if (has_location) record.setLocation(YString::format("0x%X", place));
+    record.setInstancePath(has_own_path ? YString::format("path %u", place) : record.location());
     if (random() % 8 != 0) record.setProductID(product);
-    const unsigned what = random() % 10;
-    if (what <= 1) common_device_append(record);
-    if (what >= 2 && what <= 5) common_device_remove_from_location(record.location());
-    if (what == 6) common_device_remove_from_instance_path(record.instancePath());
-    if (what == 7) common_device_remove(record);
-    if (what == 8 && place % 4 != 0) plugged.push_back(bus.plug(make_device(1, product, place)));
-    if (what == 9 && !plugged.empty()) bus.unplug(plugged.back()), plugged.pop_back();
+    enum change { add, remove_location, remove_path, remove_record, plug, unplug };
+    // As often as each stands here.
+    constexpr change changes[] = {
+        add,           add,  remove_location, remove_location, remove_location, remove_location, remove_path,
+        remove_record, plug, unplug};
+    switch (changes[random() % std::size(changes)]) {
+      case add:
+        return common_device_append(record);
+      case remove_location:
+        return common_device_remove_from_location(record.location());
+      case remove_path:
+        return common_device_remove_from_instance_path(record.instancePath());
+      case remove_record:
+        return common_device_remove(record);
+      case plug:
+        if (!has_own_path) plugged.push_back(bus.plug(make_device(1, product, place)));
+        return;
+      case unplug:
+        if (plugged.empty()) return;
+        bus.unplug(plugged.back());
+        plugged.pop_back();
+    }
   }
 };
 
 // YUSB_STEPS and YUSB_SEED choose another run. The threads' steps are repeated then, not how they meet.
-TEST_F(Watcher, HearsArrivalsAndRemovalsInTurnAndKnowsTheListWhateverOtherThreadsDo) {
+TEST_F(Watcher, KnowsTheListWhateverOtherThreadsDo) {
   constexpr unsigned rounds = 100;
   actor actors[4];
-  const auto seed = static_cast<unsigned>(chosen("YUSB_SEED", std::random_device()()));
-  const unsigned long steps = chosen("YUSB_STEPS", 100'000) / (rounds * std::size(actors));
+  const auto seed = static_cast<unsigned>(env_or("YUSB_SEED", std::random_device()()));
+  const unsigned long steps = env_or("YUSB_STEPS", 100'000) / (rounds * std::size(actors));
   std::printf("YUSB_SEED=%u\n", seed);
   for (actor& each : actors) each.random.seed(seed + static_cast<unsigned>(&each - actors));
   for (unsigned round = 0; round < rounds && !HasFailure(); ++round) {
@@ -145,7 +162,12 @@ TEST_F(Watcher, HearsArrivalsAndRemovalsInTurnAndKnowsTheListWhateverOtherThread
         each.renew();
         for (unsigned long step = 0; step < steps; ++step) {
           const unsigned choice = each.random() % 16;
-          choice < renewals ? each.renew() : choice == 15 ? each.drain() : each.change_list(bus);
+          if (choice < renewals)
+            each.renew();
+          else if (choice == 15)
+            each.drain();
+          else
+            each.change_list(bus);
         }
       });
     }
@@ -231,7 +253,7 @@ std::future<std::optional<watch_event>> taker(
   return taken;
 }
 
-TEST_F(Watcher, AnEventWakesAThreadThatWaitsAlsoWhenItOverflowsTheQueue) {
+TEST_F(Watcher, AnEventWakesAThreadThatWaits) {
   watch_queue roomy, full({}, 0);
   auto first = taker(roomy), second = taker(full);
   append({"1"});
@@ -241,13 +263,15 @@ TEST_F(Watcher, AnEventWakesAThreadThatWaitsAlsoWhenItOverflowsTheQueue) {
   EXPECT_EQ(second.get().value().kind, watch_kind::resync);
 }
 
-TEST_F(Watcher, AClosedQueueGivesWhatItHasAndThenNothingToEverybody) {
+TEST_F(Watcher, AClosedQueueGivesWhatItHasAndThenNothing) {
   watch_queue queue({}, 4, watch_end::removals);
   append({"1"});
   EXPECT_EQ(next(queue), "+1");
   auto first = taker(queue), second = taker(queue), third = taker(queue);
   queue.close();
-  EXPECT_EQ(first.get().has_value() + second.get().has_value() + third.get().has_value(), 1);
+  int given = 0;
+  for (auto* const each : {&first, &second, &third}) given += each->get().has_value();
+  EXPECT_EQ(given, 1) << "the removal, to one of them";
   EXPECT_TRUE(queue.closed());
   EXPECT_FALSE(queue.next(std::chrono::milliseconds::max()));
 }

@@ -1,0 +1,115 @@
+// How the monitor thread starts and stops.
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <csignal>
+#include <stdexcept>
+
+#include "platform/darwin/context.h"
+#include "support.h"
+
+using namespace yusb;
+
+TEST(Monitor, RefusesASecondStart) {
+  simulator bus;
+  EXPECT_FALSE(platform_hotplug_start(nullptr));
+  _yusb_platform_context own, *const context = &own;
+  EXPECT_TRUE(platform_hotplug_stop(context));  // never started
+  EXPECT_TRUE(context->stopRequested);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_TRUE(platform_hotplug_start(context));
+    EXPECT_FALSE(platform_hotplug_start(context));  // also when the thread has not begun
+    ASSERT_TRUE(bus.settle());
+    EXPECT_FALSE(platform_hotplug_start(context));
+    EXPECT_TRUE(context->runLoop != nullptr && context->running);
+    EXPECT_TRUE(platform_hotplug_stop(context));
+    EXPECT_FALSE(context->runLoop != nullptr || context->running);
+    EXPECT_EQ(simulator::leaks(), strings());
+  }
+}
+
+// A stop that arrives while the monitor thread is at a given call, or has not begun.
+TEST(Monitor, StopsFromEveryWindowOfTheStart) {
+  for (const std::string window : {"", "IONotificationPortCreate", "IOServiceMatching", "CFRunLoopAddSource",
+                                   "IOServiceAddMatchingNotification", "CFRunLoopRun"}) {
+    for (const bool with_devices : {false, true}) {
+      SCOPED_TRACE(window);
+      log_capture log;
+      simulator bus;
+      if (with_devices) bus.plug(make_device(1, 2, 3));
+      gate reached, stopping;
+      bus.before_calls([&, host = std::this_thread::get_id()](const char* call) {
+        if (call != window || std::this_thread::get_id() == host) return true;
+        reached.open();
+        _yusb_platform_context other;
+        global_release();  // refused here, where it would wait for itself
+        EXPECT_TRUE(platform_hotplug_stop(&other) && !other.stopRequested);
+        stopping.wait();
+        // The delay under test: the stop polls meanwhile.
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        bus.before_calls(nullptr);
+        return true;
+      });
+      global_initialize();
+      if (!window.empty()) reached.wait();
+      stopping.open();
+      global_release();
+      EXPECT_EQ(simulator::leaks(), strings());
+      if (window.empty()) continue;
+      const strings errors = log.take('4');
+      ASSERT_GE(errors.size(), 2u);
+      EXPECT_EQ(errors[0].find("4 [ common_global_release : "), 0u) << errors[0];
+      EXPECT_EQ(errors[1].find("4 [ platform_hotplug_stop : "), 0u) << errors[1];
+    }
+  }
+}
+
+TEST(Monitor, EndsTheProcessBeforeAnExceptionReachesIOKit) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  for (const std::string in_handler :
+       {"IOCreatePlugInInterfaceForService", "IORegistryEntryCreateCFProperty"}) {
+    const auto throw_there = [&] {
+      simulator bus;
+      global_initialize();
+      bus.settle();
+      bus.before_calls([&](const char* call) {
+        return call == in_handler ? throw std::runtime_error("in a handler") : true;
+      });
+      bus.unplug(bus.plug(make_device(1, 2, 3)));
+      bus.settle();
+    };
+    EXPECT_EXIT(throw_there(), testing::KilledBySignal(SIGABRT), "terminat") << in_handler;
+  }
+}
+
+TEST(Monitor, LeavesNothingWhenItsLoopWasStoppedByTheHost) {
+  simulator bus;
+  std::thread([] {}).join();  // A sanitizer starts a thread of its own with the first.
+  const auto threads = entries("/proc/self/task");
+  global_initialize();
+  ASSERT_TRUE(bus.settle());
+  bus.before_calls([](const std::string& call) {
+    if (call == "IOCreatePlugInInterfaceForService") CFRunLoopStop(CFRunLoopGetCurrent());
+    return true;
+  });
+  bus.plug(make_device(1, 2, 3));
+  EXPECT_TRUE(comes_true([&] { return entries("/proc/self/task") == threads; }));
+  global_release();
+  EXPECT_EQ(simulator::leaks(), strings());
+}
+
+TEST(Monitor, SurvivesASystemThatRefuses) {
+  for (const std::string refused : {"IONotificationPortCreate", "IONotificationPortGetRunLoopSource",
+                                    "IOServiceMatching", "IOServiceAddMatchingNotification"}) {
+    log_capture log;
+    simulator bus;
+    bus.plug(make_device(1, 2, 3));
+    bus.before_calls([&](const char* call) { return call != refused; });
+    global_initialize();
+    const strings errors = log.await('4');
+    ASSERT_FALSE(errors.empty());
+    EXPECT_EQ(errors[0].find("4 [ darwin_create_device_notify_thread : "), 0u) << refused << errors[0];
+    EXPECT_EQ(listed(), "");
+    global_release();
+    EXPECT_EQ(simulator::leaks(), strings());
+  }
+}
