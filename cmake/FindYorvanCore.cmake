@@ -1,5 +1,5 @@
-# Finds a host's own core library and makes it known as YorvanCore::YorvanCore. YorvanCore_ROOT names the
-# folder with its CMake package, or with its headers and its library or framework.
+# Finds a host's own core library and imports it as YorvanCore::YorvanCore. YorvanCore_ROOT is the folder with its
+# CMake package, or with its headers and its library or framework.
 find_package(YorvanCore CONFIG QUIET)
 if(TARGET YorvanCore::YorvanCore)
   set(YorvanCore_FOUND TRUE)

@@ -1,10 +1,10 @@
-# What a shared library exports: the functions and variables of cmake/exports/LIBRARY.txt and nothing else. Hidden
-# visibility alone would let through what the standard library's templates leave behind.
+# Makes a shared library export exactly the functions and variables of cmake/exports/LIBRARY.txt. Hidden visibility is
+# not enough: instances of the standard library's templates would still be exported.
 #
-# A list holds demangled names, so it is the same for every processor, compiler and standard library. A linker needs
-# mangled ones. They differ only in the parameters' types, so the linker gets patterns without these
-# ("_ZN4yusb10bus_settle[EB]*"). Linkers accept a pattern that matches nothing, so the library is compared with its list
-# after it is linked.
+# A list contains demangled names, so it is the same for every processor, compiler and standard library. The linker
+# needs mangled names. These differ only in the parameters' types, so it gets patterns without them
+# ("_ZN4yusb10bus_settle[EB]*"). Linkers accept a pattern that matches nothing; therefore the library is compared with
+# its list after it is linked.
 
 # A library with versioned symbols gives each of them the version that brought it: "yusb_start  # since 5.1.0" in its list
 # is yusb_start@@PREFIX_5.1.
@@ -12,15 +12,15 @@
 # Run as a script, compares a library with its list:
 # cmake -DLIBRARY=FILE -DLIST=FILE "-DNM=nm[;ARGUMENT...]" [-DSYMBOL_VERSIONS=PREFIX] -P exports.cmake
 if(CMAKE_SCRIPT_MODE_FILE STREQUAL CMAKE_CURRENT_LIST_FILE)
-  # What depends on the demangler, the standard library or the size of a pointer is spelled one way: size_t,
-  # std::chrono::milliseconds, nothing of inline namespaces and ABI tags.
+  # Replaces the spellings that depend on the demangler, the standard library or the size of a pointer: by size_t and
+  # std::chrono::milliseconds, without inline namespaces and ABI tags.
   function(yorvan_normalize text out)
     string(REGEX REPLACE "\\[abi:[^]]*\\]" "" text "${text}")
     string(REGEX REPLACE "std::__[a-z0-9]+::" "std::" text "${text}")
     string(REPLACE "> >" ">>" text "${text}")
     string(REGEX REPLACE "std::chrono::duration<long( long)?, std::ratio<1l+, 1000l+>>" "std::chrono::milliseconds"
       text "${text}")
-    # A size_t is one of the two; "check abi" tells them apart.
+    # size_t is one of the two; "./dev check abi" distinguishes them.
     string(REGEX REPLACE "(unsigned (int|long)|size_t)([,)])" "unsigned\\3" text "${text}")
     string(REGEX MATCHALL "[^\n]+" lines "${text}")
     list(REMOVE_DUPLICATES lines)
@@ -33,7 +33,7 @@ if(CMAKE_SCRIPT_MODE_FILE STREQUAL CMAKE_CURRENT_LIST_FILE)
     set(arguments -D --defined-only -C)
   endif()
   execute_process(COMMAND ${NM} ${arguments} ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
-  # A letter of lower case is a local symbol, but for u and i.
+  # Lower-case letters are local symbols, except u and i.
   string(REGEX MATCHALL "[0-9a-f]+ [A-Zui] [^\n]+" symbols "${symbols}")
   list(FILTER symbols EXCLUDE REGEX "^[0-9a-f]+ A ")  # the versions themselves
   list(TRANSFORM symbols REPLACE "^[0-9a-f]+ [A-Zui] " "")
@@ -55,12 +55,12 @@ if(CMAKE_SCRIPT_MODE_FILE STREQUAL CMAKE_CURRENT_LIST_FILE)
     list(TRANSFORM exported PREPEND "  exported, not listed: ")
     set(differences ${missing} ${exported})
     list(JOIN differences "\n" differences)
-    message(FATAL_ERROR "${LIBRARY} does not export what ${LIST} says:\n${differences}")
+    message(FATAL_ERROR "the exports of ${LIBRARY} differ from ${LIST}:\n${differences}")
   endif()
   return()
 endif()
 
-# The pattern of the mangled names (Itanium C++ ABI) of a listed name.
+# Returns the pattern of the mangled names (Itanium C++ ABI) of a listed name.
 function(yorvan_mangle name out)
   set(operator_= aS)
   set(operator_== eq)
@@ -72,7 +72,7 @@ function(yorvan_mangle name out)
     set(prefix_typeinfo\ name _ZTS)
     string(LENGTH ${CMAKE_MATCH_2} length)
     set(mangled "${prefix_${CMAKE_MATCH_1}}${length}${CMAKE_MATCH_2}")
-  elseif(name MATCHES "^[A-Za-z0-9_]+$")  # of C
+  elseif(name MATCHES "^[A-Za-z0-9_]+$")  # a C function
     set(mangled ${name})
   elseif(name MATCHES "^([^(]+)\\(.*\\)( const)?$")
     set(const "${CMAKE_MATCH_2}")
@@ -86,7 +86,7 @@ function(yorvan_mangle name out)
         string(APPEND mangled "D[012]")
       elseif(part MATCHES "^operator([^a-z]+)$")
         if(NOT operator_${CMAKE_MATCH_1})
-          message(FATAL_ERROR "how '${part}' is mangled must be added to cmake/exports.cmake")
+          message(FATAL_ERROR "cmake/exports.cmake cannot mangle '${part}': add it there")
         endif()
         string(APPEND mangled ${operator_${CMAKE_MATCH_1}})
       else()
@@ -104,7 +104,7 @@ function(yorvan_mangle name out)
       set(mangled "_ZN${mangled}[EB]*")
     endif()
   else()
-    message(FATAL_ERROR "'${name}' in cmake/exports is not understood")
+    message(FATAL_ERROR "cannot parse '${name}' in cmake/exports")
   endif()
   set(${out} "${mangled}" PARENT_SCOPE)
 endfunction()

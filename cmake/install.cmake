@@ -1,4 +1,4 @@
-# What goes into an installed prefix, which may be moved afterwards. Each component is a Debian package.
+# Installation into a prefix, which may be moved afterwards. Each component is a Debian package.
 include(CMakePackageConfigHelpers)
 option(YORVANUSB_DEBIAN "Make Debian packages of the installation" OFF)
 if(YORVANUSB_DEBIAN)
@@ -16,7 +16,7 @@ set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH pcfiledir_to_prefix /prefix/${pkgconfig_dir} /prefix)
 string(REGEX REPLACE "/$" "" pcfiledir_to_prefix ${pcfiledir_to_prefix})
 
-# yorvan_package(PACKAGE VERSION): the CMake package of the targets exported as ${PACKAGE}Targets.
+# yorvan_package(PACKAGE VERSION): installs the CMake package of the targets exported as ${PACKAGE}Targets.
 function(yorvan_package package version)
   install(EXPORT ${package}Targets NAMESPACE ${package}::
     DESTINATION ${cmake_dir}/${package} COMPONENT development)
@@ -28,9 +28,8 @@ function(yorvan_package package version)
     DESTINATION ${cmake_dir}/${package} COMPONENT development)
 endfunction()
 
-# yorvan_pkgconfig(MODULE [DEFINITION FLAG...]): DEFINITION is what clients of the static library are compiled with,
-# FLAGs are what it is linked with besides its Requires. Where only static libraries are installed, nobody has to ask
-# pkg-config for --static.
+# yorvan_pkgconfig(MODULE [DEFINITION FLAG...]): installs a pkg-config module. For static libraries, clients are
+# compiled with DEFINITION and linked with FLAGs in addition to the module's Requires, without pkg-config --static.
 function(yorvan_pkgconfig module)
   list(POP_FRONT ARGN definition)
   list(JOIN ARGN " " private_libs)
@@ -42,7 +41,7 @@ function(yorvan_pkgconfig module)
   install(FILES ${PROJECT_BINARY_DIR}/${module}.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
 endfunction()
 
-# yorvan_manual(SECTION COMPONENT): the manual pages of one section, compressed where Debian wants them so.
+# yorvan_manual(SECTION COMPONENT): installs the manual pages of one section, compressed in a Debian package.
 function(yorvan_manual section component)
   file(GLOB pages ${PROJECT_SOURCE_DIR}/docs/man/*.${section})
   foreach(page IN LISTS pages)
@@ -66,7 +65,7 @@ if(YORVANUSB_OWN_CORE)
   yorvan_pkgconfig(YorvanCore YORVANCORE_STATIC -pthread)
   set(core_requires "Requires: YorvanCore")
 else()
-  # Whoever uses the library finds the same core library with the same module.
+  # Clients of the library find the same core library with the same module.
   install(FILES cmake/FindYorvanCore.cmake DESTINATION ${cmake_dir}/YorvanUsb COMPONENT development)
   get_target_property(core_includes YorvanCore::YorvanCore INTERFACE_INCLUDE_DIRECTORIES)
   list(TRANSFORM core_includes PREPEND "-I")
@@ -86,7 +85,7 @@ else()
   yorvan_pkgconfig(YorvanUsb YUSB_STATIC -lYorvanUsbBus -pthread)
 endif()
 
-# ---- The bus; the simulated one is in the same library, but not on a Mac ----
+# ---- The bus library, with the simulated bus except on macOS ----
 
 install(TARGETS YorvanUsbBus EXPORT YorvanUsbTargets ${components_of_library} COMPONENT runtime
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})

@@ -1,5 +1,5 @@
-# yusb_internal: one archive of the objects that the libraries and the program are linked from. Tests, fuzzers and
-# benchmarks link it where they need what no library exports, so each source is compiled once for a build.
+# yusb_internal: an archive of the objects of the libraries and the program. Tests, fuzzers and benchmarks that use
+# symbols which no library exports link it, so that each source is compiled once per build.
 set(targets YorvanUsb YorvanUsbBus)
 set(core)
 if(YORVANUSB_OWN_CORE)

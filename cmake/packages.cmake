@@ -1,19 +1,19 @@
-# Debian packages, one a component of the installation. They carry one version, the project's.
+# Debian packages, one per component of the installation, all with the project's version.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME yorvanusb)
 set(CPACK_PACKAGE_VENDOR "The YorvanUsb authors")
 set(CPACK_PACKAGE_CONTACT "The YorvanUsb authors <maintainers@yorvanusb.invalid>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # it would stand above each package's own
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # otherwise added to each package's own summary
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 set(CPACK_DEBIAN_DEBUGINFO_PACKAGE ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_RELEASE 0yorvan1)  # below that of a package of Debian's own
+set(CPACK_DEBIAN_PACKAGE_RELEASE 0yorvan1)  # lower than the release of an official Debian package
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
-# What a package links to decides what it depends on. The project's own libraries have no package yet when that is
-# looked up: they are found where they were built, and named by the components' order instead.
+# Dependencies are derived from the libraries that a package links to. The project's own libraries have no package at
+# that time: they are searched for where they were built, and the dependencies between components are declared below.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
@@ -38,9 +38,9 @@ macro(yorvan_debian_package component package section summary description)
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
 endmacro()
 
-# yorvan_debian_symbols(PACKAGE LIBRARY FIRST [PREFIX]): which version of PACKAGE brought each symbol of LIBRARY: FIRST,
-# unless the list of its symbols says "# since VERSION". PREFIX is that of its symbol versions. finish.sh compares this
-# with the library.
+# yorvan_debian_symbols(PACKAGE LIBRARY FIRST [PREFIX]): writes which version of PACKAGE added each symbol of LIBRARY:
+# FIRST, unless the list of its symbols says "# since VERSION". PREFIX is that of its symbol versions. finish.sh compares
+# this with the library.
 function(yorvan_debian_symbols package library first)
   set(prefix ${ARGN})
   set(versions)
@@ -76,28 +76,28 @@ endforeach()
 
 set(CPACK_COMPONENTS_ALL)
 yorvan_debian_package(core libyorvancore2 libs
-  "texts and the log of the Yorvan libraries"
-  "A byte-exact string class, a log that a host program can redirect, and a\nmillisecond sleep: what the Yorvan libraries have in common.")
+  "strings and log of the Yorvan libraries"
+  "The common parts of the Yorvan libraries: a byte string, a log that a host\nprogram can redirect, and a sleep function.")
 yorvan_debian_package(runtime libyorvanusb5 libs
-  "which USB devices are attached, as they come and go"
-  "Keeps one list of the USB devices that are attached, and tells every client of\neach one that arrives or leaves, with its numbers, its texts and a location\nthat is the same at both. Reads the kernel's events and sysfs itself: it needs\nneither udev nor privileges."
+  "library that lists USB devices and reports changes"
+  "Lists the attached USB devices and reports every device that is attached or\ndetached, with its IDs, its strings and its location. Reads uevents and sysfs\ndirectly: it needs neither udev nor privileges."
   core)
 yorvan_debian_package(c libyorvanusbc1 libs
-  "which USB devices are attached - library for C"
-  "Lists and watches the USB devices that are attached. The interface is plain C,\nfor programs in C and for the bindings of other languages."
+  "library that lists USB devices - C interface"
+  "Lists the attached USB devices and reports changes, with an interface in plain\nC for programs in C and for bindings to other languages."
   runtime core)
 yorvan_debian_package(development libyorvanusb-dev libdevel
-  "which USB devices are attached - development files"
+  "library that lists USB devices - development files"
   "Headers, CMake packages and pkg-config modules for programs that watch the USB\nbus, and a simulated bus for their tests."
   runtime c core)
 yorvan_debian_package(tool yusb utils
   "list and watch the USB devices that are attached"
-  "Shows the USB devices that are attached, and every one that comes or goes, as\naligned text or as JSON for scripts, or waits for a chosen one."
+  "Shows the attached USB devices, and every device that is attached or detached,\nas aligned columns or as JSON for scripts, or waits for a chosen device."
   runtime core)
 file(WRITE ${PROJECT_BINARY_DIR}/debian/libyorvancore2.symbols "")
 yorvan_debian_symbols(libyorvancore2 YorvanCore 5.0.0)
-# The bus library is in the package of the library that needs it, in the same version. What it exports is not promised
-# from one version to the next, so a package that is linked to it keeps to one.
+# The bus library is in the same package as libYorvanUsb. Its exports may change with each version, so a package that
+# links to it depends on exactly one version.
 file(WRITE ${PROJECT_BINARY_DIR}/debian/libyorvanusb5.symbols
   "libYorvanUsbBus.so.${PROJECT_VERSION_MAJOR} libyorvanusb5 (= ${deb_version})\n* Build-Depends-Package: libyorvanusb-dev\n (regex)\".*\" ${PROJECT_VERSION}\n")
 yorvan_debian_symbols(libyorvanusb5 YorvanUsb 5.0.0)

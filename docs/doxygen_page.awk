@@ -1,5 +1,5 @@
-# Makes pages of Doxygen's site of the documents: headings get the anchors that links use, links to documents and headers
-# become references, and links to other files of the project become text.
+# Converts the documents to pages of Doxygen's site: headings get the anchors that links use, links to documents and
+# headers become references, and links to other files of the project become text.
 FNR == 1 {
   page = FILENAME
   gsub(/.*\/|\.md$/, "", page)

@@ -1,7 +1,7 @@
 #!/bin/bash
-# cross.sh FOLDER: builds the libraries and yusb for a Mac, for both of its processors, in FOLDER, and looks at what
-# comes out. It needs clang, lld, llvm, and libc++'s and musl's headers; what it takes of Apple's is declared in headers/.
-# What it builds is linked against names alone and cannot be run.
+# cross.sh FOLDER: builds the libraries and yusb for macOS, for both processors, in FOLDER, and checks the results. It
+# needs clang, lld, llvm, and the headers of libc++ and musl; Apple's declarations are in headers/. The results are
+# linked against stubs and cannot be run.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
@@ -13,7 +13,7 @@ llvm=$(dirname "$(readlink -f "$(command -v clang++)")")
 
 # ---- An SDK ----
 
-stub() { # stub FILE INSTALL-NAME SYMBOL...: what a linker needs to know of a library
+stub() { # stub FILE INSTALL-NAME SYMBOL...: writes the stub of a library for the linker
   mkdir -p "$(dirname "$sdk/$1")"
   cat >"$sdk/$1" <<TBD
 --- !tapi-tbd
@@ -26,7 +26,7 @@ exports:
 ...
 TBD
 }
-framework() { # framework NAME SYMBOL...: with the names that its headers declare, and these
+framework() { # framework NAME SYMBOL...: writes a stub with the names that its headers declare, and SYMBOLs
   folder=System/Library/Frameworks/$1.framework
   names=$(find "$here/headers/$1" -name '*.h' -exec cat {} + | tr '\n' ' ' |
     grep -oE 'APPLE_EXPORT [^;(]*[ *][A-Za-z]+ *(\(|;|__attr)' | sed -E 's/ *(\(|;|__attr)$//; s/.*[ *]//')
@@ -43,7 +43,8 @@ stub usr/lib/libc++.tbd /usr/lib/libc++.1.dylib __gxx_personality_v0
 
 stub usr/lib/libutf8proc.tbd /usr/local/lib/libutf8proc.dylib utf8proc_iterate
 
-# What the program yusb is made with, apart from the host's other headers; and what libc++ asks of a Mac's C library.
+# The headers of yusb's dependencies, without the host's other headers, and those that libc++ expects from macOS's C
+# library.
 rm -rf "$work/packages"
 mkdir -p "$work/packages/include" "$work/packages/share"
 cp -r /usr/include/CLI /usr/include/fmt /usr/include/nlohmann /usr/include/utf8proc.h "$work/packages/include"
@@ -64,7 +65,7 @@ mkdir -p "$work/bin"
 for tool in lipo install-name-tool ar ranlib; do
   ln -sf "$llvm/llvm-$tool" "$work/bin/$(echo $tool | tr - _)"
 done
-printf '#!/bin/sh\necho 11.0\n' >"$work/bin/sw_vers" # CMake asks which macOS it is
+printf '#!/bin/sh\necho 11.0\n' >"$work/bin/sw_vers" # CMake queries the version of macOS
 chmod +x "$work/bin/sw_vers"
 PATH=$work/bin:$PATH
 
@@ -92,7 +93,7 @@ build_it >"$work/log" 2>&1 || {
   exit 1
 }
 
-# ---- What came out ----
+# ---- Checks ----
 
 status=0
 prefix=$work/prefix
@@ -106,14 +107,14 @@ says() { # says WHAT RESULT
     status=1
   fi
 }
-shows() { # shows FILE WHAT PATTERN OPTION...: objdump prints a line of it that fits the pattern
+shows() { # shows FILE WHAT PATTERN OPTION...: checks that objdump prints a line that matches the pattern
   result=0
   "$llvm/llvm-objdump" --macho --arch="$arch" "${@:4}" "$1" | grep -E -- "$3" >/dev/null || result=1
   says "${1#"$prefix/"} $2" $result
 }
 
-# hands SOURCE NAME...: for each macOS that may be the oldest, SOURCE compiles without a warning, and what it hands to
-# IOKit by name is exactly NAMEs, whatever the macros of that SDK say.
+# hands SOURCE NAME...: checks that SOURCE compiles without a warning for each deployment target, and that it passes
+# exactly NAMEs to IOKit, whatever the macros of that SDK expand to.
 hands() {
   result=0
   object=$work/${1##*/}.o
@@ -131,7 +132,7 @@ hands() {
       result=1
     }
   done
-  says "$1 compiles for macOS 11 to 15 and hands IOKit the names ${*:2}" $result
+  says "$1 compiles for macOS 11 to 15 and passes IOKit the names ${*:2}" $result
 }
 
 for arch in arm64 x86_64; do
@@ -149,21 +150,21 @@ for arch in arm64 x86_64; do
     shows "$library" "is called @rpath/lib$name.5.dylib, version $version, compatible with $compatible" \
       "@rpath/lib$name.5.dylib \\(compatibility version $compatible, current version $version\\)" --dylibs-used
     shows "$library" "needs the core library, version 2" '@rpath/libYorvanCore.2.dylib' --dylibs-used
-    shows "$library" "looks for it in its own folder" '^@loader_path$' --rpaths
+    shows "$library" "searches for it in its own folder" '^@loader_path$' --rpaths
     shows "$library" "runs on macOS 11.0" 'minos 11.0' --private-headers
     result=0
     "$llvm/llvm-nm" --arch="$arch" --undefined-only --format=darwin "$library" >"$work/needed"
     grep -E ' _+k?(CF|IO)[A-Z].*\(from (CoreFoundation|IOKit)\)' "$work/needed" >/dev/null || result=1
     if grep -E ' _+(k?(CF|IO)[A-Z]|ZN?K?[0-9]+[Yy]).*\(dynamically' "$work/needed" >&2; then result=1; fi
-    says "lib/lib$name.5.dylib finds all that it uses of Apple's in the frameworks, and of ours in our libraries" $result
+    says "lib/lib$name.5.dylib finds Apple's symbols in the frameworks, and the project's in its libraries" $result
     result=0
     list=$root/cmake/exports/$name
     [ ! -f "$list.macos.txt" ] || list=$list.macos
     cmake "-DLIBRARY=$library" "-DLIST=$list.txt" "-DNM=$llvm/llvm-nm;--arch=$arch" -P "$root/cmake/exports.cmake" >&2 ||
       result=1
-    says "lib/lib$name.5.dylib exports exactly what is listed" $result
+    says "lib/lib$name.5.dylib exports exactly the listed symbols" $result
   done
-  shows "$prefix/lib/libYorvanUsb.5.dylib" "has two functions that the loader runs" '__mod_init_func +0*10 ' --section-headers
-  shows "$prefix/bin/yusb" "looks for the libraries in its prefix" '^@loader_path/../lib$' --rpaths
+  shows "$prefix/lib/libYorvanUsb.5.dylib" "has two functions that the loader calls" '__mod_init_func +0*10 ' --section-headers
+  shows "$prefix/bin/yusb" "searches for the libraries in its prefix" '^@loader_path/../lib$' --rpaths
 done
 exit $status

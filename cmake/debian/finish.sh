@@ -1,7 +1,7 @@
 #!/bin/sh
-# finish.sh FOLDER SYMBOLS: does to the packages in FOLDER what CPack does not. A trigger calls ldconfig, no maintainer
-# script does. Libraries have symbols files, made of SYMBOLS/PACKAGE.symbols, which must agree with the libraries. Packages
-# of debug symbols have the name, the documentation and the check sums that Debian asks for.
+# finish.sh FOLDER SYMBOLS: completes CPack's packages in FOLDER. Adds a trigger that calls ldconfig instead of
+# maintainer scripts. Adds symbols files to libraries, from SYMBOLS/PACKAGE.symbols, which must agree with the
+# libraries. Gives packages of debug symbols the names, the documentation and the checksums that Debian requires.
 set -eu
 cd "$1"
 for package in *.ddeb; do mv "$package" "${package%.ddeb}.deb"; done
@@ -20,7 +20,7 @@ for package in *.deb; do
   esac
   if [ -e "$symbols" ]; then
     rm unpacked/DEBIAN/postinst unpacked/DEBIAN/postrm
-    # shellcheck disable=SC2046 # the libraries' names have no blanks
+    # shellcheck disable=SC2046 # the libraries' names have no spaces
     dpkg-gensymbols -c4 -p"$name" -v"$(dpkg-deb -f "$package" Version)" -Punpacked -I"$symbols" -Ounpacked/DEBIAN/symbols \
       $(find unpacked -type f -name '*.so.*' | sed 's/^/-e/')
   fi
