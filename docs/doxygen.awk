@@ -52,13 +52,19 @@ function leave() {
 }
 
 # The sentence with Doxygen's command for what it documents.
-function classified(sentence) {
+function classified(sentence,    names) {
+  if (match(sentence, /^(`[a-z_]+`, )*`[a-z_]+` and `[a-z_]+` /)) {
+    names = substr(sentence, 1, RLENGTH - 1)
+    gsub(/, | and /, ",", names)
+    gsub(/`/, "", names)
+    return "\\param " names " " substr(sentence, RLENGTH + 1)
+  }
   if (match(sentence, /^`[a-z_]+` /)) return "\\param " substr(sentence, 2, RLENGTH - 3) " " substr(sentence, RLENGTH + 1)
   if (sentence ~ /^(True|False)[ ,;.]/) return "\\return " sentence
   if (sentence ~ /^Returns /) return "\\return " toupper(substr(sentence, 9, 1)) substr(sentence, 10)
   if (sentence ~ /^YUSB_[A-Z_]+[ ,.:]/) return "\\return " sentence
   if (sentence ~ /^Throws std::/) return "\\throws " substr(sentence, 8)
-  if (sentence ~ /^Takes (the|all|no) /) return "\\par Locks\n" sentence
+  if (sentence ~ /^Takes .*lock/) return "\\par Locks\n" sentence
   if (sentence ~ /^Since [0-9]/) return "\\since " substr(sentence, 7)
   return sentence
 }
@@ -91,7 +97,8 @@ function write_block(declaration,    i, n, sentence, sentences, ordered, text, n
     text = text "\n\n\\since " (header in since ? since[header] : "5.0.0")
   gsub(/\n/, "\n" indent "/// ", text)
   gsub(/\\x/, "\\\\\\\\x", text)
-  print indent "/// " text
+  shared = indent "/// " text
+  print shared
   for (name in member) {
     if (inside == "" && declaration ~ "(class YUSB_EXPORT|enum|using) " name "( |$)") print "/// \\ingroup " member[name]
   }
@@ -131,6 +138,10 @@ top && /^\/\// {
     pending = ""
     sub(/^\n/, "", block)
   }
+  # A declaration directly below another one shares its comment.
+  if (block == "" && ended && /[(].*;/ && shared != "" && match($0, /[^ ]/) == length(indent) + 1) print shared
+  if ($0 == "") shared = ""
+  ended = /;( *\/\/.*)?$/
   write_block($0)
 }
 /^}  \/\/ namespace yusb$/ { leave() }

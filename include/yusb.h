@@ -67,8 +67,7 @@
 #define YUSB_EXPORT
 #endif
 
-// A client's handle on the library. Opaque. Owned by the library from yusb::context_create until
-// yusb::context_release or yusb::global_release.
+// A client's handle on the library. Opaque. The library owns it until context_release or global_release.
 struct _yusb_context;
 
 struct _yusb_platform_context;  // The state of the monitor thread. Opaque.
@@ -83,6 +82,7 @@ class YUSB_EXPORT YUsbInfoDevice {
  public:
   // All numbers are 0, all strings are empty.
   YUsbInfoDevice();
+
   YUsbInfoDevice(const YUsbInfoDevice& other);
   YUsbInfoDevice& operator=(const YUsbInfoDevice& other);
   virtual ~YUsbInfoDevice();
@@ -211,8 +211,8 @@ YUSB_EXPORT bool context_notify_object_remove(_yusb_context* ctx,
 // visitor returned false. Takes the device-list lock while it copies the list.
 YUSB_EXPORT bool device_traverse(_yusb_context* ctx, const device_visitor& visitor) noexcept;
 
-// Searches the list for a record. `ctx` is not used and may be null. True if a listed device has the record's
-// instance path or its location. Takes the device-list lock.
+// Searches the list. `ctx` is not used and may be null. `device` is the record to search for. True if a
+// listed device has the record's instance path or its location. Takes the device-list lock.
 YUSB_EXPORT bool device_is_exist(_yusb_context* ctx, const YUsbInfoDevice& device) noexcept;
 
 // ---- Tests of a record (no lock; allowed everywhere) ----
@@ -252,14 +252,14 @@ YUSB_EXPORT bool common_object_append(_yusb_context* ctx) noexcept;
 // null or not in the set, the library is not initialised, or the call is refused. Takes all three locks.
 YUSB_EXPORT bool common_object_remove(_yusb_context* ctx) noexcept;
 
-// Same as context_notify_object_append and context_notify_object_remove.
+// Same as context_notify_object_append or context_notify_object_remove.
 YUSB_EXPORT bool common_notify_append(_yusb_context* ctx, yusb_device_event_interface* iface) noexcept;
 YUSB_EXPORT bool common_notify_remove(_yusb_context* ctx, yusb_device_event_interface* iface) noexcept;
 
 // Calls every interface of one context, in ascending order of address. Takes the context's lock.
 YUSB_EXPORT void common_notify_handle(_yusb_context* ctx, const YUsbInfoDevice& device,
                                       _yusb_device_event event) noexcept;
-// Same as common_notify_handle with an arrival, or a removal.
+// Same as common_notify_handle, with an arrival or a removal.
 YUSB_EXPORT void common_notify_device_append(_yusb_context* ctx, const YUsbInfoDevice& device) noexcept;
 YUSB_EXPORT void common_notify_device_remove(_yusb_context* ctx, const YUsbInfoDevice& device) noexcept;
 
@@ -277,6 +277,7 @@ YUSB_EXPORT void common_device_remove_from_location(const YString& location) noe
 YUSB_EXPORT bool common_device_is_exist(const YUsbInfoDevice& record) noexcept;   // same as device_is_exist
 YUSB_EXPORT void common_device_traverse(const device_visitor& visitor) noexcept;  // same as device_traverse
 YUSB_EXPORT void common_device_printf(const YUsbInfoDevice& record) noexcept;     // logs 8 lines of level 1
+YUSB_EXPORT bool platform_reset_apple() noexcept;  // same as device_reset_apple
 
 // Starts the monitor thread, detached. `context` may be null. False if `context` is null, if its thread has
 // not ended, or if no thread can be created; otherwise true.
@@ -285,7 +286,6 @@ YUSB_EXPORT bool platform_hotplug_start(_yusb_platform_context* context) noexcep
 // On the monitor thread and in a handler that runs under the locks the call is refused: it stops nothing and
 // writes a line of level 4 to the log. `context` may be null. True always, also if the call is refused.
 YUSB_EXPORT bool platform_hotplug_stop(_yusb_platform_context* context) noexcept;
-YUSB_EXPORT bool platform_reset_apple() noexcept;  // same as device_reset_apple
 
 }  // namespace yusb
 

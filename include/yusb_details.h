@@ -109,6 +109,7 @@ enum class device_mode : std::uint8_t {
   video,         // 0e
   bluetooth,     // e0/01/01
 };
+// The number of modes.
 constexpr unsigned device_mode_count = static_cast<unsigned>(device_mode::bluetooth) + 1;
 
 // Returns the name of a mode, which is the enumerator with hyphens: "adb", "mass-storage", "smart-card". May

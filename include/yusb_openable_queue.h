@@ -21,6 +21,7 @@
 
 namespace yusb {
 
+// The kind of an event.
 enum class openable_kind {
   arrival,    // `device` was attached
   openable,   // `device`, whose arrival was reported, can be opened
@@ -29,6 +30,7 @@ enum class openable_kind {
   resync,     // events were dropped; `devices` are those attached now
 };
 
+// One event of an openable_queue.
 struct openable_event {
   openable_kind kind;
   YUsbInfoDevice device;                // empty in a resync
@@ -46,8 +48,8 @@ struct openable_event {
 class openable_queue {
  public:
   // Starts watching. `limit` is the time in which each device should become openable, counted from when its
-  // arrival is taken from the queue. The other parameters are those of watch_queue. Throws the exceptions of
-  // watch_queue's constructor and of watch_queue::descriptor.
+  // arrival is taken from the queue. `filter`, `capacity` and `end` are those of watch_queue. Throws the
+  // exceptions of watch_queue's constructor and of watch_queue::descriptor.
   explicit openable_queue(std::chrono::milliseconds limit = std::chrono::seconds(30),
                           device_filter filter = {}, std::size_t capacity = 1024,
                           watch_end end = watch_end::silent)
@@ -78,6 +80,7 @@ class openable_queue {
 
   // Same as watch_queue::close. Events in the queue can still be taken, but no device is tested any more.
   void close() noexcept { _events.close(); }
+  // True after close. May be called from any thread.
   bool closed() const noexcept { return _events.closed(); }
 
  private:

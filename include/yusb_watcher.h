@@ -76,6 +76,7 @@ namespace yusb {
 // attached.
 enum class watch_end { silent, removals };
 
+// Receives a record and what happened to the device; called like a handler under the library's locks.
 using watch_callback = std::function<void(const YUsbInfoDevice&, _yusb_device_event)>;
 
 // Invokes a callback for every device that is attached or detached, immediately.
@@ -111,12 +112,14 @@ class watcher {
   std::unique_ptr<detail::subscription, detail::finish_subscription> _subscription;
 };
 
+// The kind of an event.
 enum class watch_kind {
   arrival,  // `device` was attached
   removal,  // `device` was detached
   resync,   // events were dropped; `devices` are those attached now
 };
 
+// One event of a watch_queue.
 struct watch_event {
   watch_kind kind;
   YUsbInfoDevice device;                // of an arrival or removal; otherwise empty

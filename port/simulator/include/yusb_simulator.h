@@ -49,6 +49,7 @@ enum class simulated_number {
   serial_number_index
 };
 
+// The description of a device for simulator::plug.
 struct simulated_device {
   std::uint16_t vendor = 0;    // idVendor
   std::uint16_t product = 0;   // idProduct

@@ -6,6 +6,7 @@
 
 #include <YorvanCore/YString.h>
 
+// The level of a line.
 enum EYORVAN_LOG_LEVEL : int {
   EYORVAN_LOG_LEVEL_TRACE = 0,
   EYORVAN_LOG_LEVEL_INFO = 1,
@@ -15,6 +16,7 @@ enum EYORVAN_LOG_LEVEL : int {
   EYORVAN_LOG_LEVEL_FATAL = 5,
 };
 
+// The functions of the log. All are thread-safe.
 class YORVANCORE_EXPORT YLog {
  public:
   // Receives one line: `size` bytes and a terminating zero, without a line feed at the end. They may contain

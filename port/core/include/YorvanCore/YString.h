@@ -28,6 +28,7 @@ class YORVANCORE_EXPORT YString {
   YString(const char* text);  // NOLINT(google-explicit-constructor): for literals
   // Copies `size` bytes, which may include zeros.
   YString(const char* bytes, std::size_t size);
+
   YString(const YString& other) noexcept;
   YString& operator=(const YString& other) noexcept;
   ~YString();
