@@ -201,8 +201,8 @@ typedef struct yusb_event {
   const yusb_device_list* devices;  // null but in a resync
 } yusb_event;
 
-// Opens a queue; free it with yusb_queue_free. What is listed is queued as arrivals when this returns.
-// `options` may be null. It keeps the library started until it is freed.
+// Opens a queue; free it with yusb_queue_free. Arrivals of the listed devices are in it when this returns. It
+// keeps the library started until it is freed. `options` may be null. `queue` receives the queue.
 // YUSB_NOT_STARTED, YUSB_OUT_OF_MEMORY, YUSB_REFUSED, YUSB_UNSUPPORTED.
 YUSB_C_EXPORT yusb_status yusb_queue_open(const yusb_queue_options* options, yusb_queue** queue);
 
