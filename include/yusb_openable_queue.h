@@ -57,13 +57,18 @@ class openable_queue {
 
   // Takes the next event. `limit` is how long to wait for one, at most a year; 0 or less does not wait.
   // Returns nothing if the time has passed without an event, or if the queue is closed and empty. Throws
-  // std::bad_alloc; after that, reports of openable devices may be missing.
+  // std::bad_alloc; no event is lost then: the next call returns it.
   std::optional<openable_event> next(std::chrono::milliseconds limit) {
     using clock = std::chrono::steady_clock;
     constexpr std::chrono::milliseconds year = std::chrono::hours(24 * 365);
     const auto end = clock::now() + std::clamp(limit, limit.zero(), year);
     for (;;) {
-      if (auto event = _events.next(limit.zero())) return take(std::move(*event));
+      if (!_taken) _taken = _events.next(limit.zero());
+      if (_taken) {
+        openable_event event = take(*_taken);
+        _taken.reset();
+        return event;
+      }
       if (_events.closed()) return std::nullopt;
       const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - clock::now());
       if (const auto answer = _nodes.wait(left, _descriptor)) {
@@ -90,7 +95,8 @@ class openable_queue {
   };
   using iterator = std::vector<waiting>::iterator;
 
-  openable_event take(watch_event event) {
+  // If it throws, it can be repeated.
+  openable_event take(watch_event& event) {
     const bool arrival = event.kind == watch_kind::arrival;
     if (event.kind == watch_kind::resync) {
       while (!_waiting.empty()) stop(_waiting.begin());
@@ -108,7 +114,12 @@ class openable_queue {
 
   void start(const YUsbInfoDevice& device) {
     _waiting.push_back({++_last, device});
-    _nodes.add(_last, device, _limit);
+    try {
+      _nodes.add(_last, device, _limit);
+    } catch (...) {
+      _waiting.pop_back();
+      throw;
+    }
   }
 
   void stop(iterator ended) {
@@ -131,6 +142,7 @@ class openable_queue {
   const std::chrono::milliseconds _limit;
   watch_queue _events;
   const int _descriptor;
+  std::optional<watch_event> _taken;  // of _events, not returned yet
   detail::node_waiter _nodes;
   std::vector<waiting> _waiting;  // not answered yet
   unsigned _last = 0;

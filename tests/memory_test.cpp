@@ -1,7 +1,8 @@
-// What happens when memory runs out. Each case runs in a process of its own.
+// What happens when memory runs out. Most cases run in a process of their own.
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <yusb_openable_queue.h>
 #include <yusb_watcher.h>
 
 #include <new>
@@ -212,6 +213,29 @@ TEST_F(MemoryQueue, KeepsAResyncThatCouldNotBeCopied) {
   begin_failing(on::this_thread, 1, false);
   EXPECT_THROW(queue.next(std::chrono::milliseconds(0)), std::bad_alloc);
   EXPECT_EQ(queue.next(std::chrono::milliseconds(0)).value().devices.size(), 1u);
+}
+
+TEST_F(MemoryQueue, LosesNoEventOfAnOpenableQueue) {
+  bus.plug(make_device(0x18D1, 0x4EE7, 0x01100000));
+  settle();
+  int failures = 0;
+  for (bool failed = true; failed; ++failures) {
+    yusb::openable_queue queue;
+    std::optional<yusb::openable_event> event;
+    begin_failing(on::this_thread, failures + 1, false);
+    for (int calls = 0; calls < 2 && !event; ++calls) {
+      try {
+        event = queue.next(std::chrono::milliseconds(0));
+      } catch (const std::bad_alloc&) {
+      }
+    }
+    failed = end_failing();
+    ASSERT_TRUE(event && event->kind == yusb::openable_kind::arrival) << failures;
+    event = queue.next(kPatience);
+    ASSERT_TRUE(event && event->kind == yusb::openable_kind::openable) << failures;
+    EXPECT_FALSE(queue.next(std::chrono::milliseconds(0))) << failures;
+  }
+  EXPECT_GE(failures, 4);
 }
 
 TEST(Memory, CutsALineThatCannotBeFormattedOrEscaped) {

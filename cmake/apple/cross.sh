@@ -7,6 +7,9 @@ here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
 mkdir -p "$1"
 work=$(cd "$1" && pwd)
+export TMPDIR=$work/tmp # where the compiler leaves empty folders
+rm -rf "$TMPDIR"
+mkdir "$TMPDIR"
 sdk=$work/MacOSX.sdk
 build=$work/build
 llvm=$(dirname "$(readlink -f "$(command -v clang++)")")

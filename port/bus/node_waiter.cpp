@@ -70,8 +70,13 @@ node_waiter::node_waiter() : _implementation(std::make_unique<implementation>())
 node_waiter::~node_waiter() = default;
 
 void node_waiter::add(unsigned id, const YUsbInfoDevice& record, std::chrono::milliseconds limit) {
-  _implementation->nodes->add(id, port::record_key(record));
-  _implementation->entries.push_back({id, after(limit)});
+  try {
+    _implementation->nodes->add(id, port::record_key(record));
+    _implementation->entries.push_back({id, after(limit)});
+  } catch (...) {
+    remove(id);
+    throw;
+  }
 }
 
 void node_waiter::remove(unsigned id) noexcept {

@@ -15,9 +15,15 @@ namespace {
 
 using yusb::port::find_devices;
 using yusb::port::location_of;
+using yusb::port::number_of;
 
 // Programs may not be allowed to read root hubs, so these may never be listed. Their location has no port.
 bool is_root_hub(UInt32 location) { return (location & 0x00FFFFFF) == 0; }
+
+// The library lists no device whose vendor or product ID is 0.
+bool is_anonymous(io_service_t device) {
+  return number_of(device, CFSTR("idVendor")) == 0u || number_of(device, CFSTR("idProduct")) == 0u;
+}
 
 bool is_listed(UInt32 location) {
   try {
@@ -37,7 +43,7 @@ bool all_are_listed() {
   bool listed = true;
   while (const io_service_t device = IOIteratorNext(found)) {
     const UInt32 location = location_of(device);
-    listed = listed && (is_root_hub(location) || is_listed(location));
+    listed = listed && (is_root_hub(location) || is_anonymous(device) || is_listed(location));
     IOObjectRelease(device);
   }
   if (found != IO_OBJECT_NULL) IOObjectRelease(found);

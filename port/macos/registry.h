@@ -7,6 +7,8 @@
 #include <IOKit/usb/USB.h>
 #include <mach/port.h>
 
+#include <optional>
+
 namespace yusb::port {
 
 // Finds every USB device of IOKit. False if IOKit cannot be queried; otherwise the caller releases the
@@ -17,16 +19,19 @@ inline bool find_devices(io_iterator_t* found) {
          KERN_SUCCESS;
 }
 
-// 0 if the registry has no location.
+// A number of a device; empty if the registry has none.
+inline std::optional<UInt32> number_of(io_service_t device, CFStringRef name) {
+  const CFTypeRef property = IORegistryEntryCreateCFProperty(device, name, kCFAllocatorDefault, 0);
+  if (property == nullptr) return std::nullopt;
+  SInt32 number = 0;
+  CFNumberGetValue(static_cast<CFNumberRef>(property), kCFNumberSInt32Type, &number);
+  CFRelease(property);
+  return static_cast<UInt32>(number);
+}
+
+// 0 if the registry has none.
 inline UInt32 location_of(io_service_t device) {
-  SInt32 location = 0;
-  const CFTypeRef property =
-      IORegistryEntryCreateCFProperty(device, CFSTR(kUSBDevicePropertyLocationID), kCFAllocatorDefault, 0);
-  if (property != nullptr) {
-    CFNumberGetValue(static_cast<CFNumberRef>(property), kCFNumberSInt32Type, &location);
-    CFRelease(property);
-  }
-  return static_cast<UInt32>(location);
+  return number_of(device, CFSTR(kUSBDevicePropertyLocationID)).value_or(0);
 }
 
 }  // namespace yusb::port

@@ -1,4 +1,4 @@
-#!/bin/sh
+#!/bin/bash
 # compare.sh FOLDER: fails unless the libraries in FOLDER, built by gcc with debug information, have the binary
 # interface described here. After a planned addition, "compare.sh --update FOLDER" writes the descriptions anew.
 set -eu

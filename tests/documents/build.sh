@@ -1,4 +1,4 @@
-#!/bin/sh
+#!/bin/bash
 # build.sh DOCUMENT...: builds each program of the documents with the command that its document shows for it, and runs
 # those that end. What the commands use must be installed, or be found through PKG_CONFIG_PATH and LD_LIBRARY_PATH.
 set -eu

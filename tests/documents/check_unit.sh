@@ -1,4 +1,4 @@
-#!/bin/sh
+#!/bin/bash
 # check_unit.sh UNIT PROGRAM: fails if systemd finds fault with the unit, PROGRAM being what is installed as
 # /usr/bin/yusb, or if PROGRAM does not take the arguments that the unit gives it.
 set -eu

@@ -75,8 +75,15 @@ class Packages:
                        "Etc::preferencesparts": "/dev/null"}
             self.options = [f"-oAPT::{key}={value}" for key, value in settings.items()]
             self.options += [f"-oDir::{key}={value}" for key, value in folders.items()]
-            run("apt-get", *self.options, "-qq", "update")
+            self._update()
         return state
+
+    def _update(self):
+        try:
+            run("apt-get", *self.options, "-oAPT::Update::Error-Mode=any", "-qq", "update")
+        except (Failed, subprocess.SubprocessError) as failed:
+            mirror = self.mirror or find_mirror()
+            raise Failed(f"cannot read {mirror}: is there a network? --mirror URL names another mirror ({failed})")
 
     def unpack(self, names, destination):
         """Downloads packages and unpacks them into a folder, which appears only when it is complete."""

@@ -77,6 +77,7 @@ class Runner:
         self._arguments = arguments
         self._machine = made
         self._waiting = collections.deque()
+        self._begun = 0
         self._seed = 0
         self._end = 0.0
         self._print = threading.Lock()
@@ -88,6 +89,7 @@ class Runner:
         self.counts = {"comparisons": 0, "streams": 0, "events": 0}
 
     def run(self, planned, seed):
+        """Whether each scenario that began or was planned has ended, well or not."""
         self._waiting.extend(planned)
         self._seed = seed
         self._end = time.monotonic() + LONG_SECONDS if self._arguments.long else 0.0
@@ -97,6 +99,7 @@ class Runner:
             thread.start()
         for thread in threads:
             thread.join()
+        return not self._waiting and self._begun == self.passed + len(self.failed)
 
     def stop(self):
         """Ends the machines; nothing more is reported."""
@@ -105,12 +108,12 @@ class Runner:
 
     def _next(self, udevd):
         """Machines with udevd take from the end of the queue, so that few have to be started again."""
-        try:
-            return self._waiting.pop() if udevd else self._waiting.popleft()
-        except IndexError:
-            if time.monotonic() > self._end:
-                return None
         with self._print:
+            if not self._waiting and time.monotonic() > self._end:
+                return None
+            self._begun += 1
+            if self._waiting:
+                return self._waiting.pop() if udevd else self._waiting.popleft()
             self._seed += 1
             return "storm", udevd, [f"seed={self._seed}", *LONG["storm"]]
 
@@ -129,10 +132,11 @@ class Runner:
                 if running is None:
                     running = vm.Vm(self._machine, f"{kept}.console", udevd, self._arguments.accel)
                     started = time.monotonic()
-                status = running.ask(" ".join([name, *variables]), output, SCENARIO_SECONDS)
+                status = running.ask(" ".join([name, *variables]), output,
+                                     SCENARIO_SECONDS * (3 if self._arguments.long else 1))
                 reason = f"status {status}" if status != "0" else None
-            except vm.Broken as broken:
-                reason = str(broken)
+            except (vm.Broken, OSError) as broken:
+                reason = str(broken) or type(broken).__name__
             with self._print:
                 self._report(title, name, output, reason, time.monotonic() - started)
             if reason is not None:
@@ -198,7 +202,7 @@ def main():
     started = time.monotonic()
     runner = Runner(arguments, made)
     try:
-        runner.run(plan(arguments, names, seed), seed)
+        complete = runner.run(plan(arguments, names, seed), seed)
     except KeyboardInterrupt:
         runner.stop()
         return 130
@@ -207,7 +211,9 @@ def main():
           f"{runner.counts['streams']} streams with sysfs, {runner.counts['events']} events")
     for title in runner.failed:
         print(f"kernel: failed: {title}")
-    return 1 if runner.failed or runner.passed == 0 else 0
+    if not complete:
+        print("kernel: failed: a scenario began and did not end; see above")
+    return 0 if complete and not runner.failed and runner.passed > 0 else 1
 
 
 sys.exit(main())

@@ -1,4 +1,4 @@
-#!/bin/sh
+#!/bin/bash
 # run.sh FOLDER: installs the Debian packages in FOLDER in a fresh Debian 12, runs the program, builds and tests the
 # examples that they bring, and removes them. Needs root, mmdebstrap and a Debian mirror.
 set -eu
