@@ -1,5 +1,4 @@
-// The baseline of the library's core: the same work in the simplest code, on the same records, with the same
-// locks.
+// The baseline of the library's core: the same work in the simplest code, with the same records and locks.
 #ifndef YUSB_BENCH_BASELINE_CORE_H_
 #define YUSB_BENCH_BASELINE_CORE_H_
 
@@ -16,7 +15,7 @@ struct baseline_context {
   std::set<yusb_device_event_interface*> interfaces;
 };
 
-// Its functions stand apart from who calls them, as the library's do.
+// Its functions are in another source than their callers, like the library's.
 class baseline_core {
  public:
   void open(baseline_context* opened) { _contexts.insert(opened); }

@@ -1,4 +1,4 @@
-// What each source registers as benchmarks, and what it adds to the counted pass.
+// The functions with which each source registers its benchmarks and runs its part of the counted pass.
 #ifndef YUSB_BENCH_BENCHMARKS_H_
 #define YUSB_BENCH_BENCHMARKS_H_
 

@@ -1,4 +1,4 @@
-// The Linux bus against the baseline, libudev and libusb, on one tree.
+// The Linux bus compared with the baseline, libudev and libusb, on one tree.
 #include <unistd.h>
 
 #include <filesystem>
@@ -12,7 +12,7 @@ namespace bench {
 
 namespace {
 
-constexpr int device_count = 101;  // a root hub, and 100 devices behind it
+constexpr int device_count = 101;  // a root hub and 100 devices behind it
 
 std::unique_ptr<watcher> start_and_wait(const contender& program, listener& to, int devices) {
   to.expect(devices);
@@ -21,7 +21,7 @@ std::unique_ptr<watcher> start_and_wait(const contender& program, listener& to, 
   return started;
 }
 
-// Of every thread but this one: how many there are, how many of them sleep, and how often they fell asleep.
+// Counters of all threads except this one: threads, sleeping threads, and voluntary waits.
 struct others {
   long threads = 0;
   long asleep = 0;
@@ -100,7 +100,7 @@ void changes(benchmark::State& state, const contender& program, bool arrival) {
 
 // ---- Counts ----
 
-// From the start to the last delivery. A device's costs are the difference that 100 more make.
+// From the start to the last delivery. The cost of a device is the difference made by 100 more devices.
 void count_start(const contender& program, int devices) {
   attach_until(devices);
   const std::string name = std::string("start/") + program.name + "/" + std::to_string(devices);
@@ -135,7 +135,7 @@ void register_bus() {
     for (const bool arrival : {true, false}) {
       add(
           arrival ? "arrival" : "removal", [arrival](auto& at, auto& of) { changes(at, of, arrival); }, 200)
-          ->Repetitions(25);  // in turns: the machine's pace changes from one second to the next
+          ->Repetitions(25);  // in turns, because the machine's speed changes from one second to the next
     }
   }
 }

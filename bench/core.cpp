@@ -1,4 +1,4 @@
-// The library's core against its baseline.
+// The library's core compared with its baseline.
 #include <string>
 #include <vector>
 
@@ -31,7 +31,7 @@ YUsbInfoDevice make_record(int number) {
   return record;
 }
 
-// ---- Both, set up alike ----
+// ---- The same set-up for both ----
 
 class core {
  public:
@@ -76,7 +76,7 @@ bool visit(const YUsbInfoDevice&) {
   return true;
 }
 
-// Gives `measure` each piece of work under its name. One after the other: the library is one a process.
+// Passes each piece of work with its name to `measure`, in turn, because a process has only one library.
 template <typename Measure>
 void each_work(Measure measure) {
   const auto both = [&](const std::string& name, auto set_up, auto of_library, auto of_baseline) {

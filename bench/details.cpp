@@ -1,4 +1,4 @@
-// The details of a device against the baseline, libudev and libusb, on one tree.
+// The details of a device compared with the baseline, libudev and libusb, on one tree.
 #include <fcntl.h>
 #include <libudev.h>
 #include <libusb.h>
@@ -45,7 +45,7 @@ void list_devices() {
   yusb::global_release();
 }
 
-// ---- The baseline: what reads the same files, and believes them ----
+// ---- The baseline: reads the same files without validating them ----
 
 usb_details read_plainly(const std::string& path) {
   char text[512];
@@ -64,7 +64,7 @@ usb_details read_plainly(const std::string& path) {
   };
   const auto string = [&](const char* name) {
     const std::size_t size = read_file(name, text, sizeof text);
-    return std::string(text, size == 0 ? 0 : size - 1);  // without the line's end
+    return std::string(text, size == 0 ? 0 : size - 1);  // without the line feed
   };
 
   usb_details found;
@@ -162,7 +162,7 @@ usb_details read_with_libudev(udev* context, const std::string& path) {
   return found;
 }
 
-// ---- libusb: without strings and drivers, for which it would open the device ----
+// ---- libusb: without strings and drivers, since it would have to open the device for them ----
 
 void list_with_libusb(std::vector<usb_details>& all) {
   libusb_context* context = nullptr;

@@ -1,4 +1,4 @@
-// Counts every allocation of a process that this library is preloaded into.
+// Counts all allocations of a process into which this library is preloaded.
 #include <malloc.h>
 
 #include <atomic>

@@ -25,9 +25,9 @@ namespace bench {
 
 namespace {
 
-constexpr char started_on[] = "YUSB_BENCH_FOLDER";  // of the process that start_on_umockdev has started
+constexpr char started_on[] = "YUSB_BENCH_FOLDER";  // set in the process that start_on_umockdev starts
 
-std::string _root;  // before "/sys": empty, or umockdev's folder
+std::string _root;  // the prefix of "/sys": empty, or umockdev's folder
 int _attached = 0;
 int _shown = 0;
 int _socket = -1;
@@ -44,7 +44,7 @@ std::string text(const char* format, Values... values) {
   return {made, static_cast<std::size_t>(size)};
 }
 
-// A bus has a root hub, 15 hubs behind it, and 14 devices behind each of those.
+// A bus has a root hub, 15 hubs behind it, and 14 devices behind each of the 15 hubs.
 struct place {
   explicit place(int device) {
     constexpr int on_bus = 1 + 15 * 15;
@@ -113,7 +113,7 @@ void make_directory(const place& at, int device) {
   fs::create_directory_symlink("../" + up + "bus/usb/drivers/usb-storage", directory + interface + "driver");
 }
 
-// What libudev's monitors expect of udev: MurmurHash2 of the subsystem and the type, to filter by.
+// MurmurHash2 of the subsystem and the type, by which libudev's monitors filter udev's messages.
 std::uint32_t hash_of(const std::string& name) {
   constexpr std::uint32_t factor = 0x5BD1E995;
   std::uint32_t hash = static_cast<std::uint32_t>(name.size());
@@ -146,7 +146,7 @@ std::string udev_header(std::size_t properties) {
   return std::string("libudev", 8) + std::string(reinterpret_cast<const char*>(fields), sizeof fields);
 }
 
-// umockdev's library listens for its netlink sockets at these.
+// Sends to the sockets on which umockdev's library listens in place of netlink sockets.
 void send_to_umockdev(const std::string& datagram) {
   glob_t found;
   if (glob((_root + "/event*").c_str(), 0, nullptr, &found) == 0) {
@@ -164,7 +164,7 @@ void start_on_umockdev(const fs::path& program, char** arguments) {
   std::fprintf(stderr, "yusb_bench: namespaces are not permitted (%s): using umockdev, at a higher cost\n",
                std::strerror(errno));
   char folder[] = "/tmp/yusb_bench.XXXXXX";
-  if (mkdtemp(folder) == nullptr) fail("make a folder");
+  if (mkdtemp(folder) == nullptr) fail("create a folder");
   setenv(started_on, folder, 1);
   setenv("UMOCKDEV_DIR", folder, 1);
   const char* const preloaded = std::getenv("LD_PRELOAD");
@@ -183,13 +183,13 @@ void enter_host(char** arguments) {
     _socket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   } else if (unshare(CLONE_NEWNS | CLONE_NEWNET) == 0 &&
              mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0) {  // not in a plain chroot
-    // Not in a user namespace too: there the library would rightly not believe that the kernel speaks.
-    setenv("SYSTEMD_DEVICE_VERIFY_SYSFS", "0", 1);  // libudev would look for a sysfs
+    // Not in a new user namespace, where the library would not accept the uevents as the kernel's.
+    setenv("SYSTEMD_DEVICE_VERIFY_SYSFS", "0", 1);  // libudev would require a real sysfs
     for (const char* const folder : {"/sys", "/run"}) {
       if (mount("tmpfs", folder, "tmpfs", 0, nullptr) != 0) fail("mount a tree in place of sysfs");
     }
     fs::create_directory("/run/udev");
-    write("/run/udev/control", "");  // where it is missing, libudev believes that no udev speaks
+    write("/run/udev/control", "");  // without it, libudev assumes that udev does not run
     _socket = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
   } else {
     start_on_umockdev(program, arguments);
@@ -229,7 +229,7 @@ clock::time_point announce(announcer from, int device, bool arrived) {
   sockaddr_nl to = {};
   to.nl_family = AF_NETLINK;
   to.nl_groups = from == announcer::udev ? 2 : 0;
-  nlmsghdr asked = {};  // the kernel passes on what follows this
+  nlmsghdr asked = {};  // the kernel forwards the bytes after this header
   std::string datagram;
   if (from == announcer::udev) {
     datagram = udev_header(fields.size()) + fields;

@@ -1,5 +1,5 @@
-// Benchmarks of the library. "--counts" runs each piece of work once, to be counted; "--idle" watches the
-// library do nothing for ten seconds; else the arguments are Google Benchmark's. bench/report.py runs all.
+// Benchmarks of the library. "--counts" runs each piece of work once, for counting; "--idle" observes the
+// idle library for ten seconds; other arguments are Google Benchmark's. bench/report.py runs everything.
 #include <cstring>
 
 #include <YorvanCore/YLog.h>
@@ -10,7 +10,7 @@
 
 int main(int argc, char** argv) {
   bench::enter_host(argv);
-  // The lines are made, and go nowhere.
+  // Lines are formatted and dropped.
   YLog::setSink([](EYORVAN_LOG_LEVEL, const char*, std::size_t, void*) {}, nullptr);
   if (argc > 1 && std::strcmp(argv[1], "--counts") == 0) {
     bench::print("umockdev host", bench::on_umockdev());

@@ -26,7 +26,7 @@ void bench::print(const std::string& name, long value) {
 }
 
 void bench::begin_count() {
-  static_cast<void>(access("/count/begin", F_OK));  // strace shows it
+  static_cast<void>(access("/count/begin", F_OK));  // a marker in strace's output
   _allocationsBefore = heap_now().allocations;
   CALLGRIND_START_INSTRUMENTATION;
 }

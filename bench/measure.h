@@ -1,4 +1,4 @@
-// Counting what a piece of work costs: instructions, system calls, allocations.
+// Counts the cost of a piece of work: instructions, system calls, allocations.
 #ifndef YUSB_BENCH_MEASURE_H_
 #define YUSB_BENCH_MEASURE_H_
 
@@ -14,19 +14,19 @@ namespace bench {
 using clock = std::chrono::steady_clock;
 
 struct heap {
-  long allocations;  // since the process began
+  long allocations;  // since the process started
   long bytes;        // in use
 };
-heap heap_now();  // zeros, unless heap.cpp is preloaded
+heap heap_now();  // 0 unless heap.cpp is preloaded
 
-// The counted pass: prints a line "NAME VALUE", which report.py reads.
+// Prints a result of the counted pass as "NAME VALUE", which report.py parses.
 void print(const std::string& name, long value);
 
-// Marks where a count begins and ends, for callgrind, for strace and for the heap.
+// Mark the beginning and the end of a count for callgrind, strace and the heap.
 void begin_count();
 void end_count(const std::string& name, int times);
 
-// Counts `work`, done so many times, after it was done once to warm up.
+// Counts `times` runs of `work`, after one run to warm up.
 template <typename Work>
 void count(const std::string& name, int times, Work work) {
   work();
@@ -35,7 +35,8 @@ void count(const std::string& name, int times, Work work) {
   end_count(name, times);
 }
 
-// Times that a loop measured itself: hands them to the benchmark, and their quantiles in microseconds.
+// Collects times that a loop measures itself, and reports them and their quantiles, in microseconds, to the
+// benchmark.
 class quantiles {
  public:
   void add(benchmark::State& state, clock::duration took) {

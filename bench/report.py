@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the benchmarks, prints what they measure as tables, and holds the counts against their limits.
+"""Runs the benchmarks, prints the results as tables, and compares the counts with their limits.
 
     report.py BUILD_FOLDER                  everything
     report.py BUILD_FOLDER --limits          the counts and their limits only; no time is measured
@@ -16,7 +16,7 @@ import sys
 import tempfile
 
 PROGRAMS = ['baseline', 'libudev', 'libusb', 'library']
-DEVICES = 100  # by which the two sizes of a counted start differ
+DEVICES = 100  # the difference of the two sizes of a counted start
 
 
 def run(command, **options):
@@ -27,7 +27,7 @@ def run(command, **options):
 
 
 def values(output):
-    """Lines "WHAT NAME VALUE" as {(what, name): value}."""
+    """Parses lines "WHAT NAME VALUE" into {(what, name): value}."""
     return {(what, name): int(value) for what, name, value in map(str.split, output.splitlines())}
 
 
@@ -63,7 +63,7 @@ def count_calls(program, folder):
 
 def count_all(build):
     program = os.path.join(build, 'bench', 'yusb_bench')
-    # Named without its folder, for LD_PRELOAD ends a name at a space.
+    # Without its folder, because a space in it would end the name in LD_PRELOAD.
     heap = {'LD_PRELOAD': 'libyusb_bench_heap.so', 'LD_LIBRARY_PATH': os.path.join(build, 'bench')}
     with tempfile.TemporaryDirectory() as folder, subprocess.Popen(
             [program, '--idle'], stdout=subprocess.PIPE, text=True) as idle:
@@ -97,8 +97,8 @@ def core_ratio(counts, name):
 
 
 def limits(counts):
-    """What is limited, as (name, value, limit)."""
-    if not counts['umockdev', 'host']:  # its preloaded library would count as ours
+    """Yields the limited values as (name, value, limit)."""
+    if not counts['umockdev', 'host']:  # its preloaded library would be counted too
         yield 'a device, instructions', a_device(counts, 'instructions', 'library'), 14500
         yield 'a device, system calls', a_device(counts, 'calls', 'library'), 18.5
     if not counts['umockdev', 'host']:
@@ -107,10 +107,10 @@ def limits(counts):
         yield 'its details, system calls − baseline', details(counts, 'calls', 'library') - details(
             counts, 'calls', 'baseline'), 0
     yield 'a device, allocations', a_device(counts, 'allocations', 'library'), 11
-    yield '101 devices, KiB held', counts['held', 'start/library/101'] / 1024, 45
-    yield 'after a stop, bytes left', counts['left', 'start/library/101'], 0
-    yield '10 s of nothing, wake-ups', counts['wake-ups', 'idle'], 0
-    yield '10 s of nothing, threads', counts['threads', 'idle'], 1
+    yield '101 devices, KiB of heap', counts['held', 'start/library/101'] / 1024, 45
+    yield 'after a stop, bytes leaked', counts['left', 'start/library/101'], 0
+    yield '10 s idle, wake-ups', counts['wake-ups', 'idle'], 0
+    yield '10 s idle, threads', counts['threads', 'idle'], 1
     for name in ('deliver/1x1', 'deliver/10x10', 'deliver/100x10'):
         yield name + ', × baseline', core_ratio(counts, name), 1.15
     for name in ('snapshot/100', 'snapshot/1000', 'presence/1000', 'change/1000'):
@@ -121,10 +121,10 @@ def limits(counts):
 
 
 def measure_times(build):
-    """Google Benchmark's results by name, without its remarks on how it ran."""
+    """Returns Google Benchmark's results by name, without the suffixes for its settings."""
     program = os.path.join(build, 'bench', 'yusb_bench')
     print('report.py: measuring times, for a few minutes', file=sys.stderr)
-    # What else the machine does meets all alike when they take turns.
+    # Benchmarks take turns, so that other load affects all of them alike.
     results = json.loads(run([program, '--benchmark_format=json', '--benchmark_min_time=0.05',
                               '--benchmark_repetitions=5', '--benchmark_enable_random_interleaving=true',
                               '--benchmark_report_aggregates_only=true']))['benchmarks']
@@ -148,7 +148,7 @@ def table(header, rows):
 
 
 def limits_table(counts):
-    return table(['what', 'is', 'may be'], limits(counts))
+    return table(['what', 'value', 'limit'], limits(counts))
 
 
 def peers_table(counts, times):
@@ -175,9 +175,9 @@ def peers_table(counts, times):
         row('arrival, µs', p50('arrival/{}')),
         row('removal, µs', p50('removal/{}')),
         row('stop, µs', p50('stop/{}')),
-        row('stop, 99 of 100 below, µs', lambda program: times[f'stop/{program}']['p99']),
-        row('held with 101 devices, KiB', lambda program: counts['held', f'start/{program}/101'] / 1024),
-        row('left after a second stop, bytes', lambda program: counts['left', f'start/{program}/101']),
+        row('stop, 99th percentile, µs', lambda program: times[f'stop/{program}']['p99']),
+        row('heap with 101 devices, KiB', lambda program: counts['held', f'start/{program}/101'] / 1024),
+        row('leaked after a second stop, bytes', lambda program: counts['left', f'start/{program}/101']),
     ])
 
 
@@ -199,10 +199,10 @@ def scaling_tables(times):
     flood, burst = times['flood'], times['burst/5000']
     rest = table(['what', 'result'], [
         ['100,000 arrivals and as many removals on a simulated bus, events a second', flood['items_per_second']],
-        ['5,000 announced without a pause, ms until the last is delivered', burst['p50'] / 1000],
-        ['the same, times that the kernel\'s queue overflowed', burst['losses']],
-        *([f'announcements that the queue holds, {who}', times[name]['length']]
-          for who, name in (('as root', 'queue/1'), ('without privilege', 'queue/0')) if name in times),
+        ['5,000 devices announced without a pause, ms until the last is delivered', burst['p50'] / 1000],
+        ['the same, overflows of the receive buffer', burst['losses']],
+        *([f'uevents that the receive buffer holds, {who}', times[name]['length']]
+          for who, name in (('as root', 'queue/1'), ('unprivileged', 'queue/0')) if name in times),
     ])
     return '\n\n'.join((starts, storms, rest))
 
@@ -215,7 +215,7 @@ def machine():
 
 
 def bars(title, groups, alike):
-    """An SVG of horizontal bars, {group: {name: value}}; groups that are alike share a scale."""
+    """Returns an SVG of horizontal bars, {group: {name: value}}; with `alike` all groups have one scale."""
     colours = {'baseline': '#9aa5b1', 'libudev': '#d9a441', 'libusb': '#c96b4b', 'library': '#2f6fb0'}
     shown = {'library': 'libYorvanUsb'}
     body, y = [f'<text x="16" y="28" font-size="16" font-weight="bold">{title}</text>'], 44
@@ -260,7 +260,7 @@ def write_documents(folder, tables, counts, times):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument('build', help='where CMake built the project')
+    parser.add_argument('build', help='the build folder')
     parser.add_argument('--limits', action='store_true', help='only count, and compare with the limits')
     parser.add_argument('--record', metavar='DOCS', help='write the tables and plots into this folder')
     arguments = parser.parse_args()
@@ -270,7 +270,7 @@ def main():
         parser.error(f'there is no performance.md in {arguments.record}')
     missing = [tool for tool in ('valgrind', 'strace') if not shutil.which(tool)]
     if missing:
-        print(f'report.py: SKIPPED, nothing was counted: no {" and no ".join(missing)} here')
+        print(f'report.py: SKIPPED, nothing was counted: {" and ".join(missing)} not found')
         return 0
 
     counts = count_all(arguments.build)
@@ -281,7 +281,7 @@ def main():
                       scaling=scaling_tables(times))
     print('\n\n'.join(tables.values()))
     if counts['umockdev', 'host']:
-        print('report.py: the instructions and system calls of a device were not held against their limits',
+        print('report.py: the instructions and system calls of a device were not compared with their limits',
               file=sys.stderr)
     if arguments.record:
         write_documents(arguments.record, tables, counts, times)

@@ -1,5 +1,5 @@
-// How cost grows: floods and bursts of events, clients that read while events storm, and where the kernel's
-// queue would overflow.
+// Scaling: floods and bursts of events, clients that read during a storm, and the size at which the receive
+// buffer overflows.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,7 +18,7 @@ namespace bench {
 
 namespace {
 
-// The whole road: a simulated bus, the run loop, the backend, the list, the log, a handler.
+// End to end: a simulated bus, the run loop, the backend, the list, the log, a handler.
 void flood(benchmark::State& state) {
   constexpr int arrivals = 100000;
   yusb::simulated_device device;
@@ -40,7 +40,7 @@ void flood(benchmark::State& state) {
   state.SetItemsProcessed(2 * arrivals * state.iterations());
 }
 
-// Clients that walk a list of 100 devices all the time, while one device comes and goes.
+// Clients that walk a list of 100 devices continuously, while one device is attached and detached.
 void storm(benchmark::State& state) {
   yusb::simulator bus;
   yusb::global_initialize();
@@ -74,7 +74,7 @@ void storm(benchmark::State& state) {
   yusb::global_release();
 }
 
-// Devices that come all at once, as fast as they can be announced.
+// Devices that are announced as fast as possible.
 void burst(benchmark::State& state) {
   const int devices = static_cast<int>(state.range(0));
   static std::atomic<int> losses;
@@ -100,7 +100,7 @@ void burst(benchmark::State& state) {
   state.counters["losses"] = losses.load();
 }
 
-// How many announcements the kernel keeps for the library's socket while nobody reads it.
+// The number of uevents that the library's socket holds while no thread reads it.
 int queue_length(bool privileged) {
   int ready[2];
   int sent[2];
@@ -145,7 +145,7 @@ void register_scaling() {
       ->Iterations(1)
       ->UseManualTime()
       ->Unit(benchmark::kMillisecond);
-  if (on_umockdev()) return;  // no kernel's queue
+  if (on_umockdev()) return;  // umockdev has no receive buffer
   benchmark::RegisterBenchmark("queue", queue)->Arg(1)->Arg(0)->Iterations(1);
 }
 

@@ -30,7 +30,7 @@ struct kept_device {
   unsigned short product;
   unsigned short release;
   std::string name;
-  std::string texts;  // a zero behind each
+  std::string texts;  // each with a terminating zero
 };
 
 void forget(std::vector<kept_device>& devices, std::string_view name) {
@@ -39,7 +39,7 @@ void forget(std::vector<kept_device>& devices, std::string_view name) {
   if (found != devices.end()) devices.erase(found);
 }
 
-// A thread that waits for events, or for its end.
+// A thread that waits for events, or to be stopped.
 class event_thread : public watcher {
  protected:
   explicit event_thread(listener& to) : _to(to), _end(eventfd(0, EFD_CLOEXEC)) {}
@@ -100,7 +100,7 @@ class baseline_program final : public event_thread {
       const int opened = openat(directory, attribute, O_RDONLY | O_CLOEXEC);
       const ssize_t size = opened < 0 ? 0 : read(opened, into, 511);
       if (opened >= 0) close(opened);
-      char* const end = into + (size > 0 ? size - 1 : 0);  // without the line's end
+      char* const end = into + (size > 0 ? size - 1 : 0);  // without the line feed
       *end = '\0';
       return end + 1;
     };
@@ -230,7 +230,7 @@ class usb_program final : public event_thread {
   }
 
   static int heard(libusb_context*, libusb_device* device, libusb_hotplug_event, void* self) {
-    libusb_device_descriptor descriptor;  // the library keeps it as long as the device is attached
+    libusb_device_descriptor descriptor;  // libusb keeps it while the device is attached
     libusb_get_device_descriptor(device, &descriptor);
     static_cast<usb_program*>(self)->_to.heard();
     return 0;
@@ -270,7 +270,7 @@ void listener::wait() {
   clock_gettime(CLOCK_REALTIME, &limit);
   limit.tv_sec += 60;
   if (sem_timedwait(&_done, &limit) == 0) return;
-  std::fprintf(stderr, "yusb_bench: %d events did not come\n", _expected.load());
+  std::fprintf(stderr, "yusb_bench: %d events did not arrive\n", _expected.load());
   std::exit(1);
 }
 

@@ -1,5 +1,5 @@
-// Four programs that watch the bus: each lists what is attached and hears what comes and goes, on a thread of
-// its own, and keeps what it learns of each device.
+// Four programs that watch the bus. Each lists the attached devices, receives arrivals and removals on its
+// own thread, and stores the properties of each device.
 #ifndef YUSB_BENCH_WATCHERS_H_
 #define YUSB_BENCH_WATCHERS_H_
 
@@ -13,7 +13,7 @@
 
 namespace bench {
 
-// Counts the events that a watcher receives; waits without using the processor.
+// Counts the events that a watcher receives, and waits for them without polling.
 class listener {
  public:
   listener() { sem_init(&_done, 0, 0); }
@@ -24,17 +24,17 @@ class listener {
     last = clock::now();
     if (--_expected == 0) sem_post(&_done);
   }
-  // Ends the process if the events do not come.
+  // Terminates the process if the events do not arrive.
   void wait();
 
-  clock::time_point last;  // of the last event; after wait()
+  clock::time_point last;  // the time of the last event; valid after wait()
 
  private:
   std::atomic<int> _expected{0};
   sem_t _done;
 };
 
-// Starts when made and ends when destroyed. Every device is one event at the listener.
+// Starts when constructed and ends when destroyed. The listener receives one event per device.
 struct watcher {
   virtual ~watcher() = default;
 };
@@ -45,8 +45,8 @@ struct contender {
   announcer hears;
 };
 
-// The library; the baseline, a program that does only this and uses no library; libudev and libusb.
-// libusb's does not learn a device's texts, for which it would have to ask the device.
+// With the library; the baseline, which does only this without a library; with libudev; with libusb. The last
+// one does not read strings, since libusb would have to request them from the device.
 extern const contender contenders[4];
 extern const contender& library;
 extern const contender& baseline;

@@ -4,16 +4,16 @@ A list has a line for each field, "FIELD: VALUE"; an indented line continues the
 begin with "#" are comments.
 
   file      the source file of the mutants that follow
-  targets   what is built first for the mutants that follow
+  targets   the targets that are built first for the mutants that follow
   tests     the tests that are run first (ctest -R) for the mutants that follow. If these pass, everything is built,
             and all tests run.
   mutant    begins a mutant: its name
-  why       locking, lifetime, order, logic or errors; then what goes wrong, and so why the fault is plausible
-  old, new  the text to replace and its replacement; a mutant may have several pairs. White space in "old" does not
-            count. The text must occur exactly once in the file.
-  first     the tests to run first instead of those of "tests", for this mutant alone
+  why       locking, lifetime, order, logic or errors; then the consequence, which makes the fault plausible
+  old, new  the text to replace and its replacement; a mutant may have several pairs. White space in "old" is
+            ignored. The text must occur exactly once in the file.
+  first     the tests to run first instead of those of "tests", only for this mutant
   with      tsan: build with ThreadSanitizer and run only the tests that are named
-  survives  why no test can notice the mutant; without it, a mutant that survives is an error
+  survives  why no test can kill the mutant; without it, a mutant that survives is an error
 """
 import pathlib
 import re
@@ -25,7 +25,7 @@ MUTANT_FIELDS = ("why", "old", "new", "first", "with", "survives")
 
 
 class Mistake(Exception):
-    """What is wrong with the lists or with the command line."""
+    """An error in the lists or in the command line."""
 
 
 class Mutant:
@@ -42,7 +42,7 @@ class Mutant:
         if not self.edits or not all(old and new is not None for old, new in self.edits):
             raise Mistake(f"{self.where}: {self.name} needs 'old' and 'new', in pairs")
         if self.preset not in (None, "tsan"):
-            raise Mistake(f"{self.where}: {self.name}: 'with' is 'tsan' or left out")
+            raise Mistake(f"{self.where}: {self.name}: 'with' must be 'tsan' if present")
         self.preset = self.preset or "dev"
 
     def set(self, field, value):
@@ -56,7 +56,7 @@ class Mutant:
             setattr(self, {"with": "preset", "first": "tests"}.get(field, field), value)
 
     def apply(self, text):
-        """The text of the file with the fault in it."""
+        """Returns the text of the file with the mutant applied."""
         for old, new in self.edits:
             found = occurrences(text, old)
             if len(found) != 1:
@@ -68,7 +68,7 @@ class Mutant:
 
 
 def occurrences(text, old):
-    """Where `old` stands in `text`, apart from white space."""
+    """Returns where `old` is in `text`, ignoring white space."""
     places = [at for at, c in enumerate(text) if not c.isspace()]
     dense = "".join(text[at] for at in places)
     wanted = "".join(old.split())
@@ -77,14 +77,14 @@ def occurrences(text, old):
 
 
 def fields_of(path):
-    """The fields of a list, as (line number, field, value)."""
+    """Yields the fields of a list, as (line number, field, value)."""
     field = None
     for number, line in enumerate(path.read_text().splitlines(), 1):
         if line.startswith("#") or not line.strip():
             continue
         if line[0].isspace():
             if field is None:
-                raise Mistake(f"{path.name}:{number}: continues nothing")
+                raise Mistake(f"{path.name}:{number}: this line continues no field")
             field[2] += "\n" + line
             continue
         if field:
@@ -118,7 +118,7 @@ def read_lists():
     for mutant in mutants:
         mutant.complete()
         if mutant.name in names:
-            raise Mistake(f"{mutant.where}: there are two mutants {mutant.name}")
+            raise Mistake(f"{mutant.where}: the name {mutant.name} is used twice")
         names.add(mutant.name)
     return mutants
 
@@ -145,7 +145,7 @@ def check(mutants):
         try:
             path = ROOT / mutant.file
             if not path.is_file():
-                raise Mistake(f"{mutant.where}: {mutant.name}: there is no file {mutant.file}")
+                raise Mistake(f"{mutant.where}: {mutant.name}: {mutant.file} does not exist")
             text = path.read_text()
             if mutant.apply(text) == text:
                 raise Mistake(f"{mutant.where}: {mutant.name} changes nothing")
@@ -156,12 +156,12 @@ def check(mutants):
 
 
 def choose(mutants, wanted):
-    """The mutants with these names, or in files at or below these paths."""
+    """Returns the mutants with these names, or in files at or below these paths."""
     chosen = []
     for word in wanted:
         path = word.rstrip("/")
         found = [m for m in mutants if m.name == word or m.file == path or m.file.startswith(path + "/")]
         if not found:
-            raise Mistake(f"'{word}' is no mutant's name, and no mutant is in a file or folder of that name")
+            raise Mistake(f"no mutant has the name '{word}' or is in a file or folder of that name")
         chosen += found
     return [m for m in mutants if m in chosen] if wanted else mutants

@@ -17,7 +17,7 @@ from workspace import WORK, Stopped, Workspace, end_session
 
 
 def verdict(mutant, noticed):
-    """What to print, and whether it is as the list says."""
+    """Returns the result to print, and whether it agrees with the list."""
     if noticed is None:
         return "does not build", False
     if noticed and mutant.survives:
@@ -53,7 +53,7 @@ def run(mutants, jobs):
                 text, good = verdict(mutant, noticed)
             except Stopped:
                 return
-            except Exception as error:  # a thread's exception would be lost
+            except Exception as error:  # otherwise the thread's exception would be lost
                 noticed, text, good = None, f"error: {error}", False
             with printing:
                 kind = "do not build" if noticed is None else "killed" if noticed else \
@@ -81,7 +81,7 @@ def run(mutants, jobs):
         limit = first.baseline("dev")
         spaces = [first, *(Workspace(number, processes) for number in range(2, min(jobs, len(plain)) + 1))]
         for space in spaces:
-            space.require_build("dev")  # all of it, for a mutant builds only its targets
+            space.require_build("dev")  # everything, because a mutant builds only its targets
         work_all(plain, spaces, limit)
     checked = [mutant for mutant in mutants if mutant.preset == "tsan"]
     if checked:
@@ -90,7 +90,7 @@ def run(mutants, jobs):
 
     print(f"{len(mutants)} mutants: " + ", ".join(f"{count} {kind}" for kind, count in sorted(counts.items())))
     if failures:
-        print("not as the list says: " + " ".join(failures))
+        print("different from the list: " + " ".join(failures))
     return not failures
 
 
@@ -99,7 +99,7 @@ def main():
     parser.add_argument("wanted", nargs="*", metavar="NAME", help="a mutant, or a source file or folder")
     parser.add_argument("--check", action="store_true", help="only check that every mutant applies")
     parser.add_argument("--list", action="store_true", help="only list the mutants")
-    parser.add_argument("--jobs", type=int, default=1, metavar="N", help="work on N copies of the sources at once")
+    parser.add_argument("--jobs", type=int, default=1, metavar="N", help="use N copies of the sources concurrently")
     given = parser.parse_args()
     if given.jobs < 1:
         parser.error("--jobs must be at least 1")
@@ -117,7 +117,7 @@ def main():
             return 1
         if given.check:
             explained = sum(mutant.survives is not None for mutant in chosen)
-            print(f"{len(chosen)} mutants apply, {explained} of them with the reason why they survive")
+            print(f"{len(chosen)} mutants apply, {explained} of them with a reason why they survive")
             return 0
         for each in (signal.SIGTERM, signal.SIGHUP):
             signal.signal(each, signal.default_int_handler)

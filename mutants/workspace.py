@@ -15,14 +15,14 @@ LEAST_LIMIT = 60  # seconds
 
 
 class Stopped(Exception):
-    """The run is ended from outside: no other command is started."""
+    """The run was stopped: no other command is started."""
 
 
 class Workspace:
-    """A copy of the project. A run that is cut short leaves a fault in it, which the next update() takes away."""
+    """A copy of the project. An interrupted run leaves a mutant in it, which the next update() removes."""
 
-    running = set()  # commands, of all copies
-    lock = threading.Lock()  # of these two
+    running = set()  # the commands of all copies
+    lock = threading.Lock()  # guards these two
     stopped = False
 
     def __init__(self, number, processes):
@@ -45,7 +45,7 @@ class Workspace:
                 kept.add(copy)
                 if not copy.is_file() or copy.read_bytes() != source.read_bytes():
                     copy.parent.mkdir(parents=True, exist_ok=True)
-                    shutil.copyfile(source, copy)  # its time is now, so that ninja sees it
+                    shutil.copyfile(source, copy)  # with a new time stamp, so that ninja rebuilds it
                 shutil.copymode(source, copy)
         for folder, folders, files in os.walk(self.root):
             if pathlib.Path(folder) == self.root and "build" in folders:
@@ -55,7 +55,7 @@ class Workspace:
                     (pathlib.Path(folder) / name).unlink()
 
     def execute(self, command, limit=None, folder=None, **environment):
-        """The exit status, None if the time limit has passed; what it prints is in self.log."""
+        """Returns the exit status, None if the time limit has passed. The output is in self.log."""
         with open(self.log, "wb") as log:
             with Workspace.lock:
                 if Workspace.stopped:
@@ -78,24 +78,24 @@ class Workspace:
     def build(self, preset, targets=()):
         folder = self.root / "build" / preset
         if not (folder / "build.ninja").exists():
-            # A fault may leave something unused, and what links a library need not be linked again.
+            # A mutant may leave something unused, and clients of a library need not be linked again.
             if self.execute(["cmake", "--preset", preset, "-DYORVANUSB_WARNINGS_AS_ERRORS=OFF",
                              "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"]) != 0:
                 return False
         return self.execute(["ninja", "-C", str(folder), "-j", str(self.processes), *targets]) == 0
 
     def require_build(self, preset):
-        """Builds everything, without a mutant."""
+        """Builds everything without a mutant."""
         if not self.build(preset):
             raise Mistake(f"{self.said()[-3000:]}\nThe sources do not build without a mutant. Where ./dev test "
                           "builds them, remove build/mutants.")
 
     def test(self, preset, limit, *chosen, **environment):
-        """What failed first, empty if nothing did."""
+        """Returns the first failed test; empty if none failed."""
         command = ["ctest", "--no-tests=error", "--output-on-failure", "--stop-on-failure", "-j",
                    str(self.processes), *chosen]
         if preset == "tsan" and shutil.which("setarch"):
-            command = ["setarch", "-R", *command]  # it does not start where addresses are randomized too widely
+            command = ["setarch", "-R", *command]  # ThreadSanitizer fails if addresses are randomized over too wide a range
         status = self.execute(command, limit, self.root / "build" / preset, **environment)
         if status == 0:
             return ""
@@ -104,13 +104,13 @@ class Workspace:
         if failed:
             return failed[0]
         if status is not None:
-            raise Mistake(f"ctest fails, and no test: {said[-300:]}")
+            raise Mistake(f"ctest failed without a failed test: {said[-300:]}")
         ended = re.findall(r"Test +#\d+: (\S+) ", said)
         running = [name for name in re.findall(r"Start +\d+: (\S+)", said) if name not in ended]
         return "the time limit: " + " or ".join(running or ["ctest"])
 
     def baseline(self, preset, *chosen):
-        """The tests must pass without a mutant. Returns a generous time limit."""
+        """Checks that the tests pass without a mutant. Returns a generous time limit."""
         self.require_build(preset)
         started = time.monotonic()
         failed = self.test(preset, None, *chosen)
@@ -119,7 +119,7 @@ class Workspace:
         return max(LEAST_LIMIT, 6 * (time.monotonic() - started))
 
     def judge(self, mutant, limit):
-        """Builds and tests with the fault. Returns what noticed it: empty if nothing, None if it does not build."""
+        """Builds and tests a mutant. Returns the test that killed it: empty if none, None if it does not build."""
         path = self.root / mutant.file
         whole = path.read_text()
         path.write_text(mutant.apply(whole))
@@ -135,12 +135,12 @@ class Workspace:
         finally:
             said = self.said()
             path.write_text(whole)
-            self.build(mutant.preset, targets)  # or the fault stays in what the next mutant does not build
+            self.build(mutant.preset, targets)  # else the mutant stays in targets that the next mutant does not build
             self.log.write_text(said)
 
 
 def end_session(process):
-    """Kills what is left of a command: ctest does not end the tests that it runs when it is ended itself."""
+    """Kills the remaining processes of a command: ctest does not end its tests when it is terminated."""
     for _ in range(100):
         left = subprocess.run(["ps", "-o", "pid=", "-s", str(process.pid)], capture_output=True, text=True).stdout.split()
         if not left:

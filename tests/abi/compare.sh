@@ -1,6 +1,6 @@
 #!/bin/bash
 # compare.sh FOLDER: fails unless the libraries in FOLDER, built by gcc with debug information, have the binary
-# interface described here. After a planned addition, "compare.sh --update FOLDER" writes the descriptions anew.
+# interface that is described here. After a planned addition, "compare.sh --update FOLDER" updates the descriptions.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
@@ -31,7 +31,7 @@ for library in libYorvanCore.so.2 libYorvanUsb.so.5 bindings/c/libYorvanUsbC.so.
   else
     describe "$folder/$library" >"$work/now"
     if abidiff "$kept" "$work/now" >"$work/difference"; then
-      echo "$library: as promised"
+      echo "$library: unchanged"
     else
       echo "$library: the binary interface has changed:"
       head -n 60 "$work/difference"

@@ -1,6 +1,6 @@
 #!/bin/bash
-# run.sh BUILD: installs the built project from BUILD into a fresh prefix, moves that, and builds clients against it
-# and nothing else; then against the source tree as a subproject, and against a host's own core library.
+# run.sh BUILD: installs the build in BUILD into a fresh prefix, moves the prefix, and builds clients against only this
+# copy; then against the source tree as a subproject, and with a host's own core library.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 source_tree=$(cd "$here/../.." && pwd)
@@ -38,7 +38,7 @@ quietly cmake --install "$build" --prefix "$work/first prefix"
 mv "$work/first prefix" "$work/moved"
 prefix=$work/moved
 if grep -rlF -e "$source_tree" -e "$build" -e "first prefix" "$prefix"; then
-  fail "these installed files name a folder of the build"
+  fail "these installed files contain a path of the build"
 fi
 if [ -x "$prefix/bin/yusb" ]; then
   quietly env -u LD_LIBRARY_PATH "$prefix/bin/yusb" --version
@@ -112,14 +112,14 @@ configure "$work/sub" "-DYORVANUSB_SOURCE=$source_tree" -DCMAKE_EXPORT_COMPILE_C
 quietly cmake --build "$work/sub"
 run_both "$work/sub"
 if grep -o -e '-W[a-z][a-z-]*' -e '-fsanitize[^ ]*' "$work/sub/compile_commands.json"; then
-  fail "as a subproject the library forces these flags"
+  fail "as a subproject the library imposes these flags"
 fi
 quietly cmake --install "$work/sub" --prefix "$work/client alone"
 if find "$work/client alone" -name '*orvan*' -o -name 'yusb*' | grep .; then
-  fail "as a subproject the library installs files without being asked"
+  fail "as a subproject the library installs files by default"
 fi
 if [ -e "$work/sub/yorvanusb/tests" ] || [ -e "$work/sub/yorvanusb/tools" ]; then
-  fail "as a subproject the library builds its tests or its program"
+  fail "as a subproject the library builds its tests or yusb"
 fi
 
 step "a client installed with the library beside it"
@@ -130,7 +130,7 @@ mv "$work/installed" "$work/beside"
 run_both "$work/beside/bin"
 
 step "static libraries"
-# bundles LIBRARY: it contains the three libraries and exports none of their symbols.
+# bundles LIBRARY: checks that it contains the three libraries and exports none of their symbols.
 bundles() {
   nm -C "$1" | grep ' yusb::global_initialize()$' >/dev/null || fail "$1 does not contain the library"
   exported=$(nm -D --defined-only "$1" |
@@ -168,7 +168,7 @@ quietly cmake -S "$source_tree" -B "$work/hosted" -G Ninja "-DYorvanCore_ROOT=$w
 quietly cmake --build "$work/hosted"
 quietly cmake --install "$work/hosted" --prefix "$work/hosted prefix"
 if find "$work/hosted prefix" -name '*YorvanCore.so*' -o -name YString.h | grep .; then
-  fail "a copy that uses the host's core library installs one of its own"
+  fail "a build that uses the host's core library installs another one"
 fi
 prefix="$work/hosted prefix;$work/host"
 works_through_cmake with_host

@@ -1,6 +1,6 @@
 #!/bin/bash
-# standards.sh COMPILER...: each public header, alone, has no warning in C++17, 20 and 23, with the warnings that the
-# compiler has; in C++14 it says what it needs.
+# standards.sh COMPILER...: checks that each public header, alone, compiles without warnings as C++17, 20 and 23, with
+# the compiler's strict warnings, and that as C++14 it stops with a message.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 folders=(include port/bus/include port/simulator/include port/core/include)
@@ -24,10 +24,10 @@ for compiler in "$@"; do
       }
     done
     case $header in
-      */*) ;; # a part of a header, which brings what this one asks of the compiler
+      */*) ;; # included only by a header that has the message
       yusb*)
         if said=$(compile c++14 2>&1) || [[ $(grep error: <<<"$said" | head -n 1) != *"needs C++17"* ]]; then
-          echo "standards: $header does not say with $compiler -std=c++14 that it needs C++17" >&2
+          echo "standards: $header does not report with $compiler -std=c++14 that it needs C++17" >&2
           status=1
         fi
         ;;

@@ -1,6 +1,6 @@
 #!/bin/bash
-# build.sh DOCUMENT...: builds each program of the documents with the command that its document shows for it, and runs
-# those that end. What the commands use must be installed, or be found through PKG_CONFIG_PATH and LD_LIBRARY_PATH.
+# build.sh DOCUMENT...: builds each program of the documents with the command that its document shows, and runs those
+# that end. The libraries must be installed or found through PKG_CONFIG_PATH and LD_LIBRARY_PATH.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
@@ -17,7 +17,7 @@ for document in "$@"; do
     elif grep -qE 'yusb_(bus|details|openable[a-z_]*|simulator)\.h' "$sample"; then module='YorvanUsb[A-Z][A-Za-z]*'
     else module=YorvanUsb; fi
     command=$(grep -m 1 -E " $module\)\$" "$work/commands") || {
-      echo "$document shows no command with pkg-config's $module"
+      echo "$document has no command with the pkg-config module $module"
       exit 1
     }
     source=$(echo "$command" | grep -oE '[a-z]+\.c(pp)?')
@@ -27,7 +27,7 @@ for document in "$@"; do
     if ! grep -qE 'minutes\(1\)|60000' "$sample"; then
       (cd "$work/built" && timeout 60 "./${source%.c*}" </dev/null >output 2>&1) || {
         cat "$work/built/output"
-        echo "a program of $document fails; it was built with: $command"
+        echo "a program of $document fails; build command: $command"
         exit 1
       }
     fi

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""check_links.py FILE...: fails if a link of a Markdown or HTML file leads to a file or an anchor that is not there."""
+"""check_links.py FILE...: fails if a link in a Markdown or HTML file has no target."""
 import functools
 import os
 import re
@@ -33,10 +33,10 @@ broken = 0
 for path in sys.argv[1:]:
     for link in links(path):
         target, _, anchor = urllib.parse.unquote(link).partition('#')
-        if re.match(r'[a-z]+:', link) or link == '#nested-classes':  # Doxygen's own, on pages that have none
+        if re.match(r'[a-z]+:', link) or link == '#nested-classes':  # Doxygen adds it to pages without that anchor
             continue
         file = os.path.normpath(os.path.join(os.path.dirname(path), target)) if target else path
         if not os.path.exists(file) or (anchor and os.path.isfile(file) and anchor not in anchors(file)):
-            print(f'{path}: {link} leads nowhere')
+            print(f'{path}: {link} has no target')
             broken = 1
 sys.exit(broken)

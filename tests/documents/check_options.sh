@@ -1,6 +1,6 @@
 #!/bin/bash
-# check_options.sh YUSB BASH-COMPLETION ZSH-COMPLETION MANUAL: the completions and the manual page have the options that
-# the help of the program YUSB lists, for each command, and no others.
+# check_options.sh YUSB BASH-COMPLETION ZSH-COMPLETION MANUAL: checks that the completions and the manual page have
+# exactly the options that the help of the program YUSB lists, for each command.
 set -eu
 yusb=$1 bash_completion=$2 zsh_completion=$3 manual=$4
 status=0
@@ -17,7 +17,7 @@ completed_by_bash() (
   printf '%s\n' "${COMPREPLY[@]}" | names
 )
 
-# The call of _arguments for the command, with the arrays that it names.
+# The call of _arguments for the command, with the arrays that it uses.
 completed_by_zsh() {
   if [ -n "$1" ]; then
     called=$(sed -n "/ $1) _arguments/,/;;/p" "$zsh_completion")
@@ -28,7 +28,7 @@ completed_by_zsh() {
   fi
 }
 
-# The synopsis of the command, and of what is common to all.
+# The synopsis of the command, and that of the common options.
 in_synopsis() {
   sed 's/\\-/-/g' "$manual" | sed -n "/^\.SY \"\{0,1\}yusb${1:+[\\\\ ]*$1}\"\{0,1\}\$/,/^\.YS/p; /^\.I COMMON/,/^\.SH/p" | names
 }

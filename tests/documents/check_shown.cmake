@@ -1,4 +1,4 @@
-# cmake -P check_shown.cmake DOCUMENT FILE...: fails unless the document shows each file as it is.
+# cmake -P check_shown.cmake DOCUMENT FILE...: fails unless the document contains each file unchanged.
 foreach(i RANGE 3 ${CMAKE_ARGC})
   list(APPEND files ${CMAKE_ARGV${i}})
 endforeach()

@@ -1,6 +1,6 @@
 #!/bin/bash
-# check_unit.sh UNIT PROGRAM: fails if systemd finds fault with the unit, PROGRAM being what is installed as
-# /usr/bin/yusb, or if PROGRAM does not take the arguments that the unit gives it.
+# check_unit.sh UNIT PROGRAM: fails if systemd reports an error in the unit, with PROGRAM installed as /usr/bin/yusb,
+# or if PROGRAM does not accept the arguments in the unit.
 set -eu
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

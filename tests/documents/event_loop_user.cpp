@@ -1,6 +1,6 @@
-// Linked to an example of an event loop: simulates the bus, plugs and unplugs devices once the example has
-// printed the change before, and ends it as Ctrl-C does, when it must still print what was queued, and
-// release the library.
+// Linked to an example of an event loop. Attaches and detaches devices on a simulated bus, each after the
+// example has printed the previous change, and ends the example like Ctrl-C. It must still print the queued
+// events and release the library.
 #include <poll.h>
 #include <unistd.h>
 #include <yusb_simulator.h>
@@ -24,7 +24,7 @@ class user {
     if (pipe(_output) != 0 || dup2(_output[1], STDOUT_FILENO) < 0) fail("no pipe");
     close(_output[1]);
     sigset_t all, before;
-    sigfillset(&all);  // so that the example's thread gets the signal
+    sigfillset(&all);  // so that the example's thread receives the signal
     pthread_sigmask(SIG_SETMASK, &all, &before);
     _phone = plug(0x01100000);
     _thread = std::thread([this] { act(); });

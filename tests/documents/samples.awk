@@ -1,5 +1,5 @@
-# Writes each program of a document, a ```cpp or ```c block or one between .EX and .EE that has a main, to a file of its
-# own: PREFIX_1.cpp, PREFIX_2.cpp, ... A compiler names the document's line.
+# Writes each program of a document (a ```cpp or ```c block, or one between .EX and .EE, with a main) to its own file:
+# PREFIX_1.cpp, PREFIX_2.cpp, ... Compilers report the document's line numbers.
 function begin(kind) {
   inside = 1
   extension = kind

@@ -1,4 +1,4 @@
-"""Builds what a virtual machine boots: Debian's kernel, and an initrd with its modules, busybox, udev and our programs.
+"""Builds the files of a virtual machine: Debian's kernel, and an initrd with modules, busybox, udev and our programs.
 
 Everything is kept in a folder, and made again only if it is missing; the programs are always brought up to date.
 Packages come from the mirror that this machine's apt uses, through an apt state of our own, so that another
@@ -14,24 +14,24 @@ HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
 
 RELEASES = {"5.10": "bullseye", "6.1": "bookworm", "6.12": "trixie"}
-USER_LAND = "bookworm"  # also with another kernel
+USER_LAND = "bookworm"  # also for other kernels
 
 MODULES = """virtio_pci virtio_console xhci_pci vhci_hcd dummy_hcd libcomposite usb_f_ss_lb gadgetfs
     usbhid hid_generic""".split()
 
-# Where one of these is not there, the processor or the linker's name in a path is another.
+# The names of the processor and the linker in paths, if they differ from Debian's architecture.
 DEBIAN = {"amd64": "x86_64-linux-gnu", "arm64": "aarch64-linux-gnu"}
 LOADER = {"amd64": "lib64/ld-linux-x86-64.so.2", "arm64": "lib/ld-linux-aarch64.so.1"}
 UDEV = "udev libudev1 libkmod2 libblkid1 libacl1 libselinux1 libpcre2-8-0 libcap2 liblzma5 libzstd1 libssl3".split()
-TEXT = ["libutf8proc-dev", "libutf8proc2"]  # what yusb is linked with
+TEXT = ["libutf8proc-dev", "libutf8proc2"]  # libraries of yusb
 
 
 class Failed(Exception):
-    """Something that the machine needs cannot be had; the text says what."""
+    """The machine cannot be built; the message says why."""
 
 
 def run(*command, **options):
-    """The output of a command. Raises Failed, with its last lines, if it fails."""
+    """Returns the output of a command. If it fails, raises Failed with its last lines."""
     done = subprocess.run([str(word) for word in command], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                           text=True, **options)
     if done.returncode != 0:
@@ -47,7 +47,7 @@ def find_mirror():
         origin, label, url = line.split("|")
         if (origin, label) == ("Debian", "Debian"):
             return url
-    raise Failed("apt knows no Debian mirror here: run 'apt-get update', or name one with --mirror")
+    raise Failed("apt has no Debian mirror: run 'apt-get update', or pass one with --mirror")
 
 
 class Packages:
@@ -100,7 +100,7 @@ class Packages:
         made.rename(destination)
 
     def kernel_package(self):
-        """The package that linux-image-ARCH stands for."""
+        """Returns the package that linux-image-ARCH depends on."""
         self.prepare()
         depends = run("apt-cache", *self.options, "depends", f"linux-image-{self.arch}")
         found = re.search(r"Depends: (linux-image-\S+)", depends)
@@ -170,7 +170,7 @@ class Machine:
     def _build_programs(self):
         cache = self._programs / "CMakeCache.txt"
         if cache.exists() and f"CMAKE_HOME_DIRECTORY:INTERNAL={HERE}\n" not in cache.read_text():
-            shutil.rmtree(self._programs)  # this checkout was elsewhere then
+            shutil.rmtree(self._programs)  # built when this checkout was elsewhere
         options = []
         if self.arch not in run("dpkg", "--print-architecture"):
             options = ["-DCMAKE_SYSTEM_NAME=Linux", f"-DCMAKE_CXX_COMPILER={DEBIAN[self.arch]}-g++",
@@ -223,6 +223,6 @@ class Machine:
                     continue
                 source = next((place / name for place in places if (place / name).exists()), None)
                 if source is None:
-                    raise Failed(f"the library {name} is nowhere to be found")
+                    raise Failed(f"the library {name} was not found")
                 shutil.copy(source, target)
                 waiting.append(target)

@@ -24,13 +24,13 @@ LONG = {"storm": ["steps=120"], "exits-without-a-release": ["hosts=100"],
 
 
 def sentence(name):
-    """What a scenario is about: its first line."""
+    """Returns the description of a scenario: its first line."""
     with open(SCENARIOS / f"{name}.sh") as file:
         return file.readline().lstrip("# ").rstrip()
 
 
 def has_udevd(name):
-    """Whether a plain run has it with udevd as well as without."""
+    """Returns whether a plain run includes it with udevd too."""
     return "\n# Also with udevd.\n" in (SCENARIOS / f"{name}.sh").read_text()
 
 
@@ -42,16 +42,16 @@ def parse_arguments():
     parser.add_argument("--kernel", choices=sorted(machine.RELEASES), default="6.1",
                         help="Debian's kernel of this version (default: %(default)s)")
     parser.add_argument("--arch", choices=sorted(machine.DEBIAN), default="amd64")
-    parser.add_argument("--scenario", choices=names, metavar="NAME", action="append", help="only this; again for more")
+    parser.add_argument("--scenario", choices=names, metavar="NAME", action="append", help="run only this scenario; repeat for several")
     parser.add_argument("--long", action="store_true",
-                        help=f"all with udevd and without, then storms, for {LONG_SECONDS // 60} minutes in all")
-    parser.add_argument("--seed", type=int, metavar="N", help="of the storm (default: another each time)")
-    parser.add_argument("--udevd", choices=["yes", "no"], help="only with udevd, or only without")
-    parser.add_argument("--mirror", metavar="URL", help="a Debian mirror in place of this machine's")
-    parser.add_argument("--machines", type=int, default=2, metavar="N", help="how many run at once (default: 2)")
-    parser.add_argument("--accel", default="tcg,thread=multi", help="QEMU's accelerators, the first that works (default: %(default)s; kvm:tcg is faster)")
+                        help=f"run all scenarios with udevd and without, then storms, for {LONG_SECONDS // 60} minutes in total")
+    parser.add_argument("--seed", type=int, metavar="N", help="the seed of the storm (default: random)")
+    parser.add_argument("--udevd", choices=["yes", "no"], help="run only with udevd, or only without")
+    parser.add_argument("--mirror", metavar="URL", help="a Debian mirror (default: that of this machine's apt)")
+    parser.add_argument("--machines", type=int, default=2, metavar="N", help="the number of concurrent machines (default: 2)")
+    parser.add_argument("--accel", default="tcg,thread=multi", help="QEMU's accelerators, in order of preference (default: %(default)s; kvm:tcg is faster)")
     parser.add_argument("--build", type=pathlib.Path, default=machine.ROOT / "build/kernel", metavar="FOLDER",
-                        help="where everything is kept (default: build/kernel)")
+                        help="the working folder (default: build/kernel)")
     arguments = parser.parse_args()
     if arguments.machines < 1:
         parser.error("--machines must be at least 1")
@@ -59,7 +59,7 @@ def parse_arguments():
 
 
 def plan(arguments, names, seed):
-    """What to run, as triples of a scenario, whether with udevd, and what is set in it; without udevd first."""
+    """Returns the runs as tuples of scenario, with udevd or not, and variables; those without udevd first."""
     result = []
     for udevd in (False, True):
         for name in arguments.scenario or names:
@@ -71,7 +71,7 @@ def plan(arguments, names, seed):
 
 
 class Runner:
-    """Runs what is planned on as many machines at once as it is told to have."""
+    """Runs the planned scenarios on the given number of concurrent machines."""
 
     def __init__(self, arguments, made):
         self._arguments = arguments
@@ -102,12 +102,12 @@ class Runner:
         return not self._waiting and self._begun == self.passed + len(self.failed)
 
     def stop(self):
-        """Ends the machines; nothing more is reported."""
+        """Ends the machines. No more results are reported."""
         self._print.acquire()
         vm.Vm.end_all()
 
     def _next(self, udevd):
-        """Machines with udevd take from the end of the queue, so that few have to be started again."""
+        """Machines with udevd take scenarios from the end of the queue, so that few machines are restarted."""
         with self._print:
             if not self._waiting and time.monotonic() > self._end:
                 return None
@@ -174,7 +174,7 @@ class Runner:
         except (vm.Broken, OSError) as broken:
             log.append(f"the rest is missing: {broken}")
         pathlib.Path(name).write_text("\n".join(log) + "\n")
-        print(f"    the kernel's log: {name}; what it said on its console: *.console beside it", flush=True)
+        print(f"    the kernel's log: {name}; its console output: *.console in the same folder", flush=True)
 
 
 def main():

@@ -1,4 +1,4 @@
-"""A running virtual machine: QEMU without KVM, a port to the shell in it, and QMP, over which it plugs its own devices."""
+"""A running virtual machine: QEMU without KVM, a port to the shell in it, and QMP to attach QEMU's devices."""
 import json
 import os
 import pathlib
@@ -19,16 +19,16 @@ CONSOLE = {"amd64": "ttyS0", "arm64": "ttyAMA0"}
 
 
 class Broken(Exception):
-    """The machine does not do what was asked of it; the text says what."""
+    """The machine failed; the message says how."""
 
 
 def quoted(path):
-    """A path as part of an option of QEMU, where a comma ends a value."""
+    """Escapes a path for an option of QEMU, where a comma ends a value."""
     return str(path).replace(",", ",,")
 
 
 class Qmp:
-    """QEMU's own control socket."""
+    """QMP, QEMU's control socket."""
 
     def __init__(self, path):
         self._socket = socket.socket(socket.AF_UNIX)
@@ -38,7 +38,7 @@ class Qmp:
         self.command("qmp_capabilities")
 
     def command(self, name, **arguments):
-        """The reason why the command failed, or None."""
+        """Returns the reason why the command failed, or None."""
         self._file.write(json.dumps({"execute": name, "arguments": arguments}) + "\n")
         self._file.flush()
         for line in self._file:
@@ -55,17 +55,17 @@ class Qmp:
 
 
 class Vm:
-    """Boots on construction. Lines that the machine prints come from `lines`; None among them is its end.
+    """Boots on construction. `lines` has the lines that the machine prints; None is its end.
 
     `console` is the file that gets what the kernel says there.
     """
 
-    _all = []  # their QEMUs, or None once end_all() was called
+    _all = []  # their QEMU processes, or None after end_all()
     _lock = threading.Lock()
 
     @classmethod
     def end_all(cls):
-        """Ends every machine, whatever other threads do with it; no other starts."""
+        """Ends every machine, whatever other threads do with it, and prevents new ones."""
         with cls._lock:
             started, cls._all = cls._all or [], None
         for qemu in started:
@@ -94,7 +94,7 @@ class Vm:
         with Vm._lock:
             if Vm._all is None:
                 raise Broken("the run was ended")
-            # In a session of its own, so that Ctrl-C ends it through end_all() alone.
+            # In its own session, so that Ctrl-C ends it only through end_all().
             self._qemu = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=self._errors,
                                           stderr=self._errors, start_new_session=True)
             Vm._all.append(self._qemu)
@@ -104,7 +104,7 @@ class Vm:
             self._port.connect(self._wait_for(port))
             threading.Thread(target=self._read, daemon=True).start()
             if self.line(time.monotonic() + BOOT_SECONDS) != "ready":
-                raise Broken("the machine did not get ready")
+                raise Broken("the machine did not become ready")
         except BaseException:
             self.end()
             raise
@@ -114,12 +114,12 @@ class Vm:
         while not os.path.exists(path):
             if self._qemu.poll() is not None or time.monotonic() > end:
                 self._errors.seek(0)
-                raise Broken("QEMU does not start: " + self._errors.read().strip())
+                raise Broken("QEMU failed to start: " + self._errors.read().strip())
             time.sleep(0.02)
         return path
 
     def _read(self):
-        """Answers what the machine asks of QEMU: a line "host COMMAND KEY=VALUE..."."""
+        """Executes a request of the machine to QEMU: a line "host COMMAND KEY=VALUE..."."""
         with self._port.makefile("r", encoding="utf-8", errors="replace") as received:
             try:
                 for line in received:
@@ -138,17 +138,17 @@ class Vm:
         self._port.sendall(line.encode() + b"\n")
 
     def line(self, end):
-        """The machine's next line. Raises Broken when it has ended, or nothing came until `end`."""
+        """Returns the machine's next line. Raises Broken if it has ended, or printed nothing until `end`."""
         try:
             found = self.lines.get(timeout=max(0.0, end - time.monotonic()))
         except queue.Empty:
-            raise Broken("the machine said nothing more in time") from None
+            raise Broken("the machine printed nothing within the time limit") from None
         if found is None:
-            raise Broken("the machine has ended by itself")
+            raise Broken("the machine ended unexpectedly")
         return found
 
     def ask(self, request, output, seconds):
-        """Has the machine run something; appends what it prints to `output` and gives its status, as text."""
+        """Runs a command in the machine, appends its output to `output` and returns its status as a string."""
         self.say(request)
         end = time.monotonic() + seconds
         while True:

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Runs as root in a fresh Debian 12 that has the packages in /try.
+# Runs as root in a fresh Debian 12 with the packages in /try.
 set -eu
 cd /try
 # What the packages were built with is not what a user of them has.
@@ -19,15 +19,15 @@ apt_get install ./libyorvanusbc1_*.deb ./libyorvanusb-dev_*.deb
 cmake -S /usr/share/doc/libyorvanusb-dev/examples -B examples
 cmake --build examples
 ctest --test-dir examples --no-tests=error --output-on-failure
-echo "packages: the examples of the package are built, and their tests pass"
+echo "packages: the packaged examples build, and their tests pass"
 
 apt_get install ./*-dbgsym_*.deb
 library=$(ls /usr/lib/*/libYorvanUsb.so.5)
 address=$(nm -DC "$library" | sed -n 's/ T yusb::global_initialize()$//p')
 addr2line -e "$library" "0x$address" | grep 'lifecycle\.cpp:[0-9]'
-echo "packages: the debug symbols are those of the libraries"
+echo "packages: the debug symbols match the libraries"
 
 apt_get purge 'libyorvan*' 'yusb*'
 files >after
 diff before after
-echo "packages: removed, and nothing is left of them"
+echo "packages: removed without leftovers"

@@ -1,6 +1,6 @@
 #!/bin/bash
 # run.sh FOLDER: installs the Debian packages in FOLDER in a fresh Debian 12, runs the program, builds and tests the
-# examples that they bring, and removes them. Needs root, mmdebstrap and a Debian mirror.
+# examples in them, and removes them. Needs root, mmdebstrap and a Debian mirror.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 folder=$(cd "$1" && pwd)
@@ -9,8 +9,8 @@ trap 'rm -rf "$work"' EXIT
 
 mkdir "$work/try"
 cp "$folder"/*.deb "$here"/inside.sh "$work/try/"
-echo "packages: making a fresh Debian 12, which takes a minute or more"
-# The root is made, used and thrown away by this one command.
+echo "packages: creating a fresh Debian 12; this takes a minute or more"
+# This command creates, uses and removes the root file system.
 # shellcheck disable=SC2016 # $1 is the hook's
 mmdebstrap --quiet --variant=apt --include=g++,cmake,make,pkg-config \
   --customize-hook="copy-in '$work/try' /" --customize-hook='chroot "$1" sh /try/inside.sh >&2 && touch "$1/try/passed"' \

@@ -1,11 +1,11 @@
 #!/bin/bash
-# run.sh NAME FOLDER: builds the project and runs its tests on another platform, in a root file system that it makes and
-# keeps in FOLDER/NAME (remove that to make it again).
+# run.sh NAME FOLDER: builds the project and runs its tests on another platform, in a root file system that it creates
+# and keeps in FOLDER/NAME (remove that to create it again).
 #   i386     Debian 12 for i386, which runs on an x86-64 kernel
 #   trixie   Debian 13, with gcc 14 and then clang 19
 #   arm64    Debian 12, built by a cross compiler; the tests run in an emulator, a few times slower
-#   s390x    the same for a processor that is big-endian
-# It needs root, mmdebstrap and a Debian mirror; for the last two also qemu-user-static and binfmt-support.
+#   s390x    the same for a big-endian processor
+# It needs root, mmdebstrap and a Debian mirror; arm64 and s390x also need qemu-user-static and binfmt-support.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 source_tree=$(cd "$here/../.." && pwd)
@@ -20,7 +20,7 @@ fail() {
   exit 1
 }
 
-# ---- What each is ----
+# ---- The platforms ----
 
 suite=bookworm
 architectures=$(dpkg --print-architecture)
@@ -48,35 +48,35 @@ case $name in
     packages="$packages g++-$cpu-linux-gnu"
     for library in $libraries libc6 libstdc++6; do packages="$packages $library:$name"; done
     ;;
-  *) fail "there are: i386 trixie arm64 s390x" ;;
+  *) fail "unknown platform; platforms: i386 trixie arm64 s390x" ;;
 esac
 
-[ "$(id -u)" = 0 ] || fail "only root can make a root file system"
+[ "$(id -u)" = 0 ] || fail "only root can create a root file system"
 if [ -n "$cpu" ] && [ "$name" != "$(dpkg --print-architecture)" ] && [ ! -e "/proc/sys/fs/binfmt_misc/qemu-$cpu" ]; then
   [ -e /proc/sys/fs/binfmt_misc/register ] || mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc
-  update-binfmts --enable "qemu-$cpu" || fail "the kernel does not start programs for $cpu in the emulator (binfmt_misc)"
+  update-binfmts --enable "qemu-$cpu" || fail "cannot register the emulator for $cpu with the kernel (binfmt_misc)"
 fi
 
-# ---- The root ----
+# ---- The root file system ----
 
 mkdir -p "$work/build"
 if [ "$(cat "$work/complete" 2>/dev/null)" != "$packages" ]; then
-  say "making a root file system (Debian $suite, $architectures), some minutes"
+  say "creating a root file system (Debian $suite, $architectures); this takes some minutes"
   rm -rf "$root" "$work/complete"
-  # It is thrown away after the tests: security updates are not needed.
+  # It is used only for tests: security updates are not needed.
   # shellcheck disable=SC2016 # $1 is the hook's
   mmdebstrap --variant=apt "--architectures=$architectures" "--include=${packages// /,}" \
     --setup-hook='sed -i /security/d "$1"/etc/apt/sources.list' "$suite" "$root" >"$work/root.log" 2>&1 || {
     grep -E '^(E|W):' "$work/root.log" >&2 || tail -n 20 "$work/root.log" >&2
-    fail "cannot make it; more in $work/root.log"
+    fail "cannot create it; see $work/root.log"
   }
   echo "$packages" >"$work/complete"
 fi
 
 # ---- Build and test ----
 
-# inside COMMAND...: in the root, which sees the sources, read-only, as /src and $work/build as /build. Its mounts and
-# processes end with the command.
+# inside COMMAND...: runs a command in the root, with the sources, read-only, as /src and $work/build as /build. Mounts
+# and processes end with the command.
 inside() {
   mkdir -p "$root/src" "$root/build"
   # shellcheck disable=SC2016 # for the inner shell

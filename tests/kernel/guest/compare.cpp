@@ -1,8 +1,8 @@
-// usb-compare [--exact] STREAM...: waits until the picture that each stream of events gives is what sysfs
-// shows, and prints how much was compared. Fails after a minute, or as soon as a stream is wrong in itself:
-// arrivals and removals that do not alternate, a removal that is not of what arrived, a device that arrives
-// before its hub or leaves after it. With --exact each stream has, at each location, as many events as the
-// first, which is the kernel's.
+// usb-compare [--exact] STREAM...: waits until the list of devices that results from each stream of events is
+// equal to sysfs, and prints how much was compared. It fails after a minute, or as soon as a stream is
+// inconsistent: arrivals and removals do not alternate, a removal is not of the device that arrived, a device
+// arrives before its hub or is removed after it. With --exact each stream must have as many events at each
+// location as the first stream, which is the kernel's.
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,7 +32,7 @@ struct stream {
   unsigned events = 0;
 };
 
-// "0x1230000" is behind "0x1200000"; empty for a root hub and where the location does not say.
+// The location of the hub: "0x1200000" for "0x1230000". Empty for a root hub, and if the location is a hash.
 std::string hub_of(const std::string& location) {
   unsigned value = static_cast<unsigned>(std::stoul(location, nullptr, 16));
   if ((value & 0x00F00000) == 0) return {};
@@ -81,12 +81,12 @@ stream read_stream(const std::string& name) {
   stream result{name, {}, {}, 0};
   std::ifstream file(name);
   if (!file) fail("no stream " + name);
-  // A line without its end is still being written.
+  // A line without a line feed is still being written.
   for (std::string text; std::getline(file, text) && !file.eof();) record(result, json::parse(text));
   return result;
 }
 
-// As a record has a string: the low byte of each UTF-16 unit. That as UTF-8.
+// The string of a record, converted to UTF-8: the low byte of each UTF-16 code unit.
 std::string as_reported(const std::string& utf8) {
   std::string result;
   const auto put = [&](unsigned unit) {
@@ -113,7 +113,7 @@ struct device {
   json fields;
 };
 
-// Empty if it is leaving.
+// Empty if the device is being detached.
 std::optional<device> read_device(const std::string& path) {
   const std::string folder = sysfs + path + '/';
   const auto vendor = read_file(folder + "idVendor");
@@ -129,13 +129,13 @@ std::optional<device> read_device(const std::string& path) {
   for (int i = 0; i < 3; ++i) {
     const auto text = read_file(folder + files[i]);
     if (text.has_value()) result.fields[names[i]] = *text;
-    // Where sysfs has no string although there is one, what the library gets depends on its privileges.
+    // If sysfs lacks a string that the device has, the result depends on the privileges of the client.
     if (!text.has_value() && (*descriptor)[14 + i] == 0) result.fields[names[i]] = "";
   }
   return result;
 }
 
-// The program reports whole strings, and those of the record where it was too late for them.
+// The program reports complete strings, or those of the record if it could no longer read them.
 bool includes(const json& reported, const json& fields) {
   return std::all_of(fields.items().begin(), fields.items().end(), [&](const auto& field) {
     const std::string text = reported.value(field.key(), "");
@@ -143,7 +143,7 @@ bool includes(const json& reported, const json& fields) {
   });
 }
 
-// What is different; empty if nothing is. A stream of the kernel's events has no fields.
+// Returns the first difference; empty if there is none. The kernel's stream has no fields.
 std::string difference(stream from, bool has_fields) {
   for (const std::string& path : attached_paths()) {
     const std::optional<device> found = read_device(path);

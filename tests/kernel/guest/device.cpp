@@ -1,12 +1,11 @@
-// usb-device VENDOR:PRODUCT [OPTION...]: attaches a device of that description to the kernel's vhci_hcd,
-// prints the path where it will be ("3-1"), and serves it in the background until it is detached.
+// usb-device VENDOR:PRODUCT [OPTION...]: attaches an emulated device to the kernel's vhci_hcd, prints its
+// future path ("3-1"), and serves it in the background until it is detached.
 //
-// --release 0100  --speed full|high|super  --manufacturer, --product, --serial TEXT (UTF-8)
-// --language 0409         of its strings
-// --interface FF0000      class, subclass and protocol of its one interface
-// --stall LETTERS         refuses these strings: m, p, s, and l for the table of languages
-// --hold LETTERS          never answers requests for these; "a": nothing at all
-// --times N --for MS      is attached for MS milliseconds, detached and attached again at once, N times
+// --release 0100  --speed full|high|super  --manufacturer, --product, --serial TEXT (UTF-8) --language 0409
+// the language of its strings --interface FF0000      class, subclass and protocol of its only interface
+// --stall LETTERS         stalls requests for these strings: m, p, s, and l for the language table --hold
+// LETTERS          never answers requests for these; "a": never answers any request --times N --for MS
+// attaches it N times for MS milliseconds, without pauses
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -33,7 +32,7 @@ using bytes = std::vector<std::uint8_t>;
 using clock_type = std::chrono::steady_clock;
 
 const std::string controller = "/sys/devices/platform/vhci_hcd.0/";
-constexpr int ports = 15;  // of each of the controller's two buses
+constexpr int ports = 15;  // on each of the controller's two buses
 
 struct description {
   unsigned vendor = 0;
@@ -46,7 +45,7 @@ struct description {
   std::string stall;
   std::string hold;
   int times = 1;
-  int milliseconds = -1;  // for ever
+  int milliseconds = -1;  // forever
 };
 
 [[noreturn]] void fail(const std::string& message) {
@@ -108,14 +107,14 @@ struct setup {
   unsigned type, request, value, length;
 };
 
-// Whether the device leaves a request without any answer.
+// True if the device never answers the request.
 bool holds(const description& of, const setup& asked) {
   if (has(of.hold, 'a')) return true;
   const unsigned index = asked.value & 0xFF;
   return asked.request == 6 && asked.value >> 8 == 3 && index <= 3 && has(of.hold, "lmps"[index]);
 }
 
-// Empty if the device refuses.
+// Empty if the device stalls the request.
 std::optional<bytes> answer(const description& of, const setup& asked) {
   if ((asked.type & 0x60) != 0) return std::nullopt;
   if (asked.request == 0) return bytes{1, 0};
@@ -141,8 +140,8 @@ bool receive(int socket, void* to, std::size_t size) {
   return recv(socket, to, size, MSG_WAITALL) == static_cast<ssize_t>(size);
 }
 
-// Speaks USB/IP (Documentation/usb/usbip_protocol.rst of the kernel) until the kernel hangs up or the time
-// has come.
+// Serves USB/IP (Documentation/usb/usbip_protocol.rst of the kernel) until the kernel closes the connection
+// or the time has passed.
 void serve(const description& of, int socket, clock_type::time_point end) {
   for (;;) {
     pollfd watched = {socket, POLLIN, 0};
@@ -170,7 +169,7 @@ void serve(const description& of, int socket, clock_type::time_point end) {
       reply[5] = htonl(static_cast<std::uint32_t>(found.has_value() ? 0 : -EPIPE));
       reply[6] = htonl(static_cast<std::uint32_t>(in ? answered.size() : data.size()));
     } else {
-      reply[5] = htonl(static_cast<std::uint32_t>(-ECONNRESET));  // only what was held can be taken back
+      reply[5] = htonl(static_cast<std::uint32_t>(-ECONNRESET));  // only a held request can be unlinked
     }
     const auto* const start = reinterpret_cast<const std::uint8_t*>(reply);
     answered.insert(answered.begin(), start, start + sizeof reply);
@@ -178,7 +177,7 @@ void serve(const description& of, int socket, clock_type::time_point end) {
   }
 }
 
-// True if nothing is attached to a port.
+// True if no device is attached to a port.
 bool is_free(int port) {
   std::ifstream status(controller + "status");
   std::string line;
@@ -192,7 +191,7 @@ bool is_free(int port) {
   return false;
 }
 
-// The end of a new connection to a port; -1 if somebody else took it.
+// Returns our end of a new connection to a port; -1 if another process took the port.
 int attach(const description& of, int port) {
   int sockets[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0) fail("no sockets");

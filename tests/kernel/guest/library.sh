@@ -1,7 +1,7 @@
-# What the scenarios are made of. Each runs as root in an empty folder, with the port to the host as descriptor 8.
+# Functions for scenarios. Each scenario runs as root in an empty folder, with the port to the host as descriptor 8.
 set -u
 
-bound=60 # seconds that a condition may take
+bound=60 # the time limit of a condition, in seconds
 sysfs=/sys/bus/usb/devices
 
 fail() {
@@ -14,7 +14,7 @@ uptime() { # sets $now, in seconds
   now=${now%.*}
 }
 
-# true_in SECONDS COMMAND...: whether the command succeeds within that time.
+# true_in SECONDS COMMAND...: succeeds if the command succeeds within that time.
 true_in() {
   uptime
   end=$((now + $1))
@@ -40,7 +40,7 @@ vendor_at() { cat "$sysfs/$1/idVendor" 2>/dev/null; }
 # ---- Devices emulated in the machine, on vhci_hcd ----
 
 vhci=/sys/devices/platform/vhci_hcd.0
-vhci_port() { # of a path: the second bus has the ports from 15
+vhci_port() { # vhci_port PATH: the second bus has the ports from 15
   case $(cat "$vhci/usb${1%-*}/speed") in
     480) echo $((${1#*-} - 1)) ;;
     *) echo $((${1#*-} + 14)) ;;
@@ -49,7 +49,7 @@ vhci_port() { # of a path: the second bus has the ports from 15
 
 detach() { vhci_port "$1" >$vhci/detach; }
 
-# plug VENDOR:PRODUCT OPTION...: sets $path. The kernel gives up on a device that it was too busy for: once more then.
+# plug VENDOR:PRODUCT OPTION...: attaches a device and sets $path. Tries again if the kernel was too busy and gave up.
 plug() {
   for attempt in 1 2 3; do
     path=$(usb-device "$@") || fail "device $*"
@@ -57,7 +57,7 @@ plug() {
     echo "note: attempt $attempt to attach $1 failed"
     detach "$path"
   done
-  fail "the kernel attaches no $1"
+  fail "the kernel does not attach $1"
 }
 
 unplug() {
@@ -98,7 +98,7 @@ disconnect_gadget() {
 
 # ---- QEMU's devices, on its xHCI ----
 
-# host COMMAND KEY=VALUE...: has QEMU do something.
+# host COMMAND KEY=VALUE...: makes QEMU execute a command.
 host() {
   echo "host $*" >&8
   read -r answer <&8
@@ -111,8 +111,8 @@ xhci_bus() {
   done
 }
 
-# add PORT DRIVER [ID]: PORT is QEMU's, "2" or "2.3" behind a hub. Sets $path. A hub that is just being suspended may
-# not notice what is plugged into it: once more then.
+# add PORT DRIVER [ID]: attaches a QEMU device at PORT, "2" or "2.3" behind a hub, and sets $path. Tries again if a hub
+# did not notice the device because it was just being suspended.
 add() {
   path=$(xhci_bus)-$1
   for attempt in 1 2 3; do
@@ -134,7 +134,8 @@ remove() {
 
 users="root nobody"
 
-# as_user USER COMMAND...: in a subshell. $enter is a command that runs it elsewhere.
+# as_user USER COMMAND...: runs a command as a user; call it in a subshell. $enter may be a command that runs it
+# elsewhere.
 as_user() {
   user=$1
   shift
@@ -142,7 +143,7 @@ as_user() {
   exec ${enter:-} "$@"
 }
 
-# watch_bus: starts, as each user, a client and "yusb watch", whose streams are the files *.stream; and what the kernel says.
+# watch_bus: starts a client and "yusb watch" as each user, with the streams *.stream, and records the kernel's events.
 watch_bus() {
   clients=
   usb-uevents >kernel.events &
@@ -159,13 +160,13 @@ watch_bus() {
   done
 }
 
-# compare_streams: all streams are equal to sysfs, and to the kernel's in number.
+# compare_streams: checks that all streams match sysfs and have as many events as the kernel's.
 compare_streams() { usb-compare --exact kernel.events */*.stream || exit 1; }
 
-# compare_pictures: the same without the numbers, where events may have been lost.
+# compare_pictures: the same without the numbers, for when events may have been lost.
 compare_pictures() { usb-compare */*.stream || exit 1; }
 
-# end_clients: each ends in order.
+# end_clients: ends the clients and checks that each exits with status 0.
 end_clients() {
   kill $clients
   for client in $clients; do
@@ -177,7 +178,7 @@ end_clients() {
   done
 }
 
-# compare_unless_lost: the numbers too, unless a client's queue of the kernel's events has overflowed.
+# compare_unless_lost: compares the numbers too, unless a client's receive buffer has overflowed.
 compare_unless_lost() {
   if grep -q 'events were lost' */*.log; then compare_pictures; else compare_streams; fi
 }

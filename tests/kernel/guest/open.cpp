@@ -1,6 +1,7 @@
-// usb-open MILLISECONDS: takes the events of a yusb::openable_queue whose devices may take so long, and opens
-// each that is reported as openable. A line an event: "arrival SERIAL MODE...", "openable SERIAL", or
-// "refused SERIAL REASON" if the open failed, "timed-out SERIAL", "removal SERIAL". Runs until it is ended.
+// usb-open MILLISECONDS: takes the events of a yusb::openable_queue with that limit, and opens each device
+// that is reported as openable. Prints one line per event: "arrival SERIAL MODE...", "openable SERIAL" or, if
+// the open failed, "refused SERIAL REASON", "timed-out SERIAL", "removal SERIAL". Runs until it is
+// terminated.
 #include <fcntl.h>
 #include <unistd.h>
 #include <yusb_details.h>

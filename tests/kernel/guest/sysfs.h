@@ -1,4 +1,4 @@
-// What sysfs says of the USB devices, read without the library.
+// Reads USB devices from sysfs without the library.
 #ifndef KERNEL_GUEST_SYSFS_H_
 #define KERNEL_GUEST_SYSFS_H_
 
@@ -15,7 +15,7 @@
 
 inline const std::string sysfs = "/sys/bus/usb/devices/";
 
-// A file's content without the newline that ends it; empty if there is no such file.
+// The content of a file without its final newline; empty if the file does not exist.
 inline std::optional<std::string> read_file(const std::string& name) {
   std::ifstream file(name, std::ios::binary);
   if (!file) return std::nullopt;
@@ -24,7 +24,7 @@ inline std::optional<std::string> read_file(const std::string& name) {
   return text;
 }
 
-// "usb1", "1-2.3"; not "1-2:1.0", which is an interface. Hubs before what is behind them.
+// "usb1", "1-2.3"; not "1-2:1.0", which is an interface. Hubs come before the devices behind them.
 inline std::vector<std::string> attached_paths() {
   std::vector<std::string> result;
   for (const auto& entry : std::filesystem::directory_iterator(sysfs)) {
@@ -38,7 +38,7 @@ inline std::vector<std::string> attached_paths() {
   return result;
 }
 
-// The location that the library documents: the bus, then a digit for each port. Empty if a port is above 15.
+// The documented location: the bus, then one digit per port. Empty if a port is above 15.
 inline std::string location(const std::string& path) {
   unsigned value = 0;
   unsigned number = 0;

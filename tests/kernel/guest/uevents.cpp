@@ -1,7 +1,7 @@
-// usb-uevents: prints each USB device that is attached, then each that the kernel adds or removes, as lines
-// of JSON like those of "yusb watch --json", until it is killed. It knows nothing of the library. usb-uevents
-// --ask N ACTION: has the kernel send N more uevents for the first root hub. usb-uevents --forge ACTION PATH:
-// sends a uevent for a device to everybody who receives the kernel's.
+// usb-uevents: prints each attached USB device, then each that the kernel adds or removes, as JSON lines like
+// those of "yusb watch --json", until it is killed. It does not use the library. usb-uevents --ask N ACTION:
+// makes the kernel send N more uevents for the first root hub. usb-uevents --forge ACTION PATH: sends a
+// uevent for a device to all receivers of the kernel's uevents.
 #include <linux/netlink.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -88,7 +88,7 @@ int main(int argc, char** argv) {
       const std::string field = at;
       fields[field.substr(0, field.find('='))] = field.substr(field.find('=') + 1);
     }
-    // Those that were asked for in sysfs have a SYNTH_UUID.
+    // Uevents that were requested through sysfs have a SYNTH_UUID.
     if (sender.nl_pid != 0 || fields["DEVTYPE"] != "usb_device" || fields.count("SYNTH_UUID") != 0) continue;
     const std::string path = fields["DEVPATH"].substr(fields["DEVPATH"].rfind('/') + 1);
     if (fields["ACTION"] == "add") print("arrival", path);

@@ -1,6 +1,6 @@
-// usb-watch FOLDER: writes what a yusb::watcher reports to FOLDER/watcher.stream and what a yusb::watch_queue
-// gives to FOLDER/queue.stream, as lines of JSON with the fields of "yusb watch --json". SIGTERM ends it;
-// SIGUSR1 makes it exit without releasing the library. The library's log goes to standard error.
+// usb-watch FOLDER: writes the events of a yusb::watcher to FOLDER/watcher.stream and those of a
+// yusb::watch_queue to FOLDER/queue.stream, as JSON lines with the fields of "yusb watch --json". SIGTERM
+// ends it; SIGUSR1 makes it exit without releasing the library. The library's log goes to standard error.
 #include <pthread.h>
 #include <yusb.h>
 #include <yusb_watcher.h>
@@ -16,7 +16,7 @@
 
 namespace {
 
-// The library's strings have a byte for each character.
+// Strings of records have one byte per UTF-16 code unit.
 std::string utf8(const YString& text) {
   std::string result;
   for (const char* at = text.data(); *at != '\0'; ++at) {

@@ -1,8 +1,9 @@
-// usb-wide-hub: a hub of 20 ports on dummy_hcd, through gadgetfs, with a device at port 16 and one at port
-// 18, until it is killed. /dev/gadget must be mounted. Each has its port as its serial number, the hub 0.
+// usb-wide-hub: emulates a hub with 20 ports on dummy_hcd, through gadgetfs, with devices at ports 16 and 18,
+// until it is killed. /dev/gadget must be mounted. The serial number of each device is its port, that of the
+// hub is 0.
 //
-// A gadget has one address, but dummy_hcd gives it the requests to every address of its bus. So the devices
-// behind the hub are the hub itself: the one whose port was reset last is the one that is asked.
+// A gadget has one address, but dummy_hcd passes it the requests to every address of its bus. The hub
+// therefore also answers for the devices behind it: a request is for the device whose port was reset last.
 #include <endian.h>
 #include <fcntl.h>
 #include <linux/usb/ch9.h>
@@ -69,7 +70,7 @@ class wide_hub {
     for (const unsigned number : occupied) _ports.at(number) = {connected | powered, connection_changed};
   }
 
-  // What a device answers, empty for a request without data; nothing if it stalls.
+  // The answer of a device: empty for a request without data, none if it stalls.
   std::optional<bytes> answer(const usb_ctrlrequest& asked) {
     const unsigned value = le16toh(asked.wValue);
     port* const at = asked.wIndex <= port_count ? &_ports.at(le16toh(asked.wIndex)) : nullptr;
@@ -79,7 +80,7 @@ class wide_hub {
       case 0x0009:  // SET_CONFIGURATION
         return bytes();
       case 0xA006:
-        // The devices behind it are not hubs after all.
+        // The devices behind the hub are not hubs.
         return std::exchange(_described, true) ? std::nullopt : std::optional<bytes>(hub);
       case 0xA000:
         return bytes(4);
@@ -144,7 +145,7 @@ int main() {
     }
     const bool in = (asked.bRequestType & USB_DIR_IN) != 0;
     std::optional<bytes> answered = emulated.answer(asked);
-    // A transfer in the wrong direction is a stall.
+    // A transfer in the wrong direction stalls.
     if (answered.has_value() && in) {
       answered->resize(std::min<std::size_t>(answered->size(), le16toh(asked.wLength)));
       static_cast<void>(!write(control, answered->data(), answered->size()));

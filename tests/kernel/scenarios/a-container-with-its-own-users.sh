@@ -1,4 +1,4 @@
-# Where the kernel sends no events, to a network namespace of a user's own, the log says so and the bus is polled.
+# If the kernel sends no uevents, in a user's own network namespace, the log says so and the bus is rescanned.
 . /library.sh
 
 in_namespace() { as_user "$1" unshare -U -n "$2" "$3"; }

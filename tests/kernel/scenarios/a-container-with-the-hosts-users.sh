@@ -1,4 +1,4 @@
-# In a network namespace without users of its own the kernel's events arrive as outside.
+# In a network namespace of the initial user namespace, clients receive uevents as on the host.
 . /library.sh
 
 enter="unshare -n"

@@ -1,11 +1,11 @@
-# A device that never answers delays no device of another controller, and a string that it keeps back stays empty.
+# A device that never answers delays no device of another controller, and a string that it does not send stays empty.
 . /library.sh
 
 watch_bus
 mute=$(usb-device 1209:0bad --hold a)
 make_gadget 0 1d6b 0104 GADGET
 connect_gadget 0
-# Meanwhile the strings of the hub cannot be read, so the streams are not compared with sysfs.
+# Until the kernel gives up, the hub's strings cannot be read, so the streams are not compared with sysfs.
 for user in $users; do
   wait_until "the gadget in the stream of $user" grep -q '"serial_number":"GADGET"' $user/watcher.stream
 done
@@ -20,7 +20,7 @@ for user in $users; do
   grep -F '"serial_number":"S"' $user/watcher.stream | grep -qF '"product":""' || fail "$user: $(cat $user/watcher.stream)"
 done
 
-# The library gives up after half a second; a client that starts now is not held up by more.
+# The library gives up after half a second, so a client that starts now is not delayed for longer.
 uptime
 started=$now
 yusb list --json >listed

@@ -1,4 +1,4 @@
-# A host controller whose driver is unbound takes everything along, its root hubs too; bound again it brings all back.
+# When a host controller is unbound, all its devices and root hubs are removed; when it is bound, all are reported.
 . /library.sh
 
 watch_bus

@@ -1,4 +1,4 @@
-# Devices behind ports above 15 have locations of their own, which stay the same until they leave.
+# Devices behind ports above 15 have unique locations, which do not change until they are detached.
 . /library.sh
 
 watch_bus
@@ -15,7 +15,7 @@ compare_pictures
 umount /dev/gadget
 rmmod gadgetfs
 
-# The hub has a location of the plain form, the others ones that no plain form has.
+# The hub has a location made of ports; those of the devices are hashes, which differ from every such location.
 bus=$(printf %X "${hub%-1}")
 for user in $users; do
   for stream in watcher queue yusb; do
@@ -25,7 +25,7 @@ for user in $users; do
         sed -n "/\"event\":\"$event\"/s/.*\"location\":\"\([^\"]*\)\".*\"serial_number\":\"$serial\".*/\1/p" seen >"$event.$serial"
         [ "$(wc -l <"$event.$serial")" = 1 ] || fail "$user/$stream: not one $event of $serial: $(cat seen)"
       done
-      cmp -s arrival.$serial removal.$serial || fail "$user/$stream: $serial left from elsewhere: $(cat seen)"
+      cmp -s arrival.$serial removal.$serial || fail "$user/$stream: $serial was removed from another location: $(cat seen)"
     done
     [ "$(cat arrival.0)" = "0x${bus}100000" ] || fail "$user/$stream: the hub is at $(cat arrival.0)"
     grep -qE "^0x${bus}0[0-9A-F]{5}$" arrival.16 || fail "$user/$stream: port 16 is $(cat arrival.16)"

@@ -1,4 +1,4 @@
-# A hub that leaves takes along the seven devices behind it: eight removals, the hub's the last.
+# When a hub is detached, it and the seven devices behind it are removed: eight removals, the hub's last.
 . /library.sh
 
 watch_bus

@@ -1,4 +1,4 @@
-# A device behind five hubs, as deep as USB goes, whose events are the kernel's longest, is reported like any other.
+# A device behind five hubs, the maximum, is reported like any other, although its uevents are the kernel's longest.
 . /library.sh
 
 watch_bus

@@ -1,4 +1,4 @@
-# Devices that are attached when a client starts are reported once each, hubs before what is behind them.
+# Devices that are attached when a client starts are reported once each, hubs before the devices behind them.
 # Also with udevd.
 . /library.sh
 

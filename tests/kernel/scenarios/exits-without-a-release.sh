@@ -1,4 +1,4 @@
-# A host that exits without releasing the library, while devices come and go, ends in order.
+# A host may exit without releasing the library while devices are attached and detached.
 . /library.sh
 
 usb-device 05ac:1393 --serial BUSY --times 1000 --for 400 >/dev/null

@@ -1,10 +1,10 @@
-# A device that is gone before it was read has its numbers and no other device's strings, and leaves as it came.
+# A device that is detached before it was read has its IDs, never another device's strings, and an equal removal.
 . /library.sh
 
 milliseconds() { cut -d' ' -f1 /proc/uptime | tr -d . | sed 's/$/0/'; }
 stays() { plug 1209:000$1 --manufacturer $1 --product $1 --serial $1; }
 
-# When the clients look at last, the second B is at the port where each of the others was.
+# When the clients continue, the second B is at the port where each of the others was.
 watch_bus
 watchers=$(pidof usb-watch yusb)
 kill -STOP $watchers
@@ -14,7 +14,7 @@ for letter in A B A; do
 done
 started=$(milliseconds)
 stays B
-took=$(($(milliseconds) - started)) # what the kernel needs for a device before it announces it
+took=$(($(milliseconds) - started)) # the time that the kernel takes before it announces a device
 kill -CONT $watchers
 compare_streams
 printf '%s\n' "000a " "000b " "000a " "000b B" >expected
@@ -24,7 +24,7 @@ for stream in */*.stream; do
 done
 unplug "$path"
 
-# Unplugged about when the kernel announces it.
+# Detached at about the moment at which the kernel announces it.
 for percentage in 60 70 80 90 100 110 130; do
   usb-device 1209:0003 --manufacturer M --serial S --times 4 --for $((took * percentage / 100)) >/dev/null
   wait_until "the last unplugging" eval '! pidof usb-device >/dev/null'

@@ -1,4 +1,4 @@
-# What is neither an addition nor a removal wakes no thread of a client.
+# Uevents that are neither additions nor removals wake no thread of a client.
 . /library.sh
 
 watch_bus
@@ -10,7 +10,7 @@ after=$(switches)
 [ "$after" = "$before" ] || fail "$((after - before)) context switches"
 plug 05ac:1393 --serial WAKES
 compare_streams
-[ "$(switches)" != "$before" ] || fail "nor does a device"
+[ "$(switches)" != "$before" ] || fail "a device causes no context switch either"
 unplug "$path"
 compare_streams
 end_clients

@@ -1,4 +1,4 @@
-# A process that sends what looks like an event of the kernel adds and removes nothing.
+# A process that sends forged uevents adds and removes no device.
 . /library.sh
 
 watch_bus
@@ -8,7 +8,7 @@ compare_streams
 (as_user nobody usb-uevents --forge remove "$path")
 usb-uevents --forge add 9-9
 usb-uevents --forge remove "$path"
-# What follows from the kernel comes after them.
+# The kernel's own uevents follow the forged ones.
 unplug "$path"
 compare_streams
 ! grep -q 0x9900000 */*.stream || fail "a forged device is reported"

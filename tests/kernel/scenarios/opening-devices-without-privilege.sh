@@ -1,4 +1,4 @@
-# An unprivileged user learns of every device whether it can be opened, and each that is reported as openable opens.
+# Every device is reported as openable or timed out to an unprivileged user, who can open all that are openable.
 # Also with udevd.
 . /library.sh
 

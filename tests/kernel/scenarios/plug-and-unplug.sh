@@ -1,4 +1,4 @@
-# Every device that comes or goes is reported exactly once, as often as the kernel announced it.
+# Each arrival and removal is reported exactly once, as often as the kernel announced it.
 # Also with udevd.
 . /library.sh
 

@@ -1,4 +1,4 @@
-# In a storm of devices of every kind each client's picture is what sysfs shows, after every tenth step.
+# In a storm of devices of every kind, each client's list is equal to sysfs after every tenth step.
 # Also with udevd.
 . /library.sh
 
@@ -53,7 +53,7 @@ step() {
   case $drawn in
     0 | 1 | 2 | 3 | 4) path=$(plug_any) && plugged="$plugged $path" ;;
     5 | 6 | 7) unplug_any ;;
-    8 | 9) # another device quickly takes its place
+    8 | 9) # replace it by another device immediately
       unplug_any
       path=$(plug_any) && plugged="$plugged $path"
       ;;

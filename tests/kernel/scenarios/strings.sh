@@ -1,8 +1,8 @@
-# A string that is stalled, missing or in another language changes that field only.
+# A string that is stalled, missing or in another language affects only that field.
 # Also with udevd.
 . /library.sh
 
-# expect USER FIELD VALUE: in the last arrival, and the same in what yusb says.
+# expect USER FIELD VALUE: checks the last arrival in each stream.
 expect() {
   for stream in watcher yusb; do
     grep arrival "$1/$stream.stream" | tail -n 1 | grep -qF "\"$2\":\"$3\"" ||
@@ -10,7 +10,7 @@ expect() {
   done
 }
 
-# try WHAT MANUFACTURER PRODUCT SERIAL OPTION...: what every user is to see.
+# try WHAT MANUFACTURER PRODUCT SERIAL OPTION...: attaches a device and checks the strings that every user receives.
 try() {
   what=$1 manufacturer=$2 product=$3 serial=$4
   shift 4
@@ -34,12 +34,12 @@ try "another language" M P S --language 0407
 long=$(printf %0126d 7)
 try "one as long as it may be" M "$long" S --product "$long"
 
-# Beyond ASCII: the low bytes of the UTF-16 units. The kernel's UTF-8 is compared with it.
+# Beyond ASCII: the low bytes of the UTF-16 code units, compared with the kernel's UTF-8.
 plug 1209:0001 --manufacturer "café" --product "中文" --serial "😁"
 compare_streams
 unplug "$path"
 
-# Without a table of languages the kernel has no string. Only who may open the device can ask it.
+# Without a language table the kernel has no strings. Only a user who may open the device can read them.
 plug 1209:0001 --manufacturer M --product P --serial S --stall l
 compare_streams
 expect root serial_number S

@@ -1,4 +1,4 @@
-# A device that is suspended is not reported as gone, and a client that starts does not resume it.
+# A suspended device is not reported as removed, and a client that starts does not resume it.
 . /library.sh
 
 plug 1209:0001 --manufacturer M --product P --serial SLEEPER

@@ -1,4 +1,4 @@
-# After the kernel had to drop events the picture is what sysfs shows again, and one line of the log says so.
+# After the kernel has dropped uevents, each client's list is equal to sysfs again, and one log line reports the loss.
 . /library.sh
 
 watch_bus
@@ -7,10 +7,10 @@ before=$path
 compare_streams
 watchers=$(pidof usb-watch yusb)
 kill -STOP $watchers
-# Every uevent that is asked for in sysfs is one of the kernel's. Root's queues take tens of thousands.
+# A uevent that is requested through sysfs is sent by the kernel. Root's receive buffers hold tens of thousands.
 flood() {
   usb-uevents --ask 10000 add
-  awk '$2 == 15 && $9 > 0 { dropping++ } END { exit dropping < 4 }' /proc/net/netlink # all four clients' queues
+  awk '$2 == 15 && $9 > 0 { dropping++ } END { exit dropping < 4 }' /proc/net/netlink # the buffers of all four clients
 }
 wait_until "the loss of events" flood
 unplug "$before"
@@ -23,7 +23,7 @@ kill -CONT $watchers
 compare_pictures
 for user in $users; do
   for log in watch yusb; do
-    [ "$(grep -c 'events were lost' $user/$log.log)" = 1 ] || fail "$user/$log.log does not tell of one loss: $(grep lost $user/$log.log)"
+    [ "$(grep -c 'events were lost' $user/$log.log)" = 1 ] || fail "$user/$log.log does not report exactly one loss: $(grep lost $user/$log.log)"
   done
 done
 unplug "$after"
