@@ -53,13 +53,16 @@ function(yorvan_debian_symbols package library first)
       set(name "${CMAKE_MATCH_1}")
       set(since "${CMAKE_MATCH_2}")
     endif()
+    string(REGEX MATCH "^[0-9]+[.][0-9]+" version ${since})
+    if(since VERSION_GREATER PROJECT_VERSION)
+      set(since ${PROJECT_VERSION})  # the next version, in packages that are made before its release
+    endif()
     if(CMAKE_SIZEOF_VOID_P EQUAL 8)
       string(REPLACE "size_t" "unsigned long" name "${name}")
     else()
       string(REPLACE "size_t" "unsigned int" name "${name}")
     endif()
     if(prefix)
-      string(REGEX MATCH "^[0-9]+[.][0-9]+" version ${since})
       string(APPEND text " ${name}@${prefix}_${version} ${since}\n")
       list(APPEND versions " ${prefix}_${version}@${prefix}_${version} ${since}\n")
     else()
@@ -94,6 +97,23 @@ yorvan_debian_package(tool yusb utils
   "list and watch the USB devices that are attached"
   "Shows the attached USB devices, and every device that is attached or detached,\nas aligned columns or as JSON for scripts, or waits for a chosen device."
   runtime core)
+yorvan_debian_package(python python3-yorvanusb python
+  "library that lists USB devices - Python 3 interface"
+  "Lists the attached USB devices and reports changes, to for loops and to\nasyncio. Includes a simulated bus for tests, and a pytest fixture that creates\none."
+  c)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3:any (>= 3.9)")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_PYTHON_DEBUGINFO_PACKAGE OFF)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_SOURCE_DIR}/cmake/debian/python/postinst ${PROJECT_SOURCE_DIR}/cmake/debian/python/prerm)
+set(python_dir ${CMAKE_INSTALL_PREFIX}/lib/python3/dist-packages)
+install(DIRECTORY bindings/python/yorvanusb DESTINATION ${python_dir} COMPONENT python
+  PATTERN __pycache__ EXCLUDE PATTERN .mypy_cache EXCLUDE)
+execute_process(COMMAND python3 -B -c "import backend, sys; backend.prepare_metadata_for_build_wheel(sys.argv[1])"
+    ${PROJECT_BINARY_DIR}/debian/python
+  WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}/bindings/python COMMAND_ERROR_IS_FATAL ANY)
+install(DIRECTORY ${PROJECT_BINARY_DIR}/debian/python/ DESTINATION ${python_dir} COMPONENT python)
 file(WRITE ${PROJECT_BINARY_DIR}/debian/libyorvancore2.symbols "")
 yorvan_debian_symbols(libyorvancore2 YorvanCore 5.0.0)
 # The bus library is in the same package as libYorvanUsb. Its exports may change with each version, so a package that

@@ -21,13 +21,25 @@ cmake --build examples
 ctest --test-dir examples --no-tests=error --output-on-failure
 echo "packages: the packaged examples build, and their tests pass"
 
+apt_get install ./python3-yorvanusb_*.deb python3-pytest
+cat >test_installed.py <<'TEXT'
+import yorvanusb
+
+
+def test_fixture(usb_bus):
+    usb_bus.plug('1-2', vendor=0x18D1, product=1)
+    assert yorvanusb.devices()[0].details().port_path == '1-2'
+TEXT
+python3 -m pytest -q -p no:cacheprovider test_installed.py
+echo "packages: Python finds its package, and pytest the fixture"
+
 apt_get install ./*-dbgsym_*.deb
 library=$(ls /usr/lib/*/libYorvanUsb.so.5)
 address=$(nm -DC "$library" | sed -n 's/ T yusb::global_initialize()$//p')
 addr2line -e "$library" "0x$address" | grep 'lifecycle\.cpp:[0-9]'
 echo "packages: the debug symbols match the libraries"
 
-apt_get purge 'libyorvan*' 'yusb*'
+apt_get purge 'libyorvan*' 'yusb*' python3-yorvanusb
 files >after
 diff before after
 echo "packages: removed without leftovers"

@@ -1,0 +1,14 @@
+"""The fixture usb_bus: a simulated bus for one test. pytest finds it where the package is installed."""
+from __future__ import annotations
+
+from typing import Iterator
+
+import pytest
+
+from .simulated import SimulatedBus
+
+
+@pytest.fixture
+def usb_bus() -> Iterator[SimulatedBus]:
+    with SimulatedBus() as bus:
+        yield bus

@@ -1,0 +1,134 @@
+"""A simulated bus, for tests without hardware."""
+from __future__ import annotations
+
+import ctypes
+from typing import Sequence
+
+from . import _c
+from .devices import Interface
+from .watching import close_all
+
+
+class SimulatedDevice:
+    """A device on a simulated bus. Its functions return when the device list and every watch know of the change."""
+
+    def __init__(self, bus: SimulatedBus, number: int) -> None:
+        self._bus = bus
+        self._number = number
+
+    def unplug(self) -> None:
+        """Detaches it. Raises DeviceGoneError if it is not attached."""
+        _c.check(_c.library().yusb_simulator_unplug(self._bus._pointer(), self._number))
+        self._bus.settle()
+
+    def allow_open(self) -> None:
+        """Lets it be opened from now on. Raises DeviceGoneError if it is not attached."""
+        _c.check(_c.library().yusb_simulator_open_node(self._bus._pointer(), self._number))
+
+
+class SimulatedBus:
+    """Replaces the host's bus while it exists. One at a time, and not while a watch is open.
+
+    close(), or the end of a `with` block, closes all watches and makes the host's bus the library's again.
+    """
+
+    def __init__(self) -> None:
+        self._simulator = ctypes.c_void_p()
+        self._started = False
+        library = _c.library()
+        if library.yusb_settle(0) in (_c.OK, _c.TIMED_OUT):
+            raise _c.make_error(_c.BUSY)  # what has started the library would stay on its bus
+        _c.check(library.yusb_simulator_create(self._simulator))
+        status = library.yusb_start()
+        if status != _c.OK:
+            library.yusb_simulator_free(self._simulator)
+            raise _c.make_error(status)
+        self._started = True
+
+    def plug(
+        self,
+        port_path: str,
+        *,
+        vendor: int,
+        product: int,
+        release: int = 0,
+        manufacturer: str | None = None,
+        product_name: str | None = None,
+        serial_number: str | None = None,
+        speed: float = 480,
+        usb_version: int = 0x0200,
+        class_code: int = 0,
+        subclass: int = 0,
+        protocol: int = 0,
+        max_power: int = 500,
+        interfaces: Sequence[Interface] = (),
+        openable_after: float | None = 0,
+    ) -> SimulatedDevice:
+        """Attaches a device; the library lists it unless `vendor` or `product` is 0.
+
+        It can be opened `openable_after` seconds later, or, if that is None, when allow_open() is called. Returns
+        when the device list and every watch know of it.
+        """
+        made = (_c.Interface * len(interfaces))()
+        for structure, each in zip(made, interfaces):
+            structure.size = ctypes.sizeof(_c.Interface)
+            structure.number = each.number
+            structure.class_code = each.class_code
+            structure.subclass = each.subclass
+            structure.protocol = each.protocol
+            structure.name = _c.optional_bytes(each.name)
+            structure.driver = _c.optional_bytes(each.driver)
+        device = _c.SimulatedDevice(
+            size=ctypes.sizeof(_c.SimulatedDevice),
+            vendor=vendor,
+            product=product,
+            release=release,
+            port_path=_c.optional_bytes(port_path),
+            manufacturer=_c.optional_bytes(manufacturer),
+            product_name=_c.optional_bytes(product_name),
+            serial_number=_c.optional_bytes(serial_number),
+            speed=speed,
+            usb_version=usb_version,
+            class_code=class_code,
+            subclass=subclass,
+            protocol=protocol,
+            max_power=max_power,
+            interface_count=len(made),
+            interfaces=made,
+            openable_after=_c.milliseconds(openable_after),
+        )
+        number = ctypes.c_int()
+        _c.check(_c.library().yusb_simulator_plug(self._pointer(), device, number))
+        self.settle()
+        return SimulatedDevice(self, number.value)
+
+    def settle(self, timeout: float = 30) -> None:
+        """Waits until the device list and every watch know of all changes."""
+        _c.check(_c.library().yusb_settle(_c.milliseconds(timeout)))
+
+    def close(self) -> None:
+        """Closes all watches, and makes the host's bus the library's again. A second call does nothing.
+
+        Raises BusyError while another thread or task has not left a watch; then call it again.
+        """
+        if not self._simulator:
+            return
+        close_all()
+        library = _c.library()
+        if self._started:
+            _c.check(library.yusb_stop())
+            self._started = False
+        _c.check(library.yusb_simulator_free(self._simulator))
+        self._simulator = ctypes.c_void_p()
+
+    def _pointer(self) -> ctypes.c_void_p:
+        if not self._simulator:
+            raise ValueError('the simulated bus is closed')
+        return self._simulator
+
+    def __enter__(self) -> SimulatedBus:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.close()
+
