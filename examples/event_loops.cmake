@@ -1,5 +1,5 @@
-# Adds a target for each example of an event loop that can be built here, and names it in EVENT_LOOPS. A message names
-# the others with what they need, and so does EVENT_LOOPS_NOT_BUILT.
+# Adds a target for each example of an event loop that can be built, and lists it in EVENT_LOOPS. EVENT_LOOPS_NOT_BUILT
+# and a message list the other examples and what they need.
 include(CheckCXXSourceCompiles)
 include(CheckIncludeFileCXX)
 
@@ -27,7 +27,7 @@ endif()
 event_loop(loop_glib YUSB_GLIB_FOUND "libglib2.0-dev" PkgConfig::YUSB_GLIB)
 
 set(CMAKE_REQUIRED_FLAGS ${CMAKE_CXX20_STANDARD_COMPILE_OPTION})
-# Asio declares this only where it sees that the compiler and its library have coroutines.
+# Asio declares awaitable only if the compiler and its library have coroutines.
 check_cxx_source_compiles("#include <asio.hpp>\nasio::awaitable<void> nothing() { co_return; }\nint main() {}" YUSB_ASIO)
 unset(CMAKE_REQUIRED_FLAGS)
 event_loop(loop_asio YUSB_ASIO "libasio-dev and C++20 coroutines")

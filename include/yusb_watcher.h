@@ -27,10 +27,10 @@
 // One location has at most one device. If the list briefly holds several records for a location (a fast
 // replug), the first is the device; when it leaves the list, its removal is reported, and then the arrival of
 // the next. Records without numbers (YUsbInfoDevice::empty) or without a location are never reported, nor are
-// removals that removed nothing from the list. Two kinds of calls by a host cannot be followed:
-// yusb::common_device_remove with an empty record is taken for a removal of nothing; if its record has the
-// location of one listed device and the instance path of another, the watcher assumes that the removed record
-// is the one with both, or else the first with either.
+// removals that removed nothing from the list. A watcher cannot follow two calls of a host. It takes
+// yusb::common_device_remove with an empty record for a removal of nothing. If the record has the location of
+// one listed device and the instance path of another, it assumes that the removed record is the one with
+// both, or else the first with either.
 //
 // Life cycle. Construct a watcher after yusb::global_initialize; stop or destroy it before
 // yusb::global_release: to use it later is undefined. There may be any number of watchers. They can be moved,

@@ -1,4 +1,4 @@
-// The structures of the C interface and what the library has instead.
+// Converts between the structures of the C interface and those of the library.
 #ifndef YUSB_BINDINGS_C_CONVERT_H_
 #define YUSB_BINDINGS_C_CONVERT_H_
 
@@ -14,14 +14,14 @@
 
 namespace yusb::c {
 
-// The bytes of a record as UTF-8. Each is the Latin-1 character with that number; a zero becomes U+FFFD.
+// Converts a string of a record from Latin-1 to UTF-8; a zero byte becomes U+FFFD.
 std::string utf8_of(std::string_view bytes);
 
-// What a record holds of a text: the low byte of each UTF-16 unit. Empty if the text is not UTF-8. Null is an
-// empty text.
+// Converts a UTF-8 string to that of a record: the low byte of each UTF-16 code unit. Empty if it is not
+// UTF-8. Null is an empty string.
 std::optional<YString> record_text(const char* utf8);
 
-// Copies a caller's structure, of any version, which begins with its size.
+// Copies a caller's structure of any version; it begins with its size.
 template <typename Structure>
 yusb_status read_structure(const Structure* given, Structure* copy) {
   if (given->size < sizeof given->size) return YUSB_INVALID_ARGUMENT;
@@ -34,7 +34,7 @@ yusb_status read_structure(const Structure* given, Structure* copy) {
   return YUSB_OK;
 }
 
-// Copies a caller's array of structures, all of the size that the first has.
+// Copies a caller's array of structures, which all have the size of the first.
 template <typename Structure>
 yusb_status read_structures(const Structure* given, std::size_t count, std::vector<Structure>* copies) {
   if (given == nullptr && count != 0) return YUSB_INVALID_ARGUMENT;
@@ -49,7 +49,7 @@ yusb_status read_structures(const Structure* given, std::size_t count, std::vect
   return YUSB_OK;
 }
 
-// A record for the caller.
+// A caller's copy of a record.
 class device_copy : public yusb_device {
  public:
   explicit device_copy(const YUsbInfoDevice& record);
@@ -71,7 +71,7 @@ class device_list_copy : public yusb_device_list {
   std::vector<const yusb_device*> _pointers;
 };
 
-// The record that a caller's device is a copy of. Throws std::bad_alloc.
+// Returns the record of a caller's device. Throws std::bad_alloc.
 yusb_status read_device(const yusb_device* device, YUsbInfoDevice* record);
 
 }  // namespace yusb::c

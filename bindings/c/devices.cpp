@@ -1,4 +1,4 @@
-// The list, and what a device is.
+// The device list, and the details of a device.
 #include <memory>
 
 #include <yusb.h>

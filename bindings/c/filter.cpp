@@ -43,7 +43,7 @@ yusb_status make_one(const yusb_filter& given, device_filter* made) {
   if (given.serial_number != nullptr) require(with_serial_number(*serial_number));
   if (given.location != nullptr) require(with_location(*location));
 
-  // These read the bus, so they come last.
+  // Last, because these read the bus.
   if (given.port_path != nullptr) require(with_port(given.port_path));
   if (given.name != nullptr) require(with_name(given.name));
   if (has(YUSB_MATCH_CLASS)) require(with_class(given.class_code));

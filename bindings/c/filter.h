@@ -8,8 +8,8 @@
 
 namespace yusb::c {
 
-// Makes a filter that keeps what one of `count` filters of a caller lets pass; without any it is empty.
-// Throws std::bad_alloc.
+// Returns a filter that keeps devices that pass one of a caller's `count` filters; an empty one if `count` is
+// 0. Throws std::bad_alloc.
 yusb_status make_filter(const yusb_filter* filters, std::size_t count, device_filter* made);
 
 }  // namespace yusb::c

@@ -23,7 +23,7 @@ std::atomic<bool> _forked{false};
     pthread_atfork(nullptr, nullptr, [] { _forked = _forked || _in_use != 0; });
 
 struct locked {
-  const in_use call;  // before the lock is taken, and until it is not held any more
+  const in_use call;  // exists before the lock is taken and until it is released
   const std::lock_guard<std::mutex> lock{_mutex};
 };
 
@@ -59,7 +59,7 @@ bool is_forked() noexcept { return _forked; }
 
 yusb_status may_wait() noexcept {
   if (_forked) return YUSB_FORKED;
-  // Without a visitor it does nothing but tell whether it is refused.
+  // Without a visitor this call does nothing; its result says whether it was refused.
   return airpods_traverse(nullptr, {}) ? YUSB_OK : YUSB_REFUSED;
 }
 

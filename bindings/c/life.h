@@ -1,4 +1,4 @@
-// Who uses the library through the C interface, and what every function does first.
+// Counts the users of the library through the C interface, and tests what every function tests first.
 #ifndef YUSB_BINDINGS_C_LIFE_H_
 #define YUSB_BINDINGS_C_LIFE_H_
 
@@ -13,7 +13,7 @@
 
 namespace yusb::c {
 
-// What a fork must not interrupt: its child cannot use the library. A user of the library, a call, a
+// Exists while a fork would leave the child unable to use the library: one per user of the library, call and
 // simulator.
 class in_use {
  public:
@@ -23,13 +23,13 @@ class in_use {
   in_use& operator=(const in_use&) = delete;
 };
 
-// True in a child that was forked while there was an in_use: locks may be held for good there.
+// True in a child that was forked while an in_use existed: there, locks may be held forever.
 bool is_forked() noexcept;
 
 // YUSB_FORKED, YUSB_REFUSED under the library's locks, or YUSB_OK.
 yusb_status may_wait() noexcept;
 
-// One user of the library that is started already, for as long as the object lives.
+// Counts as one user of the started library while it exists.
 class use {
  public:
   use() noexcept;
@@ -37,7 +37,7 @@ class use {
   use(const use&) = delete;
   use& operator=(const use&) = delete;
 
-  // YUSB_OK if this is one; else that of may_wait, or YUSB_NOT_STARTED.
+  // YUSB_OK if it counts; otherwise the status of may_wait, or YUSB_NOT_STARTED.
   yusb_status status() const noexcept { return _status; }
 
  private:
@@ -53,7 +53,7 @@ inline std::chrono::milliseconds limit_of(std::int64_t milliseconds) {
   return milliseconds < 0 ? year : std::min(std::chrono::milliseconds(milliseconds), year);
 }
 
-// Returns what `function` returns, or the status of what it throws.
+// Returns the result of `function`, or the status for the exception that it throws.
 template <typename Function>
 yusb_status without_exceptions(Function function) {
   const in_use call;

@@ -22,12 +22,12 @@ struct line_copy : yusb_log_line {
 struct kept_lines {
   std::mutex mutex;
   std::condition_variable changed;
-  std::deque<line_copy> lines;  // this and what follows: under mutex
+  std::deque<line_copy> lines;  // under mutex, as all members below
   std::size_t capacity = 0;
   std::size_t dropped = 0;  // after the last of `lines`
 };
 
-// Never destroyed: the library may log until the process ends.
+// Never destroyed, because the library may log until the process ends.
 kept_lines& kept() {
   static auto& lines = *new kept_lines;
   return lines;

@@ -1,4 +1,4 @@
-// Where there is no simulated bus.
+// The simulator functions on platforms without a simulated bus.
 #include <yusb_c_simulator.h>
 
 yusb_status yusb_simulator_create(yusb_simulator** simulator) {

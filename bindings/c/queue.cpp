@@ -14,10 +14,10 @@ struct yusb_queue {
   yusb_queue(yusb::device_filter filter, std::size_t capacity, yusb::watch_end end)
       : events(std::move(filter), capacity, end) {}
 
-  const use used;  // outlives the rest
+  const use used;  // destroyed after the other members
   yusb::watch_queue events;
   std::mutex mutex;
-  std::list<yusb::watch_event> returned;  // under mutex: taken, but there was no memory for their copies
+  std::list<yusb::watch_event> returned;  // under mutex; taken events whose copies could not be allocated
 };
 
 namespace {

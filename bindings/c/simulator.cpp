@@ -61,7 +61,7 @@ yusb_status read_simulated(const yusb_simulated_device* device, yusb::simulated_
   return YUSB_OK;
 }
 
-// Does what `function` does to a simulator.
+// Calls `function` with a simulator and returns its status.
 template <typename Function>
 yusb_status on(yusb_simulator* simulator, Function function) {
   if (simulator == nullptr) return YUSB_INVALID_ARGUMENT;

@@ -1,4 +1,4 @@
-// libYorvanUsbC: the library for C, and for every language that can call C. C11. Link YorvanUsb::C, or
+// libYorvanUsbC: the library for C, and for languages that can call C. It needs C11. Link YorvanUsb::C, or
 // YorvanUsbC for pkg-config.
 //
 //   yusb_start();
@@ -12,37 +12,36 @@
 //   yusb_queue_free(queue);
 //   yusb_stop();
 //
-// Status. Every function but yusb_status_text returns a yusb_status. The comment of each names those that it
-// returns, besides YUSB_INVALID_ARGUMENT for a null pointer and YUSB_FORKED. If the status is not YUSB_OK,
-// output arguments are set to null or 0. No function calls back into the program.
+// Status. Every function except yusb_status_text returns a yusb_status. Its comment names the statuses that
+// it returns, except YUSB_OK, YUSB_INVALID_ARGUMENT for a null pointer, and YUSB_FORKED. If the status is not
+// YUSB_OK, output arguments are set to null or 0. No function calls back into the program.
 //
-// Memory. What a function hands out is freed by the function that its comment names, which ignores null.
-// Strings are UTF-8, ended by a zero, never null in what the library hands out, and valid until the structure
-// that they are in is freed.
+// Memory. The caller frees what a function returns, with the function that the comment names; that function
+// ignores null. Strings are UTF-8 with a terminating zero. Strings from the library are never null, and valid
+// until their structure is freed.
 //
-// Sizes. Each structure begins with its size. The caller sets it in the structures that the caller makes, and
-// sets members that it does not use to 0: `yusb_filter phones = {.size = sizeof phones, .tags =
-// YUSB_ANDROID};`. Members that later versions add are taken as 0 from callers that do not have them; members
-// that the library does not have must be 0 (YUSB_UNSUPPORTED). In a structure that the library hands out,
-// `size` says what it has: test YUSB_HAS before reading a member that a later version than 5.1.0 added.
-// Arrays that the library hands out are arrays of pointers; arrays that the caller makes are of structures of
-// one size.
+// Sizes. Each structure begins with its size. In a structure of its own, the caller sets the size, and sets
+// unused members to 0: `yusb_filter phones = {.size = sizeof phones, .tags = YUSB_ANDROID};`. If a later
+// version of the library adds members, they are 0 for callers that do not have them. Members that the library
+// does not have must be 0 (YUSB_UNSUPPORTED). In a structure from the library, `size` says which members it
+// has: test YUSB_HAS before you read a member that was added after version 5.1.0. Arrays from the library are
+// arrays of pointers; arrays of the caller are arrays of structures of one size.
 //
-// Threads. Every function may be called on any thread, except that an object must not be freed while another
-// thread uses it. A function that waits for the library is refused in what runs under the library's locks,
-// which are handlers and watchers of C++ code in the same process (YUSB_REFUSED).
+// Threads. Every function may be called on any thread, but an object must not be freed while another thread
+// uses it. A function that waits for the library is refused (YUSB_REFUSED) under the library's locks, that
+// is, in handlers and watchers of C++ code in the same process.
 //
-// Forks. In a child that was forked (without exec) while the library was started here, a simulator existed or
-// a call was under way, every function but those that free structures returns YUSB_FORKED at once. If only
-// C++ code used the library, its child must not call it at all.
+// Forks. This is about children that were forked without exec while the library was started, a simulator
+// existed or a call was running. In such a child every function returns YUSB_FORKED immediately, except those
+// that free structures. If only C++ code used the library, the child must not call it at all.
 //
-// Out of memory. Functions return YUSB_OUT_OF_MEMORY. The process terminates instead when an allocation fails
-// while an event is recorded, while the device list is copied (yusb_devices, yusb_queue_open, the first
-// yusb_start in a process whose C++ code has started the library) or when tables are made (the first device
-// that is handed out).
+// Out of memory. Functions return YUSB_OUT_OF_MEMORY. But a failed allocation terminates the process while an
+// event is stored, while the device list is copied (in yusb_devices, in yusb_queue_open, and in the first
+// yusb_start of a process whose C++ code has started the library), and while tables are built (for the first
+// device that is returned).
 //
-// Time limits are in milliseconds: 0 does not wait, a negative limit waits as long as it takes. Signals do
-// not interrupt a wait; to be interrupted, wait for yusb_queue_descriptor.
+// Time limits are in milliseconds: 0 does not wait, a negative limit waits forever. Signals do not interrupt
+// a wait; for interruptible waits use yusb_queue_descriptor.
 #ifndef YUSB_C_H_
 #define YUSB_C_H_
 
@@ -56,7 +55,7 @@
 #define YUSB_C_EXPORT
 #endif
 
-// Whether a structure that the library handed out has a member: YUSB_HAS(yusb_device, tags, device).
+// True if a structure from the library has a member: YUSB_HAS(yusb_device, tags, device).
 #define YUSB_HAS(type, member, pointer) \
   ((pointer)->size >= offsetof(type, member) + sizeof((pointer)->member))
 
@@ -69,34 +68,35 @@ typedef enum yusb_status {
   YUSB_TIMED_OUT = 1,         // the time limit has passed
   YUSB_CLOSED = 2,            // the queue is closed, and nothing is left in it
   YUSB_GONE = 3,              // the device is not attached
-  YUSB_INVALID_ARGUMENT = 4,  // a pointer is null, a size is not set, a text is not UTF-8, or as documented
+  YUSB_INVALID_ARGUMENT = 4,  // null pointer, size not set, string not UTF-8, or as documented
   YUSB_NOT_STARTED = 5,       // the library is not started
   YUSB_OUT_OF_MEMORY = 6,
   YUSB_NO_DESCRIPTOR = 7,  // the process or the system has no file descriptor left
   YUSB_REFUSED = 8,        // called under the library's locks
   YUSB_FORKED = 9,         // called in a forked child of the process that started the library
-  YUSB_BUSY = 10,          // what must end first is still in use
+  YUSB_BUSY = 10,          // another object must be freed, or the library stopped, first
   YUSB_UNSUPPORTED = 11,   // not on this platform, or not in this version of the library
 } yusb_status;
 
-// What a status means, in English: a string that is always valid. From anywhere.
+// Returns the meaning of a status, in English: a string that is always valid. May be called everywhere.
 YUSB_C_EXPORT const char* yusb_status_text(yusb_status status);
 
 // ---- Start and stop ----
 
-// Starts the library, or counts one more user of it. Devices that are attached already are listed shortly
-// afterwards: see yusb_settle. In a process whose C++ code has called yusb::global_initialize, the library is
-// used as it runs; that code must not call yusb::global_release before the last yusb_stop. In other cases C++
-// code must call neither.
+// Starts the library, or counts one more user of it. Devices that are already attached are listed shortly
+// afterwards: see yusb_settle. If C++ code in the process has called yusb::global_initialize, this uses the
+// running library, and that code must not call yusb::global_release before the last yusb_stop. Otherwise C++
+// code must call neither function.
 // YUSB_OUT_OF_MEMORY, YUSB_REFUSED.
 YUSB_C_EXPORT yusb_status yusb_start(void);
 
-// Undoes one yusb_start. The last one stops the library, unless C++ code has started it; so does freeing the
-// last queue if that comes later. Blocks for about a millisecond, longer while a device is being read.
+// Undoes one yusb_start. The library stops after the last yusb_stop, as soon as the last queue is freed too,
+// unless C++ code has started it. This blocks for about a millisecond, or longer while a device is being
+// read.
 // YUSB_NOT_STARTED, YUSB_REFUSED.
 YUSB_C_EXPORT yusb_status yusb_stop(void);
 
-// Waits until everything that the bus has reported is listed: after yusb_start, every attached device.
+// Waits until every change that the bus has reported is listed: after yusb_start, every attached device.
 // YUSB_TIMED_OUT, YUSB_NOT_STARTED, YUSB_REFUSED.
 YUSB_C_EXPORT yusb_status yusb_settle(int64_t limit);
 
@@ -112,7 +112,7 @@ enum {
   YUSB_ANDROID = 1 << 2,
 };
 
-// A record: one attachment of a device. A copy may be passed to functions as long as its strings live.
+// A record of one attached device. A copy may be passed to functions while its strings are valid.
 typedef struct yusb_device {
   size_t size;
   uint16_t vendor;   // idVendor
@@ -120,8 +120,8 @@ typedef struct yusb_device {
   uint16_t release;  // bcdDevice
   uint32_t tags;     // a set of YUSB_APPLE, YUSB_AIRPODS, YUSB_ANDROID
 
-  // A record holds the low byte of each UTF-16 unit of a string descriptor: of "中" it holds "-".
-  // yusb_device_details has the whole strings.
+  // A record holds the low byte of each UTF-16 code unit of a string descriptor: "-" for "中".
+  // yusb_device_details returns the complete strings.
   const char* location;  // the 32-bit location ID as "0x1A200000", unique among attached devices
   const char* manufacturer;
   const char* product_name;
@@ -142,21 +142,22 @@ YUSB_C_EXPORT yusb_status yusb_device_list_free(yusb_device_list* list);
 
 // ---- Events ----
 
-// Bits of yusb_filter.fields: which of its numbers are compared.
+// Bits of yusb_filter.fields: the numbers that are compared.
 enum {
   YUSB_MATCH_VENDOR = 1 << 0,
   YUSB_MATCH_PRODUCT = 1 << 1,
   YUSB_MATCH_CLASS = 1 << 2,
   YUSB_MATCH_INTERFACE_CLASS = 1 << 3,
-  YUSB_MATCH_INTERFACE_SUBCLASS = 1 << 4,  // with the bits above and below it, of one and the same interface
+  YUSB_MATCH_INTERFACE_SUBCLASS = 1 << 4,  // the three must match one interface
   YUSB_MATCH_INTERFACE_PROTOCOL = 1 << 5,
 };
 
-// A device passes if it agrees with everything that is set. Numbers are set by their bit in `fields`, the
-// other members by not being null or 0.
+// A filter. A device passes if it matches all criteria that are set. The numbers are set by their bits in
+// `fields`, other members if they are not null or 0.
 //
-// From `modes` on, and the classes, are read from the bus for each device (see yusb_device_details), only if
-// the device agrees with the rest. A device that is gone by then does not agree.
+// To compare `modes`, `port_path`, `name` and the classes, the device's details are read from the bus (see
+// yusb_device_details), but only if the device matches the other criteria. A device that is gone by then does
+// not match.
 typedef struct yusb_filter {
   size_t size;
   uint32_t fields;     // a set of YUSB_MATCH_...
@@ -167,7 +168,7 @@ typedef struct yusb_filter {
   uint8_t interface_class;
   uint8_t interface_subclass;
   uint8_t interface_protocol;
-  bool except;                // a device passes if it does not agree
+  bool except;                // inverts the filter
   const char* serial_number;  // the whole string
   const char* location;       // as in yusb_device
   uint64_t modes;             // the device is in all of these modes: a set of 1 << YUSB_MODE_...
@@ -177,28 +178,28 @@ typedef struct yusb_filter {
 
 typedef struct yusb_queue_options {
   size_t size;
-  const yusb_filter* filters;  // a device passes if one of them lets it pass; null lets every device pass
+  const yusb_filter* filters;  // a device must pass one of them; null: every device passes
   size_t filter_count;
-  size_t capacity;         // events that it holds; 0: 1024
-  bool removals_at_close;  // closing it adds a removal for each device that is attached then
+  size_t capacity;         // in events; 0 stands for 1024
+  bool removals_at_close;  // when it is closed, it adds a removal for each attached device
 } yusb_queue_options;
 
-// Keeps events until they are taken, without delaying the library or another queue.
+// Stores events until they are taken. A slow client delays neither the library nor other queues.
 typedef struct yusb_queue yusb_queue;
 
 typedef enum yusb_event_kind {
   YUSB_ARRIVAL = 0,  // `device` was attached
   YUSB_REMOVAL = 1,  // `device` was detached
-  YUSB_RESYNC = 2,   // the queue was full, and its events were dropped; `devices` is what is attached now
+  YUSB_RESYNC = 2,   // the queue overflowed; `devices` are those attached now
 } yusb_event_kind;
 
-// Arrivals and removals of a device strictly alternate, an arrival first. After a resync, events are changes
-// of its `devices`.
+// An event. Arrivals and removals of a device strictly alternate, an arrival first. The events after a resync
+// are changes of its `devices`.
 typedef struct yusb_event {
   size_t size;
   yusb_event_kind kind;
   const yusb_device* device;        // null in a resync
-  const yusb_device_list* devices;  // null but in a resync
+  const yusb_device_list* devices;  // null except in a resync
 } yusb_event;
 
 // Opens a queue; free it with yusb_queue_free. Arrivals of the listed devices are in it when this returns. It
@@ -206,22 +207,22 @@ typedef struct yusb_event {
 // YUSB_NOT_STARTED, YUSB_OUT_OF_MEMORY, YUSB_REFUSED, YUSB_UNSUPPORTED.
 YUSB_C_EXPORT yusb_status yusb_queue_open(const yusb_queue_options* options, yusb_queue** queue);
 
-// Takes the next event, and waits for one within the limit; free it with yusb_event_free. Several threads may
-// call it at once: each event goes to one of them.
-// YUSB_TIMED_OUT, YUSB_CLOSED, YUSB_OUT_OF_MEMORY: the next call returns the event, which the descriptor may
-// not show.
+// Takes the next event, for which it waits until the limit has passed; free it with yusb_event_free. Several
+// threads may call it at the same time: each event goes to one of them.
+// YUSB_TIMED_OUT, YUSB_CLOSED, YUSB_OUT_OF_MEMORY: the next call returns the event, even if the descriptor is
+// not readable.
 YUSB_C_EXPORT yusb_status yusb_queue_next(yusb_queue* queue, int64_t limit, yusb_event** event);
 
 YUSB_C_EXPORT yusb_status yusb_event_free(yusb_event* event);
 
-// Stores a descriptor for an event loop: readable while the queue has an event, and for good once the queue
-// is closed. It is the same at each call, and the queue closes it when it is freed: do not read, write or
-// close it, and take it out of the loop before that. YUSB_NO_DESCRIPTOR: the queue goes on, and a later call
-// tries again.
+// Stores a file descriptor for an event loop. It is readable while the queue has an event, and permanently
+// after the queue is closed. Every call returns the same descriptor, and freeing the queue closes it. Remove
+// it from the loop before that, and do not read, write or close it.
+// YUSB_NO_DESCRIPTOR: the queue keeps working, and a later call tries again.
 YUSB_C_EXPORT yusb_status yusb_queue_descriptor(yusb_queue* queue, int* descriptor);
 
-// Stops recording, and wakes the threads that wait in yusb_queue_next. What is queued can still be taken. A
-// second call does nothing.
+// Stops watching, and wakes the threads that wait in yusb_queue_next. Events in the queue can still be taken.
+// A second call does nothing.
 // YUSB_REFUSED.
 YUSB_C_EXPORT yusb_status yusb_queue_close(yusb_queue* queue);
 
@@ -229,9 +230,9 @@ YUSB_C_EXPORT yusb_status yusb_queue_close(yusb_queue* queue);
 // YUSB_REFUSED: the queue is not freed.
 YUSB_C_EXPORT yusb_status yusb_queue_free(yusb_queue* queue);
 
-// ---- What a device is ----
+// ---- Device details ----
 
-// What a device is doing, by published identifiers.
+// The functions that a device offers, by published identifiers.
 typedef enum yusb_mode {
   YUSB_MODE_ADB = 0,       // Android Debug Bridge
   YUSB_MODE_FASTBOOT = 1,  // Android's boot loader
@@ -265,51 +266,51 @@ typedef struct yusb_interface {
   uint8_t subclass;
   uint8_t protocol;
   const char* name;    // its string descriptor; "" if it has none
-  const char* driver;  // the kernel driver that is bound to it; "" if there is none, or none yet
+  const char* driver;  // the kernel driver that is bound to it; "" if none is bound (yet)
 } yusb_interface;
 
-// Numbers that the system does not know are 0, strings that it does not know are "".
+// The details of a device. Unknown numbers are 0, unknown strings are "".
 typedef struct yusb_details {
   size_t size;
   uint32_t bus;             // bus number
-  uint32_t address;         // on that bus; a device gets another one each time it is attached
+  uint32_t address;         // on that bus; a device gets a new address each time it is attached
   const char* port_path;    // "1-2.3": bus 1, port 2, and port 3 of the hub there; "usb1" is a root hub
-  const char* device_node;  // "/dev/bus/usb/001/005", whether it exists or not; "" off Linux
+  const char* device_node;  // "/dev/bus/usb/001/005", whether it exists or not; on Linux only
   double speed;             // of the link, in Mbit/s: 1.5, 12, 480, 5000, ...
   uint16_t usb_version;     // bcdUSB: 0x0210 is USB 2.1
-  uint8_t class_code;       // bDeviceClass; 0 leaves it to the interfaces
+  uint8_t class_code;       // bDeviceClass; 0: each interface has its own class
   uint8_t subclass;
   uint8_t protocol;
-  uint8_t configurations;        // how many the device has
+  uint8_t configurations;        // number of configurations
   uint8_t active_configuration;  // bConfigurationValue; 0 if it is not configured
   uint16_t max_power;            // of the active configuration, in mA
   size_t interface_count;
   const yusb_interface* const* interfaces;  // of the active configuration, in the device's order
   uint64_t modes;                           // a set of 1 << YUSB_MODE_...
 
-  const char* manufacturer;  // the whole strings
+  const char* manufacturer;  // complete
   const char* product_name;
   const char* serial_number;
 } yusb_details;
 
-// Reads the details of what is attached now at the device's location; free them with yusb_details_free. The
-// library need not be started. The device is neither opened nor asked.
-// YUSB_GONE if that is another device or none, or if the system cannot be asked; YUSB_OUT_OF_MEMORY,
-// YUSB_UNSUPPORTED.
+// Reads the details of a device that is attached; free them with yusb_details_free. The library need not be
+// started. The device is not accessed.
+// YUSB_GONE if another device or none is attached at the device's location, or if the system cannot be
+// queried; YUSB_OUT_OF_MEMORY, YUSB_UNSUPPORTED.
 YUSB_C_EXPORT yusb_status yusb_device_details(const yusb_device* device, yusb_details** details);
 
 YUSB_C_EXPORT yusb_status yusb_details_free(yusb_details* details);
 
 // Stores the name of a mode, "adb" or "mass-storage": a string that is always valid.
-// YUSB_UNSUPPORTED if the library knows no such mode.
+// YUSB_UNSUPPORTED if the library does not know the mode.
 YUSB_C_EXPORT yusb_status yusb_mode_name(yusb_mode mode, const char** name);
 
 // Stores the mode of that name.
-// YUSB_UNSUPPORTED if the library knows no such mode.
+// YUSB_UNSUPPORTED if the library does not know the mode.
 YUSB_C_EXPORT yusb_status yusb_parse_mode(const char* name, yusb_mode* mode);
 
-// Waits until this process may open the device. The library need not be started.
-// YUSB_OK if it may, YUSB_GONE, YUSB_TIMED_OUT, YUSB_OUT_OF_MEMORY, YUSB_REFUSED, YUSB_UNSUPPORTED.
+// Waits until this process has permission to open the device. The library need not be started.
+// YUSB_OK if it has, YUSB_GONE, YUSB_TIMED_OUT, YUSB_OUT_OF_MEMORY, YUSB_REFUSED, YUSB_UNSUPPORTED.
 YUSB_C_EXPORT yusb_status yusb_wait_openable(const yusb_device* device, int64_t limit);
 
 // ---- The log ----
@@ -328,19 +329,20 @@ typedef enum yusb_log_level {
 typedef struct yusb_log_line {
   size_t size;
   yusb_log_level level;
-  const char* text;  // without a line end
-  size_t dropped;    // lines that were dropped before this one, because too many were kept or memory ran out
+  const char* text;  // without a line feed
+  size_t dropped;  // lines that were dropped before this one, because too many were stored or memory ran out
 } yusb_log_line;
 
-// Drops lines below a level from now on.
+// Drops log lines below a level.
 YUSB_C_EXPORT yusb_status yusb_log_threshold(yusb_log_level level);
 
-// Keeps lines for yusb_log_next from now on, `capacity` at most, and then drops the oldest; with 0, drops
-// what is kept and writes lines to standard error. Replaces a sink that C++ code has set.
+// Starts storing lines for yusb_log_next. It stores at most `capacity` lines and then drops the oldest; 0
+// drops the stored lines and sends the log to standard error again. Replaces a sink that C++ code has set.
 YUSB_C_EXPORT yusb_status yusb_log_keep(size_t capacity);
 
-// Takes the oldest line that is kept, and waits for one within the limit; free it with yusb_log_line_free.
-// YUSB_TIMED_OUT, YUSB_OUT_OF_MEMORY: then the line stays.
+// Takes the oldest stored line, for which it waits until the limit has passed; free it with
+// yusb_log_line_free.
+// YUSB_TIMED_OUT, YUSB_OUT_OF_MEMORY: the line stays stored.
 YUSB_C_EXPORT yusb_status yusb_log_next(int64_t limit, yusb_log_line** line);
 
 YUSB_C_EXPORT yusb_status yusb_log_line_free(yusb_log_line* line);
