@@ -1,12 +1,12 @@
-// What a compiled client relies on and the description of the libraries' binary interface cannot show.
+// Properties that compiled clients rely on and the description of the binary interface does not contain.
 #include <gtest/gtest.h>
 #include <yusb.h>
 
 #include <cstdint>
 #include <cstring>
 
-// By a pointer to member as the Itanium C++ ABI has it: the place in the table, in bytes, and 1 in the word
-// that the processor has for it, the first or the second.
+// From a pointer to member in the Itanium C++ ABI: the offset in the virtual table, in bytes, and a 1 that
+// marks a virtual function, in the first or the second word depending on the processor.
 TEST(Abi, AClientsHandlerStandsFirstInItsTable) {
   const auto handler = &yusb_device_event_interface::on_device_event;
   std::uintptr_t words[2];

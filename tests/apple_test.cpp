@@ -1,4 +1,5 @@
-// Apple's names on a host without them: no kinder than the original, so that a mistake shows here first.
+// The substitutes for Apple's names: no more forgiving than the originals, so that a mistake shows here
+// first.
 #include <CoreFoundation/CoreFoundation.h>
 #include <IOKit/IOKitLib.h>
 #include <IOKit/usb/IOUSBLib.h>
@@ -25,7 +26,7 @@ TEST(Apple, ANotificationIsArmedOnceByReadingItsIteratorToTheEnd) {
     };
     const auto calls_after_another_device = [&] {
       bus.plug(make_device(1, 1, 1));
-      CFRunLoopStop(loop);  // too early: it is lost
+      CFRunLoopStop(loop);  // too early, so it is lost
       std::thread stopping([&] {
         EXPECT_TRUE(bus.settle());
         CFRunLoopStop(loop);

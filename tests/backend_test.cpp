@@ -1,4 +1,4 @@
-// The backend on a simulated bus: what a device's answers become, and what the handlers do with faults.
+// The backend on a simulated bus: how it reads devices, and how its handlers treat faults.
 #include <csignal>
 
 #include "support.h"
@@ -7,7 +7,7 @@ using namespace yusb;
 
 struct Backend : Library {};
 
-// What is listed, every field of it.
+// The device list, with every field.
 std::string listed_records() {
   std::string text;
   device_traverse(nullptr, [&](const YUsbInfoDevice& record) { return text += to_string(record), true; });
@@ -22,7 +22,7 @@ TEST_F(Backend, FillsARecordFromADevice) {
   const int id = bus.plug(device);
   settle();
   EXPECT_EQ(listed_records(), "05ac:1393 0216 0xFD130000 0xFD130000 Appl\xE9, Inc.  \x2D\xAC");
-  std::string requests;  // none for the product, which has no string
+  std::string requests;  // no request for the product, which has no string
   for (const simulated_request& each : bus.requests(id)) {
     requests += YString::format("%02x %u %04x %04x %u; ", each.request_type, each.request, each.value,
                                 each.index, each.length)
@@ -46,7 +46,7 @@ TEST_F(Backend, TakesTheLowBytesOfAStringReply) {
       {0, {4, 3}, ""},
       {0, {4, 3, 'a'}, "a"},
       {0, {4, 3, 'a', 0, 'b'}, "ab"},
-      {0, {0, 0, 'a', 0, 0x2D, 0x4E, 0xE9, 0, 0x3D, 0xD8}, "a\x2D\xE9\x3D"},  // no look at the header
+      {0, {0, 0, 'a', 0, 0x2D, 0x4E, 0xE9, 0, 0x3D, 0xD8}, "a\x2D\xE9\x3D"},  // the header is ignored
       {0, {4, 3, 'a', 0, 0, 1, 'b', 0}, "a"},
       {0, {4, 3, ' ', 0, '\n', 0, 'b', 0, ' ', 0}, " \nb "},
       {0, bytes(255, 'x'), std::string(127, 'x')},
@@ -71,7 +71,7 @@ TEST_F(Backend, LeavesOutDevicesThatCannotBeRead) {
     return faulty.emplace_back(make_device(1, 2, static_cast<std::uint32_t>(0x10 * (faulty.size() + 1))));
   };
   add_faulty().plugin_status = static_cast<std::int32_t>(0xE00002BE);
-  add_faulty().plugin_missing = true;  // is not taken for the device before it
+  add_faulty().plugin_missing = true;  // must not be taken for the previous device
   add_faulty().interface_status = static_cast<std::int32_t>(0x80000004);
   add_faulty().interface_missing = true;
   add_faulty().failing = {simulated_number::vendor};
@@ -84,9 +84,9 @@ TEST_F(Backend, LeavesOutDevicesThatCannotBeRead) {
   std::vector<int> ids;
   for (const simulated_device& each : faulty) {
     ids.push_back(bus.plug(each));
-    bus.plug(make_device(1, 1, each.location / 0x10));  // a sound one after each
+    bus.plug(make_device(1, 1, each.location / 0x10));  // followed by a device without faults
   }
-  global_initialize();  // all of them are in one iterator
+  global_initialize();  // one iterator has all of them
   settle();
   EXPECT_EQ(listed(), "0x1 0x2 0x3 0x4 0x5 0x6 0x0 0x7 0x80 0x8");
   EXPECT_EQ(
@@ -100,12 +100,12 @@ TEST_F(Backend, LeavesOutDevicesThatCannotBeRead) {
   client.take();
   for (const int id : ids) bus.unplug(id);
   settle();
-  // One removal a device, unknown ones empty, but none where the location is not known.
+  // One removal per device, with an empty record if it was not listed; none if the location is not known.
   EXPECT_EQ(client.take(), "-(empty) -(empty) -(empty) -(empty) -(empty) -(empty) -(empty)");
   EXPECT_EQ(listed(), "0x1 0x2 0x3 0x4 0x5 0x6 0x0 0x7 0x80 0x8");
 }
 
-// ---- Devices that come, go and answer at the worst moment ----
+// ---- Devices that are attached and detached, or answer, at the worst moment ----
 
 struct BackendRace : Library {
   void SetUp() override {
@@ -117,7 +117,7 @@ struct BackendRace : Library {
     listen();
   }
 
-  // Attaches a device; one with a delay is asked for its manufacturer when this returns.
+  // Attaches a device. If it has a delay, the request for its manufacturer has begun when this returns.
   int plug(std::uint32_t location, const char* serial, int delay = 0, std::int32_t status = 0) {
     simulated_device device = make_device(1, 2, location);
     device.manufacturer = "any";
@@ -133,7 +133,7 @@ struct BackendRace : Library {
     EXPECT_EQ(std::exchange(heard, {}), expected);
   }
 
-  strings heard;  // "+0xA manufacturer serial"; the monitor thread's until the bus has settled
+  strings heard;  // "+0xA manufacturer serial"; used by the monitor thread until the bus has settled
 };
 
 TEST_F(BackendRace, ADeviceUnpluggedWhileItIsReadArrivesWithWhatWasRead) {

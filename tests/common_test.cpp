@@ -1,4 +1,4 @@
-// The list, contexts, registrations and delivery, fed directly.
+// The list, contexts, registrations and delivery, through the underlying functions.
 #include <array>
 
 #include "support.h"
@@ -80,7 +80,7 @@ TEST_F(Common, WalksASnapshotThatAVisitorMayChange) {
   EXPECT_EQ(seen, "aba") << "the visitor stopped the walk";
 }
 
-// Three contexts and three clients, each in ascending order of address; a client reports as its index.
+// Three contexts and three clients, each in ascending order of address. A client records its index.
 struct CommonOrder : Common {
   void SetUp() override {
     Common::SetUp();
@@ -106,7 +106,7 @@ struct CommonOrder : Common {
 };
 
 TEST_F(CommonOrder, OfDeliveryIsAscendingByAddress) {
-  common_notify_append(contexts[0], nullptr);  // passed over
+  common_notify_append(contexts[0], nullptr);  // skipped
   append({"a", "b"});
   expect_heard("1+a 2+a 1+a 0+a 1+b 2+b 1+b 0+b ");
 }
@@ -139,7 +139,7 @@ TEST_F(Common, ReplaysTheListAroundARegistrationToThatInterfaceAlone) {
   const auto at_first_append = [](const char* location) {
     return [location, asked = false](const YUsbInfoDevice& record, _yusb_device_event) mutable {
       if (std::exchange(asked, true)) return;
-      EXPECT_TRUE(device_is_exist(nullptr, record));  // this replay holds no lock
+      EXPECT_TRUE(device_is_exist(nullptr, record));  // this replay runs without a lock
       append({location});
     };
   };
@@ -177,6 +177,6 @@ TEST_F(Common, ReleasesWithoutAnEventWhatIsStillOpen) {
   EXPECT_EQ(listed(), "a");
   global_release();
   EXPECT_EQ(client.take(), "+a");
-  global_initialize();  // afresh
+  global_initialize();  // again after the release
   EXPECT_EQ(listed(), "");
 }

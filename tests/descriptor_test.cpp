@@ -1,4 +1,4 @@
-// The descriptor of a watch queue is readable when it should be, and costs no more system calls than it says.
+// The descriptor of a watch queue: when it is readable, and how many system calls it costs.
 #include <fcntl.h>
 #include <poll.h>
 
@@ -9,7 +9,7 @@
 
 #include "support.h"
 
-#ifdef YUSB_TEST_PIPE  // what other systems use
+#ifdef YUSB_TEST_PIPE  // as on other systems
 #undef __linux__
 #endif
 #include <yusb_watcher.h>
@@ -19,9 +19,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// The linker puts the functions below for those that this program calls.
-std::atomic<long> _calls{0};          // of read and write
-std::atomic<bool> _exhausted{false};  // there is no free descriptor
+// The linker replaces the calls in this program by the functions below.
+std::atomic<long> _calls{0};          // calls of read and write
+std::atomic<bool> _exhausted{false};  // no descriptor can be opened
 
 int refused_or(const std::function<int()>& open) {
   if (!_exhausted) return open();
@@ -56,7 +56,7 @@ struct Descriptor : Library {
     return poll(&waited, 1, 0) == 1;
   }
 
-  // The system calls since the last time.
+  // Returns the number of system calls since the last call.
   static long calls() { return _calls.exchange(0); }
 };
 
@@ -68,7 +68,7 @@ TEST_F(Descriptor, CostsASystemCallOnlyWhereTheQueueFillsOrEmpties) {
   calls();
   append({"1", "2"});
   take(queue, 2);
-  EXPECT_EQ(calls(), 0);  // nobody has asked for it
+  EXPECT_EQ(calls(), 0);  // it has not been opened
 
   append({"3"});
   const int descriptor = queue.descriptor();
@@ -136,8 +136,8 @@ TEST_F(Descriptor, ThatCannotBeOpenedIsAnErrorThatLeavesTheQueueWorking) {
   EXPECT_FALSE(readable(descriptor));
 }
 
-// YUSB_STEPS chooses another number of events. The threads of a round stop when all of its events were taken,
-// or half of them, and then nobody is in the queue.
+// YUSB_STEPS sets the number of events. The threads of a round stop when all of its events, or half of them,
+// have been taken; then no thread is in a function of the queue.
 TEST_F(Descriptor, LosesNoEventOfAStorm) {
   constexpr unsigned rounds = 20, threads = 3;
   const unsigned long pairs = 1 + env_or("YUSB_STEPS", 60'000) / (rounds * threads * 2),

@@ -16,7 +16,7 @@ struct Details : Library {
     return made;
   }
 
-  // The record of what is attached last.
+  // The record of the latest device.
   YUsbInfoDevice plug(const simulated_device& device) {
     id = bus.plug(device);
     settle();
@@ -99,7 +99,7 @@ TEST_F(Details, FiltersChooseByWhatIsAttachedNow) {
   EXPECT_TRUE(except(with_port("1-2.3"))(record));
 }
 
-// The modes of a device with these interfaces: "adb mtp ".
+// Returns the modes of a device with these interfaces: "adb mtp ".
 std::string modes(std::uint16_t vendor, std::uint16_t product,
                   const std::vector<usb_interface>& interfaces = {}) {
   usb_details details;

@@ -6,7 +6,7 @@
 #include <new>
 
 #if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define FAILS_MALLOC  // a sanitizer has a malloc of its own
+#define FAILS_MALLOC  // a sanitizer has its own malloc
 extern "C" void* __libc_malloc(std::size_t) noexcept;
 extern "C" void* __libc_calloc(std::size_t, std::size_t) noexcept;
 #else
@@ -16,12 +16,12 @@ extern "C" void* __libc_calloc(std::size_t, std::size_t) noexcept;
 namespace {
 
 std::atomic<on> _counted{on::no_thread};  // whose allocations are counted
-thread_local bool _is_host = false;       // this_thread
+thread_local bool _is_host = false;       // for on::this_thread
 std::atomic<int> _countdown{0};           // the allocation that takes it to 0 fails
-bool _lasting = false;                    // and so does every later one
-std::atomic<bool> _failed{false};         // one of them has
+bool _lasting = false;                    // every later one fails too
+std::atomic<bool> _failed{false};         // an allocation has failed
 
-std::atomic<long> _left{0};  // allocations that must not throw and that nothing has freed
+std::atomic<long> _left{0};  // unfreed allocations by nothrow new
 
 bool fails() {
   if (_counted != (_is_host ? on::this_thread : on::other_threads)) return false;
@@ -31,7 +31,7 @@ bool fails() {
   return now;
 }
 
-// A block, with what it counts in front of it.
+// A block, preceded by its counters.
 void* allocate(std::size_t size, long count) {
   auto* const block = static_cast<std::max_align_t*>(__libc_malloc(sizeof(std::max_align_t) + size));
   *reinterpret_cast<long*>(block) = count;
@@ -41,7 +41,7 @@ void* allocate(std::size_t size, long count) {
 
 }  // namespace
 
-// Not inlined: a compiler that sees free() behind a new-expression takes it for a mistake.
+// Not inlined: compilers warn about free() after a new-expression.
 __attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return fails() ? nullptr : allocate(size, 1);
 }

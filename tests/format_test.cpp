@@ -1,4 +1,4 @@
-// What the programs print and parse: strings, columns, JSON lines, filters.
+// The output and the input of the programs: strings, columns, JSON lines, filters.
 #include <algorithm>
 #include <fstream>
 #include <iterator>
@@ -24,7 +24,7 @@ YString every_byte() {
   return {bytes.data(), bytes.size()};
 }
 
-// An Android phone with ADB and MTP. Its record holds the low byte of each UTF-16 unit of its strings.
+// An Android phone with ADB and MTP. Its record has the low byte of each UTF-16 code unit of its strings.
 known_device phone() {
   known_device made;
   made.record = make_record(0x18D1, 0x4EE7, "0x1A00000", "", {"Google", "Caf\xE9 -", "caf\xE9,=\x3D\x01"});

@@ -1,4 +1,4 @@
-// What a session reports of the Linux bus.
+// The changes that a session of the Linux bus reports.
 #include <dlfcn.h>
 #include <linux/netlink.h>
 #include <poll.h>
@@ -14,7 +14,7 @@
 
 namespace {
 
-// Of this thread: umockdev's worker makes the same calls.
+// Per thread, because umockdev's worker thread makes the same calls.
 thread_local bool _lost = false;                   // the next recvmsg reports an overflow
 thread_local std::function<void(msghdr*)> _forge;  // changes what a recvmsg received
 
@@ -82,7 +82,7 @@ TEST_F(LinuxBus, FindsWhatWasLostWhenTheKernelsQueueOverflows) {
   plug("1-3", 7);
   _lost = true;
   EXPECT_EQ(changes(), "-0x1200000 -0x1110000 -0x1100000 +0x1200000 +0x1300000 ");
-  announce("1-1", "remove");  // what the kernel says late
+  announce("1-1", "remove");  // a late uevent
   announce("1-3", "add");
   EXPECT_EQ(changes(), "");
   EXPECT_EQ(log.take(), strings{"3 USB events were lost; the bus is rescanned"});
@@ -118,7 +118,7 @@ TEST_F(LinuxBus, BelievesOnlyTheKernel) {
 
 TEST_F(LinuxBus, RescansEverySecondWithoutUevents) {
   plug({"1-1"});
-  const pid_t child = fork();  // only a process of one thread can enter a user namespace
+  const pid_t child = fork();  // only a single-threaded process can enter a user namespace
   if (child == 0) {
     if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) _exit(77);
     bool good = changes() == "+0x1100000 " && log.take('3').size() == 1;

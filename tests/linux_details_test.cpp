@@ -1,4 +1,4 @@
-// Details on the Linux bus, on a sysfs that umockdev mocks; the parser of descriptors by itself.
+// Details on the Linux bus, with umockdev's mocked sysfs; and the parser of descriptors.
 #include <umockdev.h>
 #include <unistd.h>
 
@@ -29,7 +29,7 @@ bytes operator""_hex(const char* text, std::size_t size) {
 const bytes device = "1201100200000040AC05931307010A0B0C02"_hex;
 bytes configuration(int value) { return "0902120001"_hex + static_cast<char>(value) + "0080FA"_hex; }
 
-// The interfaces of configuration 1, each as its number and class: "0:8 1:255".
+// Returns the interfaces of configuration 1, each as number and class: "0:8 1:255".
 std::string interfaces(const bytes& descriptors) {
   const auto found = find_configuration(device + descriptors, 1);
   if (!found.has_value()) return "none";

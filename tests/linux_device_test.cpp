@@ -1,4 +1,4 @@
-// What a device of the Linux bus answers.
+// The answers of a device of the Linux bus.
 #include <dlfcn.h>
 #include <linux/usbdevice_fs.h>
 #include <sys/ioctl.h>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// Answers a control transfer of this thread: umockdev's worker makes some as well.
+// Answers the control transfers of this thread; umockdev's worker thread makes some too.
 thread_local std::function<int(usbdevfs_ctrltransfer*)> _control;
 
 }  // namespace
@@ -29,13 +29,13 @@ namespace yusb::port {
 namespace {
 
 struct LinuxDevice : MockedBus {
-  // The value that the latest device has; -1 if it does not say.
+  // Returns the value of a field of the latest device; -1 if it cannot be read.
   std::int64_t value(device_field field) {
     std::uint32_t found = 0;
     return latest().read(field, &found) == status_ok ? std::int64_t{found} : -1;
   }
 
-  // Asks the same device for a string, which comes in `reply`.
+  // Requests a string from the same device and stores it in `reply`.
   port::status ask(int index, std::uint16_t length = 255) {
     reply.assign(255, '\xEE');
     const auto wanted = static_cast<std::uint16_t>(0x300 | index);

@@ -1,4 +1,4 @@
-// Which nodes of the Linux bus can be opened, on a sysfs and a /dev that umockdev mocks.
+// Waiting for device nodes of the Linux bus, with umockdev's mocked sysfs and /dev.
 #include "linux/nodes.h"
 
 #include <dlfcn.h>
@@ -27,7 +27,8 @@ std::string _root;  // of the mocked file systems
 // umockdev's worker thread is not instrumented.
 extern "C" const char* __tsan_default_suppressions() { return "race:libumockdev\ncalled_from_lib:libglib\n"; }
 
-// umockdev does not know this function, and root may open everything: here the permissions of others count.
+// umockdev does not intercept this function, and root may open everything, so it tests the permissions of
+// others.
 extern "C" int faccessat(int directory, const char* path, int mode, int flags) noexcept {
   if (std::strncmp(path, "/dev/bus/usb/", 13) != 0) {
     return reinterpret_cast<decltype(&faccessat)>(dlsym(RTLD_NEXT, "faccessat"))(directory, path, mode,
@@ -66,14 +67,14 @@ struct LinuxNodes : testing::Test {
     fs::rename(folder / "007.new", folder / "007");
   }
 
-  // The next answer, when one is due: "1 openable", "2 gone", "" if there is none at once.
+  // Returns the next answer that is due: "1 openable", "2 gone"; "" if there is none.
   std::string now() {
     const auto answer = nodes.next();
     if (!answer.has_value()) return "";
     return std::to_string(answer->id) + (answer->result == openability::openable ? " openable" : " gone");
   }
 
-  // Waits until the kernel reports something.
+  // Waits until the kernel reports a change.
   std::string later() {
     const auto [first, second] = nodes.poll_fds();
     for (std::string answer;;) {
@@ -134,7 +135,7 @@ TEST_F(LinuxNodes, OfDevicesThatLeaveAreReportedWithAndWithoutANode) {
 
 TEST_F(LinuxNodes, AreLookedAtEverySecondWhereTheKernelReportsNothing) {
   const record_key record = plug("1-1");
-  const pid_t child = fork();  // only a process of one thread can enter a user namespace
+  const pid_t child = fork();  // only a single-threaded process can enter a user namespace
   if (child == 0) {
     if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) _exit(77);
     nodes.add(1, record);

@@ -21,7 +21,7 @@ TEST(Location, IsTheBusAndADigitAPort) {
 
 TEST(Location, IsAHashWhereAPortOrABusDoesNotFit) {
   for (const char* const path : {"1-16", "1-2.31", "1-1.1.1.1.1.1.1", "256-1", "usb256", "usb4096"}) {
-    const std::uint32_t location = location_of_path(path).value();  // not like one that fits
+    const std::uint32_t location = location_of_path(path).value();  // differs from every path that fits
     EXPECT_EQ(location & 0xFFF00000, bus_of_path(path) == 1 ? 0x01000000u : 0u) << path;
     EXPECT_NE(location & 0x000FFFFF, 0u) << path;
   }

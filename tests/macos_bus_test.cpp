@@ -1,5 +1,5 @@
-// The bus library of a Mac on the names of Apple's that port/apple has. The host's own bus library keeps its
-// functions: those under test are renamed.
+// The bus library for macOS, on the substitutes of port/apple. Its functions are renamed, because the program
+// also contains those of the host's own bus library.
 #include <IOKit/IOKitLib.h>
 
 extern "C" kern_return_t IOServiceGetMatchingServices(mach_port_t, CFDictionaryRef, io_iterator_t*);
@@ -20,7 +20,7 @@ CFTypeRef registry_property(io_registry_entry_t, CFStringRef, CFAllocatorRef, IO
 using namespace yusb;
 using namespace std::chrono_literals;
 
-// What a registration for arrivals finds at once. Its port's run loop ends with the thread.
+// The devices that a registration for arrivals finds immediately. Its port's run loop ends with the thread.
 kern_return_t IOServiceGetMatchingServices(mach_port_t main_port, CFDictionaryRef matching,
                                            io_iterator_t* existing) {
   kern_return_t status = KERN_SUCCESS;
@@ -47,7 +47,7 @@ struct MacosBus : testing::Test {
     EXPECT_EQ(simulator::leaks(), strings());
   }
 
-  // A root hub is not waited for, so the one on this bus may refuse.
+  // bus_settle does not wait for root hubs, so that of this bus may refuse.
   MacosBus() { plug_unreadable(0x14000000); }
   int plug_unreadable(std::uint32_t location) {
     simulated_device device = make_device(1, 2, location);

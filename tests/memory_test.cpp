@@ -12,8 +12,8 @@
 
 namespace {
 
-// The allocations of the library's own objects, in their order, and what exists although one failed. A set or
-// list and its mutex stand or fall together.
+// The allocations of the library's own objects, in order, and the objects that exist although one failed. A
+// set or list is usable only together with its mutex.
 struct own_allocation {
   const char* of;
   bool contexts, devices, context;
@@ -23,7 +23,7 @@ const own_allocation own_allocations[] = {
     {"device list", true, false, true},     {"mutex of the device list", true, false, true},
     {"platform context", true, true, true}, {"context", true, true, false}};
 
-// Ends the process; with 0 if what exists works and release frees it.
+// Exits with status 0 if the existing objects work and the release frees them.
 void fail_allocation(const own_allocation& failing) {
   const auto& [of, contexts, devices, has_context] = failing;
   YLog::setThreshold(EYORVAN_LOG_LEVEL_FATAL);
@@ -32,10 +32,10 @@ void fail_allocation(const own_allocation& failing) {
   _yusb_context* context = nullptr;
   if (has_context) begin_failing(on::this_thread, static_cast<int>(&failing - own_allocations) + 1, false);
   yusb::global_initialize();
-  yusb::global_initialize();  // makes what is missing, but not the other half of a pair
+  yusb::global_initialize();  // creates missing pairs, but not the missing half of a pair
   if (!has_context) begin_failing(on::this_thread, 1, false);
   bool right = yusb::context_create(&context) && (context != nullptr) == has_context;
-  right = right && !yusb::common_object_append(context);  // in the set already, or there is no set
+  right = right && !yusb::common_object_append(context);  // it is already in the set, or there is no set
   if (context != nullptr) right = right && yusb::common_object_remove(context) == contexts;
   append({"a"});
   right = right && listed() == (contexts && devices ? "a" : "");
@@ -52,7 +52,7 @@ struct counting_client : yusb_device_event_interface {
   void on_device_event(const YUsbInfoDevice&, _yusb_device_event) override { ++heard; }
 };
 
-// A library in use, whose log goes to standard error, and what the calls need.
+// A library in use, whose log goes to standard error, and the objects that the calls need.
 struct world {
   yusb::simulator bus;
   counting_client client, other;
@@ -86,7 +86,7 @@ struct world {
     yusb::global_release();
   }
 
-  // Whether all that is there can be released, and begun again.
+  // Returns whether everything can be released and initialised again.
   bool is_sound() {
     release();
     const bool nothing_left = blocks_left() == 0 && yusb::simulator::leaks().empty();
@@ -103,7 +103,7 @@ using use = void (*)(world&);
 enum ending { not_failed, returned, threw, damaged };  // exit codes of a process
 constexpr const char* names_of_endings[] = {"", "returns", "throws", "leaves damage"};
 
-// "returns", "throws", "terminates"; "" if there is no such allocation.
+// Returns "returns", "throws", "terminates", or "" if no allocation has that number.
 std::string outcome(use use, on thread, int which, bool lasting) {
   const pid_t child = fork();
   if (child == 0) {
@@ -125,7 +125,7 @@ std::string outcome(use use, on thread, int which, bool lasting) {
   return WTERMSIG(status) == SIGABRT ? "terminates" : "crashes";
 }
 
-// How a call ends when its allocations fail, each in its turn; equal ends in a row once.
+// Returns how a call ends if each of its allocations fails in turn; successive equal ends are listed once.
 std::string outcomes(use use, on thread = on::this_thread) {
   std::string all, last;
   for (int which = 1;; ++which) {

@@ -14,8 +14,8 @@
 
 namespace yusb::port {
 
-// The Linux bus on a sysfs that umockdev mocks. Every device is a child of /devices: of a device's path only
-// the last part counts.
+// The Linux bus with umockdev's mocked sysfs. Every device is a child of /devices, because only the last
+// component of a device's path matters.
 struct MockedBus : testing::Test {
   static constexpr const char* files[] = {"manufacturer", "product", "serial", "devnum", "descriptors"};
 
@@ -24,7 +24,7 @@ struct MockedBus : testing::Test {
                                                    "with umockdev of this architecture installed";
   }
 
-  // Attaches a device 05ac:1393, which the kernel announces. Its texts are what sysfs holds.
+  // Attaches and announces a device 05ac:1393 with the strings that sysfs has.
   void plug(const std::string& path, int devnum, const strings& texts = {}) {
     const YString text = YString::format(
         "P: /devices/%s\nN: bus/usb/001/%03d\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DEVNUM=%03d\n"
@@ -41,7 +41,7 @@ struct MockedBus : testing::Test {
     umockdev_testbed_set_attribute(bed.get(), ("/sys/devices/" + path).c_str(), file, content);
   }
 
-  // What the kernel has taken out of sysfs when it announces a removal.
+  // Removes what the kernel has removed from sysfs when it announces a removal.
   void vanish(const std::string& path) {
     for (const char* const file : files) unlink((root + "/sys/devices/" + path + "/" + file).c_str());
     unlink((root + "/sys/bus/usb/devices/" + path).c_str());
@@ -51,13 +51,13 @@ struct MockedBus : testing::Test {
     umockdev_testbed_uevent(bed.get(), ("/sys/devices/" + path).c_str(), action);
   }
 
-  // The device that is announced from now on, and the one that has taken its place.
+  // The device that is announced from now on, and the one that has replaced it.
   void replace(const std::string& path, const char* announced, const char* found) {
     umockdev_testbed_set_property(bed.get(), ("/sys/devices/" + path).c_str(), "DEVNUM", announced);
     set(path, "devnum", found);
   }
 
-  // What the session reports now: "+0x1000000 -0x1100000 ", an arrival and a removal.
+  // Returns the pending changes of the session: "+0x1000000 -0x1100000 ", an arrival and a removal.
   std::string changes() {
     if (opened == nullptr) opened = real_bus().open();
     std::string text;
@@ -74,7 +74,7 @@ struct MockedBus : testing::Test {
     return *reported;
   }
 
-  // What is open in the mocked sysfs, and every timer. Not the sockets: umockdev closes its own at any time.
+  // Counts open files of the mocked sysfs, and timers. Not sockets: umockdev closes its own at any time.
   strings descriptors_left() const {
     strings left;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {

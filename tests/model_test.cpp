@@ -1,4 +1,4 @@
-// Random plugging, subscribing and walking on several threads, checked against what a witness saw.
+// Random attaching, subscribing and walking on several threads, compared with the events of one observer.
 //
 // YUSB_STEPS sets the number of steps, YUSB_SEED repeats a failure.
 #include <random>
@@ -11,13 +11,13 @@ namespace {
 
 constexpr unsigned kClients = 3, kPorts = 6, kStepsOfAThread = 40;
 
-// Devices by their numbers, new ones for each arrival: the texts of one that is gone before it is read are
-// empty. An event is an arrival's number, or a removal's below 0.
+// Devices are identified by a number, a new one for each arrival, since a device that is gone before it is
+// read has empty strings. An event is the number of an arrival, or the negative number of a removal.
 using numbers = std::vector<long>;
 
 long number_of(const YUsbInfoDevice& record) { return record.vendorID() * 0x10000l + record.productID(); }
 
-// Lets threads wait for each other's steps without ever waiting all at once.
+// Lets threads wait for each other's steps, but never all at the same time.
 class pacer {
  public:
   explicit pacer(unsigned threads) : _threads(threads) {}
@@ -28,7 +28,7 @@ class pacer {
     _stepped.notify_all();
   }
 
-  // Until others have taken `count` steps, or no other is left to take one.
+  // Waits until the others have made `count` steps, or no other thread can make one.
   void wait_for(unsigned count) {
     std::unique_lock<std::mutex> lock(_mutex);
     ++_steps;
@@ -50,11 +50,11 @@ class pacer {
   std::mutex _mutex;
   std::condition_variable _stepped;
   unsigned long _steps = 0;  // under _mutex
-  unsigned _threads;         // that may take a step; under _mutex
+  unsigned _threads;         // that may make a step; under _mutex
   unsigned _waiting = 0;     // under _mutex
 };
 
-// Keeps what comes on the monitor thread apart from what is replayed on its owner's.
+// Records live events, on the monitor thread, separately from replays on its owner's thread.
 struct observer : yusb_device_event_interface {
   explicit observer(pacer& steps) : pace(steps) {}
 
@@ -75,29 +75,29 @@ struct observer : yusb_device_event_interface {
   std::mutex mutex;
 };
 
-// The list that a client was shown, and how long the witness's log was before and after.
+// A snapshot that a client received, and the length of the observer's log before and after.
 struct sight {
   numbers list;
   std::size_t before, after;
 };
 
-// What was heard between opening a context and closing it, and then in the replay of the closing.
+// The events between opening and closing a context, and those of the replay when it is closed.
 struct life {
   numbers live, removed;
-  bool exact;  // nothing can come between the two
+  bool exact;  // no event can occur between the two
 };
 
 struct model_client {
-  observer& witness;
+  observer& reference;
   std::mt19937 random;
   std::vector<sight> sights;
   std::vector<life> lives;
 
   template <typename Look>
   void see(Look look) {
-    sight seen{{}, witness.live_count(), 0};
+    sight seen{{}, reference.live_count(), 0};
     seen.list = look();
-    seen.after = witness.live_count();
+    seen.after = reference.live_count();
     sights.push_back(std::move(seen));
   }
 
@@ -112,12 +112,12 @@ struct model_client {
   void visit() {
     _yusb_context* own = nullptr;
     context_create(&own);
-    observer client(witness.pace);
+    observer client(reference.pace);
     see([&] {
       EXPECT_TRUE(context_notify_object_append(own, &client));
       return std::exchange(client.replayed, {});
     });
-    witness.pace.wait_for(random() % 8);
+    reference.pace.wait_for(random() % 8);
     const bool unregisters = random() % 2 == 0;
     see([&] {
       EXPECT_TRUE(unregisters ? context_notify_object_remove(own, &client) : context_release(own));
@@ -129,7 +129,8 @@ struct model_client {
   }
 };
 
-// Whether it was the list at some time while the witness's log grew from `before` to `after`.
+// Returns whether the list was equal to it at some time while the observer's log grew from `before` to
+// `after`.
 bool was_list(const sight& seen, const numbers& log) {
   numbers list;
   for (std::size_t i = 0;; ++i) {
@@ -150,9 +151,9 @@ TEST_F(Model, AgreesWhateverHappensAtOnce) {
   for (unsigned long done = 0; done < steps && !HasFailure(); done += (kClients + 1) * kStepsOfAThread) {
     SCOPED_TRACE("YUSB_SEED=" + std::to_string(seed));
     pacer pace(kClients + 1);
-    observer witness(pace);
-    ASSERT_TRUE(context_notify_object_append(context, &witness));
-    std::vector<model_client> clients(kClients, {witness, {}, {}, {}});
+    observer reference(pace);
+    ASSERT_TRUE(context_notify_object_append(context, &reference));
+    std::vector<model_client> clients(kClients, {reference, {}, {}, {}});
     std::vector<std::thread> threads;
     std::mt19937 random(seed * 10);
     for (model_client& each : clients) {
@@ -167,7 +168,7 @@ TEST_F(Model, AgreesWhateverHappensAtOnce) {
     for (unsigned step = 0; step < kStepsOfAThread; ++step) {
       const unsigned port = random() % kPorts;
       const bool left = bus.unplug(std::exchange(plugged[port], 0));
-      if (!left || random() % 4 == 0) {  // or a re-plug
+      if (!left || random() % 4 == 0) {  // or replugs it
         ++arrivals;
         plugged[port] =
             bus.plug(make_device(static_cast<std::uint16_t>(1 + arrivals / 0xFFFF),
@@ -179,15 +180,15 @@ TEST_F(Model, AgreesWhateverHappensAtOnce) {
     for (const int id : plugged) bus.unplug(id);
     for (std::thread& each : threads) each.join();
     settle();
-    ASSERT_TRUE(context_notify_object_remove(context, &witness));
+    ASSERT_TRUE(context_notify_object_remove(context, &reference));
 
-    const numbers& log = witness.live;
+    const numbers& log = reference.live;
     EXPECT_TRUE(was_list({{}, log.size(), log.size()}, log));
     EXPECT_EQ(listed(), "");
     for (const model_client& each : clients) {
       for (const sight& seen : each.sights)
         EXPECT_TRUE(was_list(seen, log)) << testing::PrintToString(seen.list) << testing::PrintToString(log);
-      // Live events are one unbroken piece of the witness's.
+      // Live events are a contiguous part of the observer's.
       for (const auto& [live, removed, exact] : each.lives) {
         const auto start = std::search(log.begin(), log.end(), live.begin(), live.end());
         EXPECT_TRUE(live.empty() || start != log.end());

@@ -1,4 +1,4 @@
-// How the monitor thread starts and stops.
+// Start and stop of the monitor thread.
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <csignal>
@@ -17,7 +17,7 @@ TEST(Monitor, RefusesASecondStart) {
   EXPECT_TRUE(context->stopRequested);
   for (int i = 0; i < 3; ++i) {
     EXPECT_TRUE(platform_hotplug_start(context));
-    EXPECT_FALSE(platform_hotplug_start(context));  // also when the thread has not begun
+    EXPECT_FALSE(platform_hotplug_start(context));  // even if the thread has not begun
     ASSERT_TRUE(bus.settle());
     EXPECT_FALSE(platform_hotplug_start(context));
     EXPECT_TRUE(context->runLoop != nullptr && context->running);
@@ -27,7 +27,7 @@ TEST(Monitor, RefusesASecondStart) {
   }
 }
 
-// A stop that arrives while the monitor thread is at a given call, or has not begun.
+// A stop while the monitor thread is in a given call, or has not begun.
 TEST(Monitor, StopsFromEveryWindowOfTheStart) {
   for (const std::string window : {"", "IONotificationPortCreate", "IOServiceMatching", "CFRunLoopAddSource",
                                    "IOServiceAddMatchingNotification", "CFRunLoopRun"}) {
@@ -41,10 +41,10 @@ TEST(Monitor, StopsFromEveryWindowOfTheStart) {
         if (call != window || std::this_thread::get_id() == host) return true;
         reached.open();
         _yusb_platform_context other;
-        global_release();  // refused here, where it would wait for itself
+        global_release();  // refused, because it would wait for itself
         EXPECT_TRUE(platform_hotplug_stop(&other) && !other.stopRequested);
         stopping.wait();
-        // The delay under test: the stop polls meanwhile.
+        // The delay under test: the stop polls during it.
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
         bus.before_calls(nullptr);
         return true;
@@ -83,7 +83,7 @@ TEST(Monitor, EndsTheProcessBeforeAnExceptionReachesIOKit) {
 
 TEST(Monitor, LeavesNothingWhenItsLoopWasStoppedByTheHost) {
   simulator bus;
-  std::thread([] {}).join();  // A sanitizer starts a thread of its own with the first.
+  std::thread([] {}).join();  // A sanitizer starts its own thread with the first one.
   const auto threads = entries("/proc/self/task");
   global_initialize();
   ASSERT_TRUE(bus.settle());

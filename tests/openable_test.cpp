@@ -126,7 +126,7 @@ TEST_F(Openable, AQueueReportsItAfterTheArrival) {
   EXPECT_EQ(next(queue, 30s), "");
 }
 
-// Threads plug and unplug devices whose nodes open at once, late, on request or never.
+// Threads attach and detach devices whose nodes open immediately, late, on request or never.
 TEST_F(Openable, AQueueAnswersEachDeviceOnceWhateverOtherThreadsDo) {
   YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);
   openable_queue queue(20ms, {}, 100'000);

@@ -16,14 +16,14 @@ using nlohmann::json;
 
 namespace {
 
-// Lasts longer than any test may take.
+// Longer than any test may take.
 const std::string kPhones = R"(attach 1-1 05ac:12a8 product="\x1B[31mphone" serial="A"
                                wait 1ms
                                attach 1-2 18d1:4ee7
                                wait 10m)";
 
-// "yusb" runs the program, "play" runs it with the scenario $f, and "signalled SIGNAL" sends a signal to
-// "play watch" after its first line, reads no more of its output, and prints its exit status.
+// "yusb" runs the program, "play" runs it with the scenario $f. "signalled SIGNAL" sends a signal to "play
+// watch" after its first line, does not read the rest of its output, and prints its exit status.
 constexpr const char* kFunctions = R"(
     exec 2>&1
     yusb() { "$p" "$@"; }
@@ -47,7 +47,7 @@ outcome shell(const std::string& command, const std::string& scenario = kPhones)
   const std::string file = testing::TempDir() + "program_test." + std::to_string(getpid());
   std::ofstream(file) << scenario;
   const std::string script = "p='" YUSB_PROGRAM "' f='" + file + "'" + kFunctions + command;
-  std::signal(SIGINT, SIG_DFL);  // ignored in what a script runs in the background, and then by yusb too
+  std::signal(SIGINT, SIG_DFL);  // a script's background processes ignore it, and yusb would inherit that
   FILE* const pipe = popen(script.c_str(), "r");
   std::string text;
   for (int c; (c = std::fgetc(pipe)) != EOF;) text += static_cast<char>(c);
@@ -58,7 +58,7 @@ outcome shell(const std::string& command, const std::string& scenario = kPhones)
 
 bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
-// Whether `command` exits with `status` and prints `text`, without colours.
+// Returns whether `command` exits with `status` and prints `text`, without colours.
 testing::AssertionResult gives(const std::string& command, int status, const std::string& text,
                                const std::string& scenario = kPhones) {
   const outcome ran = shell(command, scenario);
@@ -101,7 +101,7 @@ TEST(ToolProgram, ShowsWhatIsKnownOfADevice) {
   EXPECT_TRUE(gives("play show 1-9", 1, "yusb: no such device is attached"));
 }
 
-// A phone is restarted into fastboot, where its node opens late.
+// A phone is restarted into fastboot; its node opens late.
 TEST(ToolProgram, ReportsWhatBecomesOfAPhone) {
   const std::string phone = R"(hub 1-1 1:1
                                attach 1-1.2 18d1:4ee7 serial="\xE9\xE9" interface=ff/42/01 openable=never
@@ -211,7 +211,7 @@ TEST(ToolProgram, EndsWithSuccessOnASignal) {
 }
 
 TEST(ToolProgram, EndsOnASignalAlthoughItsReaderStopsReading) {
-  std::string many;  // more than a pipe holds
+  std::string many;  // more than a pipe can hold
   for (int port = 1; port <= 600; ++port)
     many += "attach 1-" + std::to_string(port) + " 1:1 product=\"" + std::string(126, '0') + "\"\n";
   EXPECT_TRUE(gives("signalled TERM", 0, "status 0", many + "wait 10m"));

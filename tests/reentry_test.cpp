@@ -1,4 +1,4 @@
-// Calls from client code that the library waits for, and calls before the library is initialised.
+// Calls in client code that the library waits for, and calls before initialisation.
 #include <stdexcept>
 
 #include "support.h"
@@ -7,10 +7,10 @@ using namespace yusb;
 
 struct Reentry : Library {};
 
-// A call that takes a lock. Refused, it leaves the world as it is.
+// A call that takes a lock. If it is refused, it has no effect.
 struct locking_call {
   const char* name;                // in the log
-  bool does_nothing_before_start;  // and returns false
+  bool does_nothing_before_start;  // and returns false there
   bool (*call)(_yusb_context*, yusb_device_event_interface*);
 };
 
@@ -89,7 +89,7 @@ TEST_F(Reentry, RefusesALogSinkUnderTheLocks) {
   append({"a"});
   EXPECT_FALSE(exists);
   exists = true;
-  common_device_printf(make_record(1, 1, "a"));  // which holds none, but another thread may wait for the log
+  common_device_printf(make_record(1, 1, "a"));  // holds no lock, but another thread may wait for the log
   YLog::setSink(nullptr, nullptr);
   EXPECT_FALSE(exists);
   EXPECT_NE(testing::internal::GetCapturedStderr().find("[ common_device_is_exist : "), std::string::npos);

@@ -1,12 +1,12 @@
-// What the tests of the library share: a client that records, a log that is kept, a library on a simulated
-// bus. What was heard or is listed comes as one text, so that a test shows it as it would be told.
+// Helpers of the library's tests: a recording client, a recorded log, a library on a simulated bus. Events
+// and lists are strings, so that a test shows them in order.
 #ifndef YUSB_TESTS_SUPPORT_H_
 #define YUSB_TESTS_SUPPORT_H_
 
 #include <YorvanCore/YLog.h>
 #include <gtest/gtest.h>
 #include <yusb.h>
-#if __has_include(<yusb_simulator.h>)  // a Mac has none
+#if __has_include(<yusb_simulator.h>)  // not on macOS
 #include <yusb_simulator.h>
 #define YUSB_TESTS_HAVE_SIMULATOR
 #endif
@@ -26,20 +26,20 @@
 
 using strings = std::vector<std::string>;
 
-// The number that an environment variable holds, or another one.
+// Returns the number in an environment variable, or a default.
 inline unsigned long env_or(const char* variable, unsigned long fallback) {
   const char* const text = std::getenv(variable);
   return text == nullptr ? fallback : std::strtoul(text, nullptr, 10);
 }
 
-// How many entries a folder has: those of /proc/self/fd are the open descriptors.
+// Returns the number of entries of a folder; those of /proc/self/fd are the open descriptors.
 inline auto entries(const char* folder) {
   return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
 }
 
-constexpr std::chrono::minutes kPatience(1);  // with what takes no time as a rule
+constexpr std::chrono::minutes kPatience(1);  // the limit for conditions that normally hold at once
 
-// Closed until somebody opens it.
+// Blocks threads until it is opened.
 class gate {
  public:
   void open() {
@@ -58,7 +58,7 @@ class gate {
   bool _is_open = false;  // under _mutex
 };
 
-// Whether something comes true that nobody announces.
+// Polls for a condition that no event announces.
 template <typename Condition>
 bool comes_true(Condition condition) {
   const auto end = std::chrono::steady_clock::now() + kPatience;
@@ -85,7 +85,7 @@ inline YUsbInfoDevice make_record(unsigned short vendor, unsigned short product,
   return record;
 }
 
-// Every field of it: "05ac:1393 0100 location path factory describe serial".
+// Returns every field of a record: "05ac:1393 0100 location path factory describe serial".
 inline std::string to_string(const YUsbInfoDevice& record) {
   return YString::format("%04x:%04x %04x %s %s %s %s %s", record.vendorID(), record.productID(),
                          record.revisedID(), record.location().data(), record.instancePath().data(),
@@ -93,7 +93,7 @@ inline std::string to_string(const YUsbInfoDevice& record) {
       .data();
 }
 
-// The locations of what is listed: "0x1 0x2".
+// Returns the locations of the list: "0x1 0x2".
 inline std::string listed() {
   std::string locations;
   yusb::device_traverse(nullptr, [&](const YUsbInfoDevice& record) {
@@ -103,12 +103,12 @@ inline std::string listed() {
   return locations;
 }
 
-// Adds devices that the bus does not know.
+// Lists devices that are not on the bus.
 inline void append(const strings& locations) {
   for (const auto& each : locations) yusb::common_device_append(make_record(1, 1, each.c_str()));
 }
 
-// Hears "+0x1 -0x1", of an empty record "-(empty)", and then does what the test wants.
+// Records events as "+0x1 -0x1", "-(empty)" for an empty record, and then runs a function of the test.
 class recorder : public yusb_device_event_interface {
  public:
   std::function<void(const YUsbInfoDevice&, _yusb_device_event)> then;
@@ -118,7 +118,7 @@ class recorder : public yusb_device_event_interface {
     if (then) then(device, event);
   }
 
-  // What was heard since the last call.
+  // Returns the events since the last call.
   std::string take() {
     const std::lock_guard<std::mutex> lock(_mutex);
     return std::exchange(_heard, {});
@@ -134,13 +134,13 @@ class recorder : public yusb_device_event_interface {
   std::string _heard;  // under _mutex
 };
 
-// Takes the log for as long as it lives; lines as "1 text".
+// Receives the log while it exists, as lines "1 text".
 class log_capture {
  public:
   log_capture() { YLog::setSink(keep, this); }
   ~log_capture() { YLog::setSink(nullptr, nullptr); }
 
-  // What was logged since the last call, at this level or above.
+  // Returns the lines since the last call, at this level or above.
   strings take(char level = '0') {
     const std::lock_guard<std::mutex> lock(_mutex);
     const auto below = [level](const std::string& line) { return line[0] < level; };
@@ -148,7 +148,7 @@ class log_capture {
     return std::exchange(_lines, {});
   }
 
-  // The same, once there is one.
+  // The same, but waits until there is a line.
   strings await(char level) {
     {
       std::unique_lock<std::mutex> lock(_mutex);
@@ -181,7 +181,7 @@ inline yusb::simulated_device make_device(std::uint16_t vendor, std::uint16_t pr
   return device;
 }
 
-// The library on a simulated bus. A test that ends leaves nothing behind.
+// The library on a simulated bus. The end of a test checks that nothing is leaked.
 struct Library : testing::Test {
   void SetUp() override {
     yusb::global_initialize();

@@ -1,4 +1,4 @@
-// Ends while everything is in use, and new beginnings: nobody is called late, nothing is left behind.
+// Releases while everything is in use, and restarts: no handler is called late, and nothing is leaked.
 //
 // YUSB_CYCLES sets the number of starts; where it is given, each must be quick, not only their mean.
 #include <malloc.h>
@@ -20,7 +20,7 @@ struct ending_client : yusb_device_event_interface {
   std::atomic<bool> ended{false};
   void on_device_event(const YUsbInfoDevice&, _yusb_device_event) override { hear(); }
   void hear() {
-    for (volatile int i = 0; i < 2000;) i = i + 1;  // time for an end that does not wait
+    for (volatile int i = 0; i < 2000;) i = i + 1;  // time in which an end that does not wait would finish
     EXPECT_FALSE(ended);
     if (++heard > 8) more_than_a_replay.open();
   }
@@ -32,7 +32,7 @@ TEST_F(Teardown, EndsClientsAndSinksInAStormOfEventsFromEightThreads) {
   YLog::setSink(no_sink, nullptr);
   std::mutex mutex;
   std::condition_variable changed;
-  int gust = 0;  // the latest that has begun; below 0 when the storm is over; under mutex
+  int gust = 0;  // the latest that has begun; negative when the storm is over; under mutex
   const auto begin = [&](int number) {
     const std::lock_guard<std::mutex> lock(mutex);
     gust = number;
@@ -54,7 +54,7 @@ TEST_F(Teardown, EndsClientsAndSinksInAStormOfEventsFromEightThreads) {
       }
     });
   }
-  std::vector<std::unique_ptr<ending_client>> kept;  // every other one; the rest is freed at once
+  std::vector<std::unique_ptr<ending_client>> kept;  // every second one; the others are freed immediately
   for (int i = 0; i < 2400; ++i) {
     _yusb_context* own = nullptr;
     context_create(&own);
@@ -81,11 +81,11 @@ TEST_F(Teardown, WaitsForTheHandlerThatRuns) {
   client.then = [&, last = 0, arrivals = 0](auto&, auto event) mutable {
     if (event == YUSB_DEVICE_EVENT_REMOVE) return;
     bus.unplug(last);
-    last = bus.plug(make_device(1, 2, 3));  // so there is always one more
+    last = bus.plug(make_device(1, 2, 3));  // so that there is always another one
     if (++arrivals != 10) return;
     entered.open();
     releasing.wait();
-    std::this_thread::sleep_for(20ms);  // the delay under test: a release that does not wait is over by then
+    std::this_thread::sleep_for(20ms);  // the delay under test: a release that does not wait ends before it
     left = true;
   };
   listen();
@@ -102,14 +102,14 @@ TEST(TeardownCycles, BeginAgainOnceAThreadCanBeMade) {
   YLog::setSink(
       [](auto, auto* line, auto, auto*) {
         logged += line;
-        global_release();  // refused, and that line goes to standard error
+        global_release();  // refused; the log line goes to standard error
       },
       nullptr);
   testing::internal::CaptureStderr();
   pthread_attr_t usual, impossible;
   pthread_getattr_default_np(&usual);
   pthread_attr_init(&impossible);
-  pthread_attr_setstacksize(&impossible, SIZE_MAX / 8 * 7);  // more than the addresses that are free
+  pthread_attr_setstacksize(&impossible, SIZE_MAX / 8 * 7);  // larger than the free address space
   pthread_setattr_default_np(&impossible);
   global_initialize();
   pthread_setattr_default_np(&usual);
@@ -142,7 +142,7 @@ TEST(TeardownCycles, LeaveThreadsDescriptorsAndMemoryWhereTheyWere) {
     }
     return longest;
   };
-  run(50);  // makes what is made once only
+  run(50);  // creates the objects that are created only once
   const auto descriptors = entries("/proc/self/fd"), threads = entries("/proc/self/task");
   const std::size_t memory = mallinfo2().uordblks;
   const unsigned long cycles = env_or("YUSB_CYCLES", 1000);
@@ -152,9 +152,9 @@ TEST(TeardownCycles, LeaveThreadsDescriptorsAndMemoryWhereTheyWere) {
   const std::chrono::duration<double, std::milli> mean = (end - start) / cycles;
   std::printf("mean %.2f ms, longest %.2f ms\n", mean.count(), longest.count());
   EXPECT_TRUE(longest < 50ms || std::getenv("YUSB_CYCLES") == nullptr);
-  // A detached thread's entry goes, and its stack and cache with it, a moment after its last step.
+  // The entry of a detached thread, its stack and its cache disappear shortly after its last step.
   EXPECT_TRUE(comes_true([&] { return entries("/proc/self/task") <= threads; }));
   EXPECT_EQ(entries("/proc/self/fd"), descriptors);
-  EXPECT_LT(mallinfo2().uordblks, memory + 16 * cycles);  // less than the smallest block a cycle
+  EXPECT_LT(mallinfo2().uordblks, memory + 16 * cycles);  // less than the smallest block per cycle
   EXPECT_EQ(simulator::leaks(), strings());
 }

@@ -15,7 +15,7 @@
 using namespace yusb::tool;
 using testing::IsSubstring;
 
-// As on macOS, reports nothing for a descriptor without requested events.
+// Reports nothing for a descriptor without requested events, as on macOS.
 extern "C" int poll(pollfd* watched, nfds_t count, int limit) {
   std::vector<pollfd> asked(watched, watched + count);
   for (pollfd& each : asked) each.fd = each.events == 0 ? -1 : each.fd;

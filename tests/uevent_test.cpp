@@ -1,4 +1,4 @@
-// What a uevent of the kernel says.
+// The parser of uevents.
 #include "linux/uevent.h"
 
 #include "support.h"
@@ -6,7 +6,7 @@
 namespace yusb::port {
 namespace {
 
-// What is made of the kernel's announcement of a device, with other fields behind: the last of a kind counts.
+// Parses the kernel's uevent of a device with additional fields; the last field with a name counts.
 std::optional<uevent> parsed(const strings& more) {
   constexpr char start[] =
       "add@/1-2\0ACTION=add\0DEVPATH=/usb1/1-2\0SUBSYSTEM=usb\0DEVTYPE=usb_device\0DEVNUM=012";

@@ -1,4 +1,4 @@
-// A host that loads the library late and unloads it again. Not linked to any of ours.
+// A host that loads the library late and unloads it. It is not linked to the project's libraries.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -29,7 +29,7 @@ TEST(Unload, LeavesNoThreadInCodeThatIsGone) {
     call("_ZN4yusb14global_releaseEv");
     ASSERT_EQ(dlclose(library), 0);
   }
-  // The loader keeps the library for as long as its thread is ending.
+  // The loader keeps the library mapped while its thread ends.
   const auto is_loaded = [] {
     void* const library = dlopen(YUSB_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
     return library != nullptr && dlclose(library) == 0;

@@ -1,4 +1,4 @@
-// Watchers are exact whatever happens at the same moment, by callback and by queue.
+// Watchers, by callback and by queue, keep their guarantees whatever happens concurrently.
 #include <dlfcn.h>
 #include <poll.h>
 #include <yusb_watcher.h>
@@ -17,7 +17,7 @@ extern "C" void __lsan_enable() __attribute__((weak));
 using namespace yusb;
 using namespace std::chrono_literals;
 
-// What this thread does once before it waits for an event, with the queue's mutex held.
+// Called once before this thread waits for an event, with the queue's mutex held.
 thread_local std::function<void()> _before_wait;
 
 extern "C" int pthread_cond_clockwait(pthread_cond_t* changed, pthread_mutex_t* mutex, clockid_t clock,
@@ -43,9 +43,10 @@ struct Watcher : Library {
   const watch_callback hear = [this](auto& device, auto event) { client.on_device_event(device, event); };
 };
 
-// ---- Threads change the list and renew their watchers at random, and now and then all is compared ----
+// ---- Threads change the list and renew their watchers at random; from time to time everything is compared
+// ----
 
-// What a client knows: the product ID at each location.
+// A client's list: the product ID at each location.
 using known_devices = std::map<std::string, unsigned short>;
 
 void apply(known_devices& known, const YUsbInfoDevice& device, bool arrival) {
@@ -78,7 +79,7 @@ struct actor {
     watcher = yusb::watcher(hear, filter, end);
   }
 
-  // While others change the list, an event may arrive between the two questions.
+  // While others change the list, an event may arrive between the two calls.
   void drain(bool others_rest = false) {
     for (;;) {
       const bool announced = poll(&readable, 1, 0) == 1;
@@ -122,7 +123,7 @@ struct actor {
     record.setInstancePath(has_own_path ? YString::format("path %u", place) : record.location());
     if (random() % 8 != 0) record.setProductID(product);
     enum change { add, remove_location, remove_path, remove_record, plug, unplug };
-    // As often as each stands here.
+    // With these relative frequencies.
     constexpr change changes[] = {
         add,           add,  remove_location, remove_location, remove_location, remove_location, remove_path,
         remove_record, plug, unplug};
@@ -146,7 +147,7 @@ struct actor {
   }
 };
 
-// YUSB_STEPS and YUSB_SEED choose another run. The threads' steps are repeated then, not how they meet.
+// YUSB_STEPS and YUSB_SEED set the run. A seed repeats the threads' steps, not their interleaving.
 TEST_F(Watcher, KnowsTheListWhateverOtherThreadsDo) {
   constexpr unsigned rounds = 100;
   actor actors[4];
@@ -155,7 +156,7 @@ TEST_F(Watcher, KnowsTheListWhateverOtherThreadsDo) {
   std::printf("YUSB_SEED=%u\n", seed);
   for (actor& each : actors) each.random.seed(seed + static_cast<unsigned>(&each - actors));
   for (unsigned round = 0; round < rounds && !HasFailure(); ++round) {
-    const unsigned renewals = round % 2 == 0 ? 1 : 8;  // of 16 steps
+    const unsigned renewals = round % 2 == 0 ? 1 : 8;  // per 16 steps
     std::vector<std::thread> threads;
     for (actor& each : actors) {
       threads.emplace_back([&] {
@@ -194,7 +195,7 @@ TEST_F(Watcher, TakesTheFirstRecordOfALocationForItsDevice) {
 
 TEST_F(Watcher, IsRefusedWhereItCannotWork) {
   EXPECT_THROW(watcher(nullptr), std::invalid_argument);
-  if (__lsan_disable) __lsan_disable();  // what is destroyed in a handler is lost
+  if (__lsan_disable) __lsan_disable();  // a watcher that is destroyed in a handler is leaked
   std::optional<watcher> doomed(std::in_place, hear, nullptr, watch_end::removals);
   if (__lsan_enable) __lsan_enable();
   watcher handler([&](auto&, auto) {
@@ -202,7 +203,7 @@ TEST_F(Watcher, IsRefusedWhereItCannotWork) {
     doomed.reset();
   });
   append({"a"});
-  client.take();  // of the arrival, if its turn came before the handler's
+  client.take();  // the arrival, if the queue received it before the handler ran
   common_device_remove_from_location("a");
   EXPECT_EQ(client.take(), "");
   handler.stop();
@@ -231,17 +232,18 @@ TEST_F(Watcher, AQueueThatOverflowsBeginsAgainFromTheList) {
   append({"1", "2", "3"});
   watch_queue queue({}, 4), newest(except(with_location("3")), 0);
   expect(queue, {"+1"});
-  append({"4", "5"});  // full
+  append({"4", "5"});  // the queue is full
   expect(queue, {"+2", "+3", "+4", "+5", ""});
   append({"6", "7", "8", "9"});
-  common_device_remove_from_location("2");  // one too many
+  common_device_remove_from_location("2");  // one event too many
   expect(queue, {"=13456789"});
   common_device_remove_from_location("3");
   expect(queue, {"-3", ""});
   expect(newest, {"=1456789", ""});
 }
 
-// A thread that waits for the next event, or is about to with the queue's mutex held, when this returns.
+// Starts a thread that waits for the next event, or is about to wait with the queue's mutex held, when this
+// returns.
 std::future<std::optional<watch_event>> taker(
     watch_queue& queue, std::function<void()> before = [] {}) {
   const auto waiting = std::make_shared<gate>();
@@ -283,6 +285,6 @@ TEST_F(Watcher, ACloseIsNotMissedByAThreadThatIsAboutToWait) {
     closing = std::async(std::launch::async, [&] { queue.close(); });
     EXPECT_EQ(closing.wait_for(50ms), std::future_status::timeout) << "it must wait for the mutex";
   });
-  if (HasFailure()) queue.close();  // or it waits for ever
+  if (HasFailure()) queue.close();  // otherwise it waits forever
   EXPECT_FALSE(waiting.get());
 }

@@ -1,11 +1,11 @@
-// What libYorvanUsbC promises of every call: counted users, null and other sizes, the log, forks.
+// The contract of libYorvanUsbC's calls: counted users, null and other sizes, the log, forks.
 #define _POSIX_C_SOURCE 200809L
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "c_support.h"
 
-// Starts are counted, and a queue is a user of its own.
+// Starts are counted, and each queue counts as a user.
 static void counts_its_users(void) {
   yusb_device_list* list = NULL;
   yusb_simulator* second = NULL;
@@ -103,7 +103,7 @@ static void refuses_null(void) {
   stop();
 }
 
-// What a caller has that was built with a structure of another size. Its memory ends with it.
+// A structure of a caller that was built with another size, at the end of its memory.
 static void* sized(const void* structure, size_t known, size_t size) {
   char* const copy = calloc(1, size);
   REQUIRE(copy != NULL);

@@ -1,4 +1,4 @@
-// What a program in C learns of devices through libYorvanUsbC.
+// Devices and events through libYorvanUsbC.
 #include <poll.h>
 
 #include "c_support.h"

@@ -6,7 +6,7 @@
 
 namespace {
 
-// So many devices, one after the other.
+// The number of devices, one after the other.
 void plug_and_unplug(yusb_simulator* bus, int times) {
   for (int i = 0; i < times; ++i) {
     yusb_simulated_device device = {};

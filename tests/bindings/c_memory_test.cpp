@@ -1,4 +1,4 @@
-// What the functions of libYorvanUsbC do when memory runs out.
+// The functions of libYorvanUsbC when out of memory.
 #include <yusb_c.h>
 #include <yusb_c_simulator.h>
 
@@ -30,8 +30,8 @@ __attribute__((noinline)) void operator delete(void* block, std::size_t) noexcep
 
 namespace {
 
-// Calls `function` with each of its allocations failing in turn. Each time it must return
-// YUSB_OUT_OF_MEMORY; what it returns when none has failed is the result.
+// Calls `function` with each of its allocations failing in turn. Each time it must return YUSB_OUT_OF_MEMORY;
+// what it returns when none has failed is the result.
 template <typename Function>
 yusb_status when_each_allocation_fails(const char* name, Function function) {
   for (int which = 1;; ++which) {

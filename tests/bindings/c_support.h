@@ -1,4 +1,4 @@
-// What the tests in C share. A test program is one file; each of its cases runs in a process of its own.
+// Helpers of the tests in C. A test program is one file; each of its cases runs in its own process.
 #ifndef YUSB_TESTS_BINDINGS_C_SUPPORT_H_
 #define YUSB_TESTS_BINDINGS_C_SUPPORT_H_
 
@@ -69,7 +69,7 @@ static inline yusb_event* next(yusb_queue* queue) {
   return event;
 }
 
-// The queue's next event is that of the device with this serial number.
+// Requires that the queue's next event is of the device with this serial number.
 static inline void expect(yusb_queue* queue, yusb_event_kind kind, const char* serial_number) {
   yusb_event* const event = next(queue);
   REQUIRE(event->kind == kind && event->devices == NULL);
@@ -86,7 +86,7 @@ static inline void expect_nothing(yusb_queue* queue) {
   REQUIRE_OK(yusb_queue_free(queue));
 }
 
-// A queue with these filters gets what `expected` names, of the devices that are attached.
+// Requires that a queue with these filters receives the attached devices that `expected` names.
 static inline void expect_filtered(const yusb_filter* filters, size_t count, const char* expected) {
   yusb_queue* const queue = open_queue(
       &(yusb_queue_options){.size = sizeof(yusb_queue_options), .filters = filters, .filter_count = count});
