@@ -1,4 +1,4 @@
-"""Builds the wheel (PEP 517). It needs nothing but Python, so that pip needs no network."""
+"""Builds the wheel (PEP 517). It needs only Python, so that pip needs no network."""
 import base64
 import hashlib
 import os
@@ -19,7 +19,7 @@ def _dist_info():
 
 
 def _metadata():
-    """The files of the .dist-info folder but RECORD, by name."""
+    """Returns the files of the .dist-info folder except RECORD, by name."""
     return {
         'METADATA': f'Metadata-Version: 2.1\nName: {PACKAGE}\nVersion: {_project("version")}\n'
                     f'Summary: {_project("description")}\nRequires-Python: {_project("requires-python")}\n',

@@ -4,7 +4,7 @@
 set -eu
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-cp -R "$2/bindings/python" "$work/source" # a build leaves nothing in the sources
+cp -R "$2/bindings/python" "$work/source" # so that the build does not write to the sources
 "$1" -m venv --system-site-packages "$work/environment"
 "$work/environment/bin/pip" install --quiet --no-index --no-cache-dir --disable-pip-version-check "$work/source"
 cp "$2/tests/bindings/python/test_devices.py" "$work/"

@@ -1,4 +1,4 @@
-"""Which USB devices are attached, and every one that is attached or detached.
+"""Lists the attached USB devices and reports every device that is attached or detached.
 
     import yorvanusb
 
@@ -6,8 +6,8 @@
         if isinstance(event, yorvanusb.Arrival):
             print(event.device.location, event.device.product_name)
 
-A call of the library that fails raises a subclass of Error. Every function may be called on any thread. The library's log
-goes to standard error, from warnings on.
+A failed call raises a subclass of Error. All functions are thread-safe. The library's log goes to standard error, with
+warnings and errors only.
 """
 from .devices import Details, Device, Interface, bus_present, devices
 from .errors import BusyError, DeviceGoneError, Error, ForkedError, InvalidArgumentError, OutOfMemoryError

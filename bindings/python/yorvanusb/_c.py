@@ -161,7 +161,7 @@ _LOG_WARNING = 3
 
 @functools.lru_cache(maxsize=None)
 def library() -> ctypes.CDLL:
-    """The C library. It is loaded at the first call, so that importing the package needs nothing."""
+    """Returns the C library. It is loaded by the first call, so that the package can be imported without it."""
     name = 'libYorvanUsbC.1.dylib' if sys.platform == 'darwin' else 'libYorvanUsbC.so.1'
     try:
         loaded = ctypes.CDLL(name)
@@ -184,7 +184,7 @@ def check(status: int) -> None:
 
 
 def milliseconds(seconds: float | None) -> int:
-    """A time limit of the C interface, rounded up; without a limit if there is none."""
+    """Converts seconds to a time limit of the C interface, rounded up; None waits forever."""
     return -1 if seconds is None else max(0, -int(-min(seconds, 1e9) * 1000 // 1))
 
 

@@ -1,4 +1,4 @@
-"""Attached devices, and what they are."""
+"""Attached devices and their details."""
 from __future__ import annotations
 
 import ctypes
@@ -24,12 +24,12 @@ class Interface:
 
 @dataclasses.dataclass(frozen=True)
 class Details:
-    """What an attached device is. Numbers that the system does not know are 0, strings are empty."""
+    """The details of an attached device. Unknown numbers are 0, unknown strings are empty."""
 
     bus: int
     address: int
     port_path: str  # '1-2.3': bus 1, port 2, and port 3 of the hub there
-    device_node: str  # '/dev/bus/usb/001/005'; empty off Linux
+    device_node: str  # '/dev/bus/usb/001/005'; on Linux only
     speed: float  # in Mbit/s
     usb_version: int  # 0x0210 is USB 2.1
     class_code: int
@@ -40,16 +40,16 @@ class Details:
     max_power: int  # in mA
     interfaces: tuple[Interface, ...]
     modes: frozenset[str]  # 'adb', 'mass-storage', ...
-    manufacturer: str  # whole strings
+    manufacturer: str  # complete
     product_name: str
     serial_number: str
 
 
 @dataclasses.dataclass(frozen=True)
 class Device:
-    """One attachment of a device.
+    """An attached device.
 
-    Its strings hold the low byte of each UTF-16 unit of a string descriptor; details() has the whole ones.
+    Its strings hold the low byte of each UTF-16 code unit; details() returns the complete strings.
     """
 
     vendor: int  # idVendor
@@ -62,7 +62,7 @@ class Device:
     serial_number: str
 
     def details(self) -> Details:
-        """Reads what is attached at the device's location. Raises DeviceGoneError if that is not this device."""
+        """Reads the device's details. Raises DeviceGoneError if another device or none is attached at its location."""
         read = ctypes.POINTER(_c.Details)()
         _c.check(_c.library().yusb_device_details(self._structure(), read))
         try:
@@ -71,10 +71,10 @@ class Device:
             _c.library().yusb_details_free(read)
 
     def wait_openable(self, timeout: float | None = None) -> bool:
-        """Waits until this process may open the device: False if `timeout`, in seconds, passes before that.
+        """Waits until this process may open the device. Returns False if `timeout`, in seconds, has passed.
 
-        Raises DeviceGoneError. A signal (Ctrl-C) is handled within half a second. A program with an event loop
-        calls it in a thread: await asyncio.to_thread(device.wait_openable, 5).
+        Raises DeviceGoneError. A signal (Ctrl-C) is handled within half a second. In a program with an
+        event loop, call it in a thread: await asyncio.to_thread(device.wait_openable, 5).
         """
         structure = self._structure()
         end = None if timeout is None else time.monotonic() + timeout
@@ -151,7 +151,7 @@ def devices_of(read: _c.DeviceList) -> tuple[Device, ...]:
 
 
 def devices(timeout: float | None = 30) -> list[Device]:
-    """The attached devices, in order of arrival. Raises TimedOutError if listing them takes longer than `timeout`."""
+    """Returns the attached devices, in order of arrival. Raises TimedOutError if listing them takes longer than `timeout`."""
     library = _c.library()
     read = ctypes.POINTER(_c.DeviceList)()
     _c.check(library.yusb_start())

@@ -1,4 +1,4 @@
-"""What goes wrong, as exceptions. The message of each is the text of the C library's status."""
+"""The exceptions. Their messages are the meanings of the C library's statuses."""
 from __future__ import annotations
 
 
@@ -15,7 +15,7 @@ class TimedOutError(Error, TimeoutError):
 
 
 class InvalidArgumentError(Error, ValueError):
-    """An argument is not what the library takes."""
+    """An argument is invalid."""
 
 
 class OutOfMemoryError(Error, MemoryError):
@@ -23,15 +23,15 @@ class OutOfMemoryError(Error, MemoryError):
 
 
 class ForkedError(Error):
-    """The process was forked while its parent used the library. Start it with spawn instead."""
+    """The process was forked while its parent used the library. Use the start method spawn."""
 
 
 class BusyError(Error):
-    """What must end first is still in use."""
+    """Another object must be closed first."""
 
 
 class UnsupportedError(Error, NotImplementedError):
-    """The platform, or this version of the C library, does not have it."""
+    """The platform, or this version of the C library, does not support the call."""
 
 
 _CLASSES: dict[int, type[Error]] = {

@@ -1,4 +1,4 @@
-"""Which devices a watch reports."""
+"""Filters select the devices that a watch reports."""
 from __future__ import annotations
 
 import ctypes
@@ -21,9 +21,9 @@ _FIELDS = {
 
 @dataclasses.dataclass(frozen=True)
 class Filter:
-    """A device passes if it agrees with everything that is set.
+    """A device passes if it matches all criteria that are set.
 
-    From `modes` on, and the classes, are read from the bus for each device that agrees with the rest.
+    `modes`, `port_path`, `name` and the classes are read from the bus if the device matches the other criteria.
     """
 
     vendor: int | None = None  # idVendor
@@ -32,13 +32,13 @@ class Filter:
     serial_number: str | None = None  # the whole string
     location: str | None = None  # as in Device
     class_code: int | None = None  # of the device or of one of its interfaces
-    interface_class: int | None = None  # this and the next two: of one and the same interface
+    interface_class: int | None = None  # this and the next two are compared with one interface at a time
     interface_subclass: int | None = None
     interface_protocol: int | None = None
     modes: Collection[str] = ()  # the device is in all of them: 'adb', 'mass-storage', ...
     port_path: str | None = None  # the whole path: '1-2.3'
     name: str | None = None  # a part of the manufacturer or product string; A to Z match in either case
-    exclude: bool = False  # a device passes if it does not agree
+    exclude: bool = False  # inverts the filter
 
 
 def _bits_of_tags(tags: Collection[str]) -> int:

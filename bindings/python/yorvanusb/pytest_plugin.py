@@ -1,4 +1,4 @@
-"""The fixture usb_bus: a simulated bus for one test. pytest finds it where the package is installed."""
+"""The fixture usb_bus: a simulated bus for one test. pytest finds it in the installed package."""
 from __future__ import annotations
 
 from typing import Iterator

@@ -10,26 +10,26 @@ from .watching import close_all
 
 
 class SimulatedDevice:
-    """A device on a simulated bus. Its functions return when the device list and every watch know of the change."""
+    """A device on a simulated bus. Its functions return when the change is in the device list and in every watch."""
 
     def __init__(self, bus: SimulatedBus, number: int) -> None:
         self._bus = bus
         self._number = number
 
     def unplug(self) -> None:
-        """Detaches it. Raises DeviceGoneError if it is not attached."""
+        """Detaches the device. Raises DeviceGoneError if it is not attached."""
         _c.check(_c.library().yusb_simulator_unplug(self._bus._pointer(), self._number))
         self._bus.settle()
 
     def allow_open(self) -> None:
-        """Lets it be opened from now on. Raises DeviceGoneError if it is not attached."""
+        """Makes the device openable. Raises DeviceGoneError if it is not attached."""
         _c.check(_c.library().yusb_simulator_open_node(self._bus._pointer(), self._number))
 
 
 class SimulatedBus:
-    """Replaces the host's bus while it exists. One at a time, and not while a watch is open.
+    """Replaces the host's bus while it exists. Only one may exist, and it cannot be created while a watch is open.
 
-    close(), or the end of a `with` block, closes all watches and makes the host's bus the library's again.
+    close(), or the end of a `with` block, closes all watches and restores the host's bus.
     """
 
     def __init__(self) -> None:
@@ -37,7 +37,7 @@ class SimulatedBus:
         self._started = False
         library = _c.library()
         if library.yusb_settle(0) in (_c.OK, _c.TIMED_OUT):
-            raise _c.make_error(_c.BUSY)  # what has started the library would stay on its bus
+            raise _c.make_error(_c.BUSY)  # the library is already running on another bus
         _c.check(library.yusb_simulator_create(self._simulator))
         status = library.yusb_start()
         if status != _c.OK:
@@ -66,8 +66,8 @@ class SimulatedBus:
     ) -> SimulatedDevice:
         """Attaches a device; the library lists it unless `vendor` or `product` is 0.
 
-        It can be opened `openable_after` seconds later, or, if that is None, when allow_open() is called. Returns
-        when the device list and every watch know of it.
+        It can be opened `openable_after` seconds later, or after allow_open() if that is None. Returns when the
+        device is in the device list and in every watch.
         """
         made = (_c.Interface * len(interfaces))()
         for structure, each in zip(made, interfaces):
@@ -103,13 +103,13 @@ class SimulatedBus:
         return SimulatedDevice(self, number.value)
 
     def settle(self, timeout: float = 30) -> None:
-        """Waits until the device list and every watch know of all changes."""
+        """Waits until all changes are in the device list and in every watch."""
         _c.check(_c.library().yusb_settle(_c.milliseconds(timeout)))
 
     def close(self) -> None:
-        """Closes all watches, and makes the host's bus the library's again. A second call does nothing.
+        """Closes all watches and restores the host's bus. A second call does nothing.
 
-        Raises BusyError while another thread or task has not left a watch; then call it again.
+        Raises BusyError while another thread or task is still in a watch; then call it again.
         """
         if not self._simulator:
             return

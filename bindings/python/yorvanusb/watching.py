@@ -19,7 +19,7 @@ from .filters import Filter, structures
 
 @dataclasses.dataclass(frozen=True)
 class Arrival:
-    """`device` was attached, or was attached already when the watch began."""
+    """`device` was attached, or was already attached when the watch started."""
 
     device: Device
 
@@ -33,7 +33,7 @@ class Removal:
 
 @dataclasses.dataclass(frozen=True)
 class Resync:
-    """The watch was full and dropped its events; `devices` is what is attached now."""
+    """The watch overflowed and dropped its events; `devices` are those attached now."""
 
     devices: tuple[Device, ...]
 
@@ -74,7 +74,7 @@ class _Queue:
 
     @contextlib.contextmanager
     def used(self) -> Iterator[ctypes.c_void_p | None]:
-        """The queue, which is not freed before the end of the block; None if it has been freed."""
+        """Yields the queue, which is not freed before the end of the block; None if it has been freed."""
         self._check_process()
         with self._lock:
             queue = self._queue
@@ -93,7 +93,7 @@ class _Queue:
                 _c.check(self._library.yusb_queue_close(self._queue))
 
     def abandon(self) -> None:
-        """Closes the queue, and frees it when no call is under way."""
+        """Closes the queue, and frees it when no call is running."""
         if self._process != os.getpid():
             return
         with self._lock:
@@ -113,11 +113,11 @@ class _Queue:
 
 
 class Watch:
-    """Keeps events until they are taken: by next(), by `for` or by `async for`.
+    """Stores events until they are taken by next(), `for` or `async for`.
 
     Arrivals and removals of a device strictly alternate, an arrival first. Iteration ends when the watch is closed
     and its events are taken. Several threads, or tasks, may iterate over one watch; each event goes to one of them.
-    A watch that is not referred to any more is closed.
+    A watch that is no longer referenced is closed.
     """
 
     def __init__(self, filters: tuple[Filter, ...], capacity: int, removals_at_close: bool) -> None:
@@ -128,9 +128,9 @@ class Watch:
             _watches.add(self)
 
     def next(self, timeout: float | None = None) -> Event | None:
-        """Takes the next event, and waits for one for `timeout` seconds, without a limit if that is None.
+        """Takes the next event. Waits for one for `timeout` seconds; None waits forever.
 
-        None if there is none in that time, or if the watch is closed and empty.
+        Returns None if there was none in that time, or if the watch is closed and empty.
         """
         try:
             return self._next(None if timeout is None else time.monotonic() + timeout)
@@ -138,7 +138,7 @@ class Watch:
             return None
 
     def fileno(self) -> int:
-        """A descriptor that is readable while there is an event, and once the watch is closed.
+        """Returns a file descriptor that is readable while there is an event, and after the watch is closed.
 
         Do not read or close it. It is closed with the watch.
         """
@@ -148,7 +148,7 @@ class Watch:
             return self._descriptor(queue)
 
     def close(self) -> None:
-        """Stops watching. Iterators take what is left, and end. A second call does nothing."""
+        """Stops watching. Iterators take the remaining events and end. A second call does nothing."""
         self._queue.close()
         self._closed = True
 
@@ -255,7 +255,7 @@ _watches_lock = threading.Lock()
 
 
 def close_all() -> None:
-    """Closes and frees all watches. One that another thread or task waits in is freed when that has woken."""
+    """Closes and frees all watches. A watch in which another thread or task waits is freed when that has woken."""
     with _watches_lock:
         watches = list(_watches)
     for each in watches:
@@ -264,9 +264,9 @@ def close_all() -> None:
 
 
 def watch(*filters: Filter, capacity: int = 1024, removals_at_close: bool = False) -> Watch:
-    """Watches devices, from those that are attached now on: those that one of the filters lets pass, or all.
+    """Watches the devices that pass one of the filters, or all devices, starting with those that are attached.
 
-    The watch holds `capacity` events; when it is full, the next event is a Resync. With `removals_at_close`, closing
-    it adds a Removal for each device that is attached then.
+    The watch holds `capacity` events; if it overflows, the next event is a Resync. With `removals_at_close`, closing
+    it adds a Removal for each attached device.
     """
     return Watch(filters, capacity, removals_at_close)

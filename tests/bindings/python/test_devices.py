@@ -58,7 +58,7 @@ def test_waits_until_a_device_can_be_opened(usb_bus):
     ([Filter(interface_class=8, interface_subclass=0x42)], ''),
     ([Filter(class_code=9)], 'C'),
     ([Filter(port_path='1-4'), Filter(location='0x1230000')], 'AB'),
-    ([Filter(name='TÉLÉ')], ''),  # the case of A to Z alone
+    ([Filter(name='TÉLÉ')], ''),  # only A to Z match in either case
     ([Filter(name='tél')], 'A'),
     ([Filter(name='maker', exclude=True)], 'BC'),
 ])

@@ -18,7 +18,7 @@ def plug(bus, port, serial_number):
 
 
 def descriptors():
-    gc.collect()  # of what tests before have left
+    gc.collect()  # objects of earlier tests
     return len(os.listdir('/proc/self/fd'))
 
 
