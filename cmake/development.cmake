@@ -1,7 +1,7 @@
 # Compiler flags for a build of the project itself. As part of another project it uses that project's flags.
 option(YORVANUSB_WARNINGS_AS_ERRORS "Treat warnings as errors" OFF)  # ON in the presets for development
-option(YORVANUSB_COVERAGE "Count which lines run (gcc)" OFF)
-set(YORVANUSB_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
+option(YORVANUSB_COVERAGE "Measure line coverage (gcc)" OFF)
+set(YORVANUSB_SANITIZE "" CACHE STRING "Sanitizers, as a value of -fsanitize")
 
 add_compile_options(-Wall -Wextra -Wpedantic $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)

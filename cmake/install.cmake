@@ -1,6 +1,6 @@
 # Installation into a prefix, which may be moved afterwards. Each component is a Debian package.
 include(CMakePackageConfigHelpers)
-option(YORVANUSB_DEBIAN "Make Debian packages of the installation" OFF)
+option(YORVANUSB_DEBIAN "Use the layout of Debian packages" OFF)
 if(YORVANUSB_DEBIAN)
   set(zsh_dir zsh/vendor-completions)
   set(development_docs libyorvanusb-dev)

@@ -1,4 +1,4 @@
-// Keeps the attached Android phones, by location. It is separate from main() so that a test can use it with a
+// The attached Android phones, by location. It is separate from main() so that a test can use it with a
 // simulated bus.
 #ifndef PHONE_SHELF_H_
 #define PHONE_SHELF_H_

@@ -161,8 +161,8 @@ using device_visitor = std::function<bool(const YUsbInfoDevice&)>;
 // Creates the device list and starts the monitor thread without waiting for it: devices that are already
 // attached arrive shortly afterwards as live events. If memory, threads or file descriptors run out, it
 // starts what it can, and the list stays empty. A second call before a release keeps everything, and tries
-// again to start the monitor thread if that is not running. Parts of the list that could not be allocated may
-// stay missing until a release. Refused in a handler that runs under the locks.
+// again to start the monitor thread if that is not running. If only a part of the list could be allocated,
+// the other part may stay missing until a release. Refused in a handler that runs under the locks.
 YUSB_EXPORT void global_initialize() noexcept;
 
 // Stops the monitor thread and waits until it has ended. Then destroys every context that is still open,

@@ -93,7 +93,7 @@ class simulator::implementation::watch : public port::session {
 std::unique_ptr<port::session> simulator::implementation::open() {
   auto opened = std::make_unique<watch>(shared_from_this());
   if (opened->poll_fds()[0] >= 0) return opened;
-  YLog::output(port::log_error, "No descriptor is left for the simulated bus");
+  YLog::output(port::log_error, "Unable to open a descriptor for the simulated bus");
   return nullptr;
 }
 

@@ -2,7 +2,7 @@
 # Runs as root in a fresh Debian 12 with the packages in /try.
 set -eu
 cd /try
-# What the packages were built with is not what a user of them has.
+# The build of a user must not depend on the environment in which the packages were built.
 unset CXX CXXFLAGS LDFLAGS CMAKE_CXX_COMPILER_LAUNCHER
 export DEBIAN_FRONTEND=noninteractive
 apt_get() { apt-get -qq -y --no-install-recommends "$@"; }

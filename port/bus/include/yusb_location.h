@@ -34,8 +34,8 @@ YUSB_BUS_EXPORT std::uint32_t bus_of_path(std::string_view path) noexcept;
 // The bus number is the top byte, followed by one hexadecimal digit per port: "1-2.3" is 0x01230000, "usb1"
 // is 0x01000000. A path that does not fit (a port above 15, a bus above 255, more than six ports) gets a
 // location that no fitting path has: the bus number (0 if it is above 255) in the top byte, then the digit 0,
-// then 20 bits of a hash of the path. Two paths that do not fit may get the same location; next_location then
-// yields another one for a device that is attached at the same time.
+// then 20 bits of a hash of the path. Two paths that do not fit may get the same location. If both devices
+// are attached, the second gets the result of next_location.
 YUSB_BUS_EXPORT std::optional<std::uint32_t> location_of_path(std::string_view path) noexcept;
 
 // Returns the only port path with that location; empty if there is none or if location_may_collide(location).

@@ -73,8 +73,8 @@ struct simulated_device {
   // False: the registry has no "locationID" for the device, so its removal is not reported.
   bool location_property = true;
 
-  // What yusb_details.h reports besides the numbers and strings above. An empty port path stands for that of
-  // the location, "1-2.3" for 0x01230000, or for none if no port path has that location.
+  // What yusb_details.h reports besides the numbers and strings above. If the port path is empty, it is
+  // derived from the location: "1-2.3" from 0x01230000, or none if no port path has that location.
   std::string port_path;
   std::uint16_t usb_version = 0x0200;
   std::uint8_t class_code = 0;
