@@ -134,7 +134,7 @@ def check_tests(mutants):
 
 
 def check(mutants):
-    """Whether every mutant applies to the sources, and the tests that it names exist."""
+    """Returns whether every mutant applies to the sources and its tests exist."""
     wrong = 0
     try:
         check_tests(mutants)

@@ -1,4 +1,4 @@
-// What happens when memory runs out. Most cases run in a process of their own.
+// Behaviour when out of memory. Most cases run in their own process.
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>

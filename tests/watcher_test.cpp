@@ -123,7 +123,7 @@ struct actor {
     record.setInstancePath(has_own_path ? YString::format("path %u", place) : record.location());
     if (random() % 8 != 0) record.setProductID(product);
     enum change { add, remove_location, remove_path, remove_record, plug, unplug };
-    // With these relative frequencies.
+    // Each call is listed as often as it should occur, relative to the others.
     constexpr change changes[] = {
         add,           add,  remove_location, remove_location, remove_location, remove_location, remove_path,
         remove_record, plug, unplug};

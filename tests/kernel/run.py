@@ -89,7 +89,7 @@ class Runner:
         self.counts = {"comparisons": 0, "streams": 0, "events": 0}
 
     def run(self, planned, seed):
-        """Whether each scenario that began or was planned has ended, well or not."""
+        """Returns whether every scenario that was planned or started has ended, successfully or not."""
         self._waiting.extend(planned)
         self._seed = seed
         self._end = time.monotonic() + LONG_SECONDS if self._arguments.long else 0.0
