@@ -1,4 +1,5 @@
-// Prints the devices that are attached and detached, until Ctrl-C. One thread waits for both with epoll.
+// Prints the devices that are attached and detached, until Ctrl-C. One thread waits for events and signals
+// with epoll.
 #include <YorvanCore/YLog.h>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>

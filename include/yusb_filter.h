@@ -17,7 +17,7 @@ namespace yusb {
 
 // Returns true to keep the device. yusb::device_is_apple, yusb::device_is_airpods and yusb::device_is_android
 // are filters, and so is any function or lambda of this form. When called, the filters of this file do not
-// lock, allocate or throw; the rules of those three functions are in yusb.h. To create a filter may throw
+// lock, allocate or throw; the rules of those three functions are in yusb.h. Creating a filter may throw
 // std::bad_alloc. A combined filter is thread-safe if its parts are.
 using device_filter = std::function<bool(const YUsbInfoDevice&)>;
 

@@ -65,9 +65,9 @@ class YUSB_BUS_EXPORT node_waiter {
 
 }  // namespace detail
 
-// Waits until the record's device can be opened, is gone, or the limit has passed. `record` is of the device.
-// `limit` is at most a year; with 0 or less it only tests. A device is the record's if device_details would
-// return its details.
+// Waits until the record's device can be opened, is gone, or the limit has passed. `record` is the device's
+// record. `limit` is at most a year; with 0 or less it only tests. A device is the record's if device_details
+// would return its details.
 //
 // May be called from any thread, but not under the library's locks: there it does not wait, returns
 // `refused`, and the library writes a line to the log. It starts no thread. Throws std::bad_alloc.

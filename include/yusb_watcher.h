@@ -33,7 +33,7 @@
 // both, or else the first with either.
 //
 // Life cycle. Construct a watcher after yusb::global_initialize; stop or destroy it before
-// yusb::global_release: to use it later is undefined. There may be any number of watchers. They can be moved,
+// yusb::global_release: using it later is undefined. There may be any number of watchers. They can be moved,
 // not copied; a move does not affect events. Use one object on one thread at a time, except where watch_queue
 // permits more.
 //

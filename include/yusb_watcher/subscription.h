@@ -30,9 +30,9 @@ class subscription final : public yusb_device_event_interface {
   void start() {
     if (!context_create(&_context)) throw std::runtime_error("yusb::watcher: not under the library's locks");
     if (_context == nullptr) throw std::bad_alloc();
-    // A registration replays the list without a lock; `_hears` drops that replay. The context is outside the
-    // set meanwhile, so it receives no other event. Adding it to the set replays the list again, under the
-    // locks that every change takes.
+    // A registration replays the list without a lock; `_hears` is still false, so that replay is dropped. The
+    // context is outside the set meanwhile, so it receives no other event. Adding it to the set replays the
+    // list again, under the locks that every change takes.
     if (!common_object_remove(_context) || !context_notify_object_append(_context, this)) {
       context_release(_context);
       throw std::runtime_error("yusb::watcher: the library is not initialised");

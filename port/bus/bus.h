@@ -114,8 +114,8 @@ class bus {
   virtual std::unique_ptr<node_watch> watch_nodes() = 0;
 };
 
-// Sets, and returns, the bus that the next notification port watches; null sets the host's own bus. May be
-// called from any thread. The bus must outlive the library's use of it.
+// The bus that the next notification port watches. set_bus(nullptr) selects the host's own bus. May be called
+// from any thread. The bus must outlive the library's use of it.
 void set_bus(bus* chosen);
 bus& current_bus();
 

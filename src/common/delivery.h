@@ -17,8 +17,8 @@ struct _yusb_context {
 
 namespace yusb {
 
-// Calls every interface of one context, in ascending order of address, under the context's lock. The caller's
-// `running` marks the thread, once for all contexts.
+// Calls every interface of one context, in ascending order of address, under the context's lock. `running` is
+// the caller's mark on this thread; one mark serves all contexts.
 void deliver(const callback_scope& running, _yusb_context* context, const YUsbInfoDevice& device,
              _yusb_device_event event);
 

@@ -39,8 +39,8 @@ void global_release() noexcept { common_global_release(); }
 
 }  // namespace yusb
 
-// The optimiser cannot remove the empty assembly. It would drop an empty hook from the loader's table, and a
-// debugger would have no place to stop when the library is loaded.
+// The optimiser must keep the empty assembly. It would drop a hook without an effect from the loader's table,
+// and then a debugger could not stop where the library is loaded.
 bool yorvan_usb_dynamic_library_initialize() noexcept {
   __asm__ volatile("");
   return true;

@@ -310,7 +310,8 @@ YUSB_C_EXPORT yusb_status yusb_mode_name(yusb_mode mode, const char** name);
 YUSB_C_EXPORT yusb_status yusb_parse_mode(const char* name, yusb_mode* mode);
 
 // Waits until this process has permission to open the device. The library need not be started.
-// YUSB_OK if it has, YUSB_GONE, YUSB_TIMED_OUT, YUSB_OUT_OF_MEMORY, YUSB_REFUSED, YUSB_UNSUPPORTED.
+// YUSB_OK if it has permission, YUSB_GONE, YUSB_TIMED_OUT, YUSB_OUT_OF_MEMORY, YUSB_REFUSED,
+// YUSB_UNSUPPORTED.
 YUSB_C_EXPORT yusb_status yusb_wait_openable(const yusb_device* device, int64_t limit);
 
 // ---- The log ----

@@ -56,8 +56,9 @@ YUSB_C_EXPORT yusb_status yusb_simulator_create(yusb_simulator** simulator);
 // YUSB_BUSY while the library is started: the simulator is not freed.
 YUSB_C_EXPORT yusb_status yusb_simulator_free(yusb_simulator* simulator);
 
-// Attaches a device, and stores its ID, which is never 0. YUSB_INVALID_ARGUMENT also if there is neither a
-// location nor a port path; YUSB_OUT_OF_MEMORY, YUSB_UNSUPPORTED.
+// Attaches a device, and stores its ID, which is never 0.
+// YUSB_INVALID_ARGUMENT also if the device has neither a location nor a port path; YUSB_OUT_OF_MEMORY,
+// YUSB_UNSUPPORTED.
 YUSB_C_EXPORT yusb_status yusb_simulator_plug(yusb_simulator* simulator, const yusb_simulated_device* device,
                                               int* id);
 

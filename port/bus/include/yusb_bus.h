@@ -23,8 +23,8 @@ YUSB_BUS_EXPORT bool bus_present();
 // Waits until the library has handled every event that the bus has reported: after yusb::global_initialize,
 // until every device attached at that time is listed and delivered; on a simulated bus, also until every
 // change made before this call is. If the bus keeps changing, that may never happen. `limit` is how long to
-// wait at most. False if the limit has passed, also because the library is not initialised. May be called
-// from any thread, but not in a handler.
+// wait at most. False if the limit has passed; it always passes if the library is not initialised. May be
+// called from any thread, but not in a handler.
 //
 // On macOS it waits until every device that IOKit reports, except root hubs, is listed at its location and
 // delivered. A removal may still be pending. It also returns false after `limit` if a device is attached that
