@@ -8,6 +8,7 @@ void register_core();
 void register_bus();
 void register_details();
 void register_scaling();
+void register_languages();
 
 void count_core();
 void count_bus();

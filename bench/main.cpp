@@ -27,6 +27,7 @@ int main(int argc, char** argv) {
   bench::register_bus();
   bench::register_details();
   bench::register_scaling();
+  bench::register_languages();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
   benchmark::RunSpecifiedBenchmarks();

@@ -132,6 +132,14 @@ def measure_times(build):
             for result in results if result['aggregate_name'] == 'median'}
 
 
+def measure_python(build):
+    """Nanoseconds that an event costs a program in Python."""
+    here = os.path.dirname(os.path.abspath(__file__))
+    environment = {**os.environ, 'PYTHONPATH': os.path.join(here, '..', 'bindings', 'python'),
+                   'PYTHONDONTWRITEBYTECODE': '1', 'LD_LIBRARY_PATH': os.path.join(build, 'bindings', 'c')}
+    return float(run([sys.executable, os.path.join(here, 'languages.py')], env=environment))
+
+
 # ---- Tables and plots ----
 
 
@@ -207,6 +215,12 @@ def scaling_tables(times):
     return '\n\n'.join((starts, storms, rest))
 
 
+def languages_table(times, python):
+    costs = {'C++': times['next/C++']['cpu_time'], 'C': times['next/C']['cpu_time'], 'Python': python}
+    return table(['an event from a queue', 'ns', '× C++'],
+                 [[language, cost, cost / costs['C++']] for language, cost in costs.items()])
+
+
 def machine():
     with open('/proc/cpuinfo', encoding='utf-8') as lines:
         model = re.search(r'^model name\s*: (.*)$', lines.read(), re.M)
@@ -278,7 +292,7 @@ def main():
     if not arguments.limits:
         times = measure_times(arguments.build)
         tables.update(machine=machine(), peers=peers_table(counts, times), core=core_table(counts, times),
-                      scaling=scaling_tables(times))
+                      scaling=scaling_tables(times), languages=languages_table(times, measure_python(arguments.build)))
     print('\n\n'.join(tables.values()))
     if counts['umockdev', 'host']:
         print('report.py: the instructions and system calls of a device were not compared with their limits',

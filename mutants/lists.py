@@ -125,7 +125,7 @@ def read_lists():
 
 def check_tests(mutants):
     """Each alternative of the patterns of tests names a test; the first mistake is raised."""
-    names = [f"{suite}.{name}" for path in sorted((ROOT / "tests").glob("*_test.cpp"))
+    names = [f"{suite}.{name}" for path in sorted((ROOT / "tests").rglob("*_test.cpp"))
              for suite, name in re.findall(r"\bTEST(?:_F)?\((\w+),\s*(\w+)\)", path.read_text())]
     for mutant in mutants:
         for alternative in re.split(r"\|(?![^(]*\))", mutant.tests):
