@@ -2,6 +2,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <csignal>
+#include <future>
 #include <stdexcept>
 
 #include "platform/darwin/context.h"
@@ -95,6 +96,33 @@ TEST(Monitor, LeavesNothingWhenItsLoopWasStoppedByTheHost) {
   EXPECT_TRUE(comes_true([&] { return entries("/proc/self/task") == threads; }));
   global_release();
   EXPECT_EQ(simulator::leaks(), strings());
+}
+
+// A variable of the monitor thread, which ends after the thread's function and before the library's own.
+struct thread_end {
+  ~thread_end() {
+    if (reached == nullptr) return;
+    reached->open();
+    proceed->wait();
+  }
+  gate *reached = nullptr, *proceed = nullptr;
+};
+thread_local thread_end _thread_end;
+
+TEST(Monitor, HasLeftTheLibraryWhenAReleaseReturns) {
+  gate reached, proceed;
+  simulator bus;
+  bus.before_calls([&](const std::string& call) {
+    if (call == "CFRunLoopRun") _thread_end.reached = &reached, _thread_end.proceed = &proceed;
+    return true;
+  });
+  global_initialize();
+  ASSERT_TRUE(bus.settle());
+  auto release = std::async(std::launch::async, global_release);
+  reached.wait();
+  EXPECT_EQ(release.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  proceed.open();
+  release.get();
 }
 
 TEST(Monitor, SurvivesASystemThatRefuses) {
