@@ -23,6 +23,7 @@ MODULES = """virtio_pci virtio_console xhci_pci vhci_hcd dummy_hcd libcomposite 
 DEBIAN = {"amd64": "x86_64-linux-gnu", "arm64": "aarch64-linux-gnu"}
 LOADER = {"amd64": "lib64/ld-linux-x86-64.so.2", "arm64": "lib/ld-linux-aarch64.so.1"}
 UDEV = "udev libudev1 libkmod2 libblkid1 libacl1 libselinux1 libpcre2-8-0 libcap2 liblzma5 libzstd1 libssl3".split()
+PYTHON = "python3.11-minimal libpython3.11-minimal libpython3.11-stdlib libffi8 libexpat1 zlib1g".split()
 TEXT = ["libutf8proc-dev", "libutf8proc2"]  # libraries of yusb
 
 
@@ -131,9 +132,9 @@ class Machine:
         self.folder.mkdir(parents=True, exist_ok=True)
         if not (self.folder / "modules").exists():
             self._make_kernel()
-        if not (self._user_land / "usr/include/utf8proc.h").exists():
+        if not (self._user_land / "usr/bin/python3.11").exists():
             shutil.rmtree(self._user_land, ignore_errors=True)
-            self._basis.unpack(["busybox-static", *TEXT, *UDEV], self._user_land)
+            self._basis.unpack(["busybox-static", *TEXT, *UDEV, *PYTHON], self._user_land)
         self._build_programs()
         self._make_initrd()
 
@@ -196,6 +197,7 @@ class Machine:
         for program in ("usb-device", "usb-watch", "usb-compare", "usb-uevents", "usb-wide-hub", "usb-open"):
             shutil.copy(self._programs / program, tree / "bin")
         shutil.copy(self._programs / "project/tools/yusb", tree / "bin")
+        self._copy_python(tree)
         self._copy_libraries(tree)
         (tree / "etc/passwd").write_text("root:x:0:0:root:/root:/bin/sh\nnobody:x:65534:65534:nobody:/:/bin/sh\n")
         (tree / "etc/group").write_text("root:x:0:\nnogroup:x:65534:\n")
@@ -208,6 +210,20 @@ class Machine:
             subprocess.run(["cpio", "--quiet", "-o", "-H", "newc", "-R", "0:0"], input=names.encode(), cwd=tree,
                            stdout=image, check=True)
 
+    def _copy_python(self, tree):
+        """The interpreter, what our package needs of its modules, and our package."""
+        shutil.copy(self._user_land / "usr/bin/python3.11", tree / "bin/python3")
+        modules = tree / "usr/lib/python3.11"
+        left_out = ("__pycache__", "lib-dynload", "lib2to3", "pydoc_data", "unittest", "idlelib", "distutils", "email")
+        shutil.copytree(self._user_land / "usr/lib/python3.11", modules, ignore=shutil.ignore_patterns(*left_out))
+        for name in ("_asyncio", "_contextvars", "_ctypes"):
+            for module in (self._user_land / "usr/lib/python3.11/lib-dynload").glob(f"{name}.*.so"):
+                (modules / "lib-dynload").mkdir(exist_ok=True)
+                shutil.copy(module, modules / "lib-dynload")
+        shutil.copytree(ROOT / "bindings/python/yorvanusb", modules / "yorvanusb")
+        (tree / "lib").mkdir(exist_ok=True)
+        shutil.copy(self._programs / "project/bindings/c/libYorvanUsbC.so.1", tree / "lib")
+
     def _copy_libraries(self, tree):
         triplet = DEBIAN[self.arch]
         places = [self._programs / "project", pathlib.Path("/usr") / triplet / "lib",
@@ -216,6 +232,7 @@ class Machine:
         shutil.copy(next(place / LOADER[self.arch].split("/")[1] for place in places[1:]
                          if (place / LOADER[self.arch].split("/")[1]).exists()), tree / LOADER[self.arch])
         waiting = [path for path in (tree / "bin").iterdir() if path.is_file() and path.name != "busybox"]
+        waiting += [tree / "lib/libYorvanUsbC.so.1", *(tree / "usr/lib/python3.11/lib-dynload").iterdir()]
         while waiting:
             for name in needed_libraries(waiting.pop()):
                 target = tree / (LOADER[self.arch] if name in LOADER[self.arch] else f"lib/{name}")

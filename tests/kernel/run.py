@@ -19,7 +19,7 @@ import vm
 SCENARIOS = machine.HERE / "scenarios"
 SCENARIO_SECONDS = 600
 LONG_SECONDS = 30 * 60
-LONG = {"storm": ["steps=120"], "exits-without-a-release": ["hosts=100"],
+LONG = {"a-python-script-of-a-user": ["plugs=200"], "storm": ["steps=120"], "exits-without-a-release": ["hosts=100"],
         "opening-devices-without-privilege": ["devices=1000"]}
 
 
