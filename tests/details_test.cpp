@@ -15,21 +15,10 @@ struct Details : Library {
     made.interfaces = {{0, 0x06, 0x01, 0x01, "MTP", ""}, {1, 0xFF, 0x42, 0x01, "ADB Interface", "usbfs"}};
     return made;
   }
-
-  // The record of the latest device.
-  YUsbInfoDevice plug(const simulated_device& device) {
-    id = bus.plug(device);
-    settle();
-    YUsbInfoDevice last;
-    device_traverse(nullptr, [&](const YUsbInfoDevice& record) { return last = record, true; });
-    return last;
-  }
-
-  int id = 0;
 };
 
 TEST_F(Details, AreTheDescriptionOfTheDeviceThatTheRecordIsOf) {
-  const YUsbInfoDevice record = plug(phone());
+  const YUsbInfoDevice record = attach(phone());
   const auto found = device_details(record);
   ASSERT_TRUE(found.has_value());
   EXPECT_EQ(std::tie(found->port_path, found->bus, found->speed, found->manufacturer, found->product_name),
@@ -43,7 +32,7 @@ TEST_F(Details, AreTheDescriptionOfTheDeviceThatTheRecordIsOf) {
   EXPECT_FALSE(device_details(record).has_value());
   simulated_device successor = phone();
   successor.product = 0x4EE0;
-  EXPECT_TRUE(device_details(plug(successor)).has_value());
+  EXPECT_TRUE(device_details(attach(successor)).has_value());
   EXPECT_FALSE(device_details(record).has_value()) << "another device at the same port";
 }
 
@@ -52,13 +41,13 @@ TEST_F(Details, AgreeWithARecordWhoseStringsTheDeviceGarbled) {
   garbled.replies[2].bytes = {8, 3, 'P', 0, 0x00, 0xD8, 'x', 0x4E, 'y'};
   garbled.replies[3].status = 1;
   garbled.failing = {simulated_number::release, simulated_number::manufacturer_index};
-  const auto found = device_details(plug(garbled));
+  const auto found = device_details(attach(garbled));
   ASSERT_TRUE(found.has_value());
   EXPECT_EQ(std::tie(found->manufacturer, found->product_name, found->serial_number),
             std::tuple("", "P\xE4\xB9\xB8", ""))
       << "without the lone surrogate";
   garbled.replies[2].bytes.assign(300, 'x');
-  EXPECT_TRUE(device_details(plug(garbled)).has_value()) << "a reply longer than what the library asks for";
+  EXPECT_TRUE(device_details(attach(garbled)).has_value()) << "a reply longer than what the library asks for";
 }
 
 TEST_F(Details, AnswerAHandlerUnderTheLocks) {
@@ -67,12 +56,12 @@ TEST_F(Details, AnswerAHandlerUnderTheLocks) {
     if (const auto found = device_details(device)) path = found->port_path;
   };
   listen();
-  plug(phone());
+  attach(phone());
   EXPECT_EQ(path, "1-2.3");
 }
 
 TEST_F(Details, FiltersChooseByWhatIsAttachedNow) {
-  const YUsbInfoDevice record = plug(phone());
+  const YUsbInfoDevice record = attach(phone());
   const std::pair<device_filter, bool> expected[] = {
       {with_class(0xFF), true},
       {with_class(0x00), true},

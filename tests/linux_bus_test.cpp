@@ -2,15 +2,14 @@
 #include <dlfcn.h>
 #include <linux/netlink.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 
 #include <cerrno>
 
 #include <yusb_location.h>
 
 #include "mocked_bus.h"
+#include "own_network.h"
 
 namespace {
 
@@ -118,19 +117,15 @@ TEST_F(LinuxBus, BelievesOnlyTheKernel) {
 
 TEST_F(LinuxBus, RescansEverySecondWithoutUevents) {
   plug({"1-1"});
-  const pid_t child = fork();  // only a single-threaded process can enter a user namespace
-  if (child == 0) {
-    if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) _exit(77);
-    bool good = changes() == "+0x1100000 " && log.take('3').size() == 1;
+  const int status = status_in_own_network([this] {
+    if (changes() != "+0x1100000 " || log.take('3').size() != 1) return 1;
     vanish("1-1");
     pollfd timer = {opened->poll_fds()[1], POLLIN, 0};
-    good = good && changes().empty() && poll(&timer, 1, 20000) == 1 && changes() == "-0x1100000 " &&
-           poll(&timer, 1, 0) == 0 && poll(&timer, 1, 20000) == 1;
-    _exit(good ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no user namespaces here";
+    if (!changes().empty() || poll(&timer, 1, 20000) != 1) return 2;
+    if (changes() != "-0x1100000 " || poll(&timer, 1, 0) != 0) return 3;
+    return poll(&timer, 1, 20000) == 1 ? 0 : 4;
+  });
+  if (status == no_user_namespaces) GTEST_SKIP() << "no user namespaces here";
   EXPECT_EQ(status, 0);
 }
 

@@ -4,9 +4,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <umockdev.h>
 #include <unistd.h>
 
@@ -16,6 +14,7 @@
 #include <fstream>
 #include <memory>
 
+#include "own_network.h"
 #include "support.h"
 
 namespace {
@@ -133,24 +132,20 @@ TEST_F(LinuxNodes, OfDevicesThatLeaveAreReportedWithAndWithoutANode) {
   EXPECT_EQ(now(), "3 gone");
 }
 
-TEST_F(LinuxNodes, AreLookedAtEverySecondWhereTheKernelReportsNothing) {
+TEST_F(LinuxNodes, AreCheckedEverySecondWithoutUevents) {
   const record_key record = plug("1-1");
-  const pid_t child = fork();  // only a single-threaded process can enter a user namespace
-  if (child == 0) {
-    if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) _exit(77);
+  const int status = status_in_own_network([&] {
     nodes.add(1, record);
-    if (!now().empty() || !nodes.due().has_value()) _exit(1);
+    if (!now().empty() || !nodes.due().has_value()) return 1;
     const auto due = *nodes.due();
     unlink((_root + "/sys/devices/1-1/devnum").c_str());
     std::string answer = now();
-    if (!answer.empty() && std::chrono::steady_clock::now() < due) _exit(2);
+    if (!answer.empty() && std::chrono::steady_clock::now() < due) return 2;
     std::this_thread::sleep_until(due);
     if (answer.empty()) answer = now();
-    _exit(answer == "1 gone" && !nodes.due().has_value() ? 0 : 3);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no user namespaces here";
+    return answer == "1 gone" && !nodes.due().has_value() ? 0 : 3;
+  });
+  if (status == no_user_namespaces) GTEST_SKIP() << "no user namespaces here";
   EXPECT_EQ(status, 0);
 }
 

@@ -19,14 +19,8 @@ struct Openable : Library {
                       std::uint32_t location = 0x01100000) {
     simulated_device device = make_device(0x18D1, 0x4EE7, location);
     device.openable_after = openable_after;
-    id = bus.plug(device);
-    settle();
-    YUsbInfoDevice last;
-    device_traverse(nullptr, [&](const YUsbInfoDevice& record) { return last = record, true; });
-    return last;
+    return attach(device);
   }
-
-  int id = 0;
 };
 
 TEST_F(Openable, HasThreeAnswers) {

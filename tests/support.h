@@ -198,10 +198,23 @@ struct Library : testing::Test {
   void settle() { ASSERT_TRUE(bus.settle()); }
   void listen() { ASSERT_TRUE(yusb::context_notify_object_append(context, &client)); }
 
+  // Attaches a device to the bus, as `id`, and returns its record.
+  YUsbInfoDevice attach(const yusb::simulated_device& device) {
+    id = bus.plug(device);
+    settle();
+    YUsbInfoDevice last;
+    yusb::device_traverse(nullptr, [&](const YUsbInfoDevice& record) {
+      last = record;
+      return true;
+    });
+    return last;
+  }
+
   log_capture log;
   yusb::simulator bus;
   recorder client;
   _yusb_context* context = nullptr;
+  int id = 0;  // of the device that attach() attached last
 };
 #endif
 
