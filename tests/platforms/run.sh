@@ -95,6 +95,7 @@ inside() {
 for compiler in $compilers; do
   cross=
   [ -z "$cpu" ] || cross="-DCMAKE_SYSTEM_NAME=Linux -DCMAKE_SYSTEM_PROCESSOR=$cpu
+    -DCMAKE_C_COMPILER=$cpu-linux-gnu-gcc
     -DPKG_CONFIG_EXECUTABLE=/usr/bin/$cpu-linux-gnu-pkg-config"
   say "building with $compiler"
   # shellcheck disable=SC2086 # words
