@@ -80,8 +80,9 @@ filter by_mode(std::string_view value) {
 }
 
 filter by_name(std::string_view value) {
-  if (value.empty()) return {};
-  return [part = folded(value)](const known_device& device) {
+  const std::string part = folded(value);
+  if (part.empty()) return {};
+  return [part](const known_device& device) {
     return folded(manufacturer(device)).find(part) != std::string::npos ||
            folded(product_name(device)).find(part) != std::string::npos;
   };

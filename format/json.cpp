@@ -90,7 +90,7 @@ std::string line_of(const json& object) {
 
 }  // namespace
 
-std::string json_line(const event& event) {
+std::string json_line(const event& event, std::optional<bool> openable) {
   const YUsbInfoDevice& record = event.device.record;
   json object = head(event.when, name_of(event.kind));
   object["location"] = utf8(record.location());
@@ -105,6 +105,7 @@ std::string json_line(const event& event) {
   object["android"] = device_is_android(record);
   object["initial"] = event.initial;
   add_details(object, event.device.details);
+  if (openable) object["openable"] = *openable;
   return line_of(object);
 }
 

@@ -20,6 +20,10 @@ bool is_control(char32_t code_point) {
 }
 
 bool steers_text(char32_t code_point) {
+  // Marks of direction, and what has no width and joins nothing.
+  for (const char32_t invisible : {0x061C, 0x200B, 0x200E, 0x200F, 0xFEFF}) {
+    if (code_point == invisible) return true;
+  }
   const utf8proc_property_t* const property =
       utf8proc_get_property(static_cast<utf8proc_int32_t>(code_point));
   if (property->category == UTF8PROC_CATEGORY_ZL || property->category == UTF8PROC_CATEGORY_ZP) return true;

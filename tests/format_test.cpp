@@ -59,6 +59,7 @@ TEST(FormatUtf8, ShowsNoControlCharacter) {
 
 TEST(FormatUtf8, EscapesEachByteThatIsMalformed) {
   EXPECT_EQ(visible("\u4E2D \U0001F600"), "\u4E2D \U0001F600");
+  EXPECT_EQ(visible("\u202Ea\u200F\u200Bb"), "\\u{202E}a\\u{200F}\\u{200B}b");
   for (const std::string bytes : {"\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xE0\x80\xAF"})
     EXPECT_EQ(visible(bytes).size(), 4 * bytes.size()) << "an escape has four characters";
 }

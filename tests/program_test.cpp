@@ -98,6 +98,7 @@ TEST(ToolProgram, ShowsWhatIsKnownOfADevice) {
   const std::string example = "f='" YUSB_EXAMPLE "'; ";
   for (const std::string device : {"1-2.1", "0x1210000", "18d1:4EE7"})
     EXPECT_TRUE(gives(example + "play show " + device, 0, "\ninterface 0    ff/42/01, no driver, \"ADB"));
+  EXPECT_TRUE(gives(example + "play show --json 1-2.1", 0, "\"openable\":true"));
   EXPECT_TRUE(gives("play show 1-9", 1, "yusb: no such device is attached"));
 }
 

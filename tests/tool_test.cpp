@@ -55,12 +55,13 @@ TEST(ToolStopSignal, LeavesAnIgnoredInterruptIgnored) {
 }
 
 TEST(ToolTree, HangsADeviceFromTheNearestListedHub) {
-  std::vector<YUsbInfoDevice> devices;
-  for (const char* location :
-       {"0x2000000", "0x1230000", "0x1400000", "0x1234000", "0x1000000", "0x1231000", "0x1231100"})
-    devices.push_back(make_record(1, 1, location));
-  sort_by_location(&devices);
-  EXPECT_EQ(tree_branches(devices), (strings{"", "├─", "│ ├─", "│ │ └─", "│ └─", "└─", ""}));
+  strings paths = {"",      "300-1", "usb2", "1-2.3",   "1-4",   "1-16.1",
+                   "1-2.4", "usb1",  "1-16", "1-2.3.1", "usb300"};
+  std::sort(paths.begin(), paths.end(), before_in_tree);
+  strings drawn = tree_branches(paths);
+  for (std::size_t i = 0; i < paths.size(); ++i) drawn[i] += paths[i];
+  EXPECT_EQ(drawn, (strings{"usb1", "├─1-2.3", "│ └─1-2.3.1", "├─1-2.4", "├─1-4", "└─1-16", "  └─1-16.1",
+                            "usb2", "usb300", "└─300-1", ""}));
 }
 
 TEST(ToolKnownDevices, TranslateAResyncIntoChanges) {

@@ -56,12 +56,15 @@ std::vector<event> attached(const filter& selects) {
   return found;
 }
 
-std::string table_of(const std::vector<event>& devices, bool tree) {
+std::string table_of(std::vector<event> devices, bool tree) {
   std::vector<std::string> branches(devices.size());
   if (tree) {
-    std::vector<YUsbInfoDevice> records;
-    for (const event& each : devices) records.push_back(each.device.record);
-    branches = tree_branches(records);
+    std::stable_sort(devices.begin(), devices.end(), [](const event& a, const event& b) {
+      return before_in_tree(port_path(a.device), port_path(b.device));
+    });
+    std::vector<std::string> paths;
+    for (const event& each : devices) paths.push_back(port_path(each.device));
+    branches = tree_branches(paths);
   }
   device_table table(device_table::kind::list, coloured_output());
   table.set_limit(terminal_width());
@@ -94,10 +97,14 @@ int show(const options& chosen) {
   for (const event& each : devices) {
     const bool openable =
         wait_openable(each.device.record, std::chrono::milliseconds(0)) == openability::openable;
-    text += (text.empty() ? "" : "\n") + description(each.device, openable);
+    if (chosen.json) {
+      text += json_line(each, openable);
+    } else {
+      text += (text.empty() ? "" : "\n") + description(each.device, openable);
+    }
   }
   output out;
-  out.write(chosen.json ? json_of(devices) : text);
+  out.write(text);
   const int status = finished(complete, out);
   if (status != exit_ok || !devices.empty()) return status;
   complain("no such device is attached");

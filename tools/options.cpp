@@ -166,8 +166,9 @@ command_line parse_command_line(int argc, const char* const* argv) {
   app.set_version_flag("--version", "yusb " YUSB_VERSION);
   app.require_subcommand(0, 1);
   app.footer(
-      "Exit status: 0 success; 1 no USB bus or output failed; 2 invalid command line\n"
-      "or scenario; 3 'wait' did not see what it waits for. See yusb(1).");
+      "Exit status: 0 success; 1 no USB bus, incomplete list, no such device, or\n"
+      "output failed; 2 invalid command line or scenario; 3 'wait' did not see what\n"
+      "it waits for. See yusb(1).");
   add_common_options(&app, &raw);
 
   const std::pair<CLI::App*, command> commands[] = {{add_list(&app, &raw), command::list},

@@ -15,10 +15,12 @@ std::uint32_t location_number(const YUsbInfoDevice& device);
 // Ascending; devices with equal locations keep their order.
 void sort_by_location(std::vector<YUsbInfoDevice>* devices);
 
-// For each device of a sorted list, the branches that draw the tree of hubs: two columns for each ancestor.
-// The parent of a device is the nearest hub in the list on the path from its root hub: the top byte of a
-// location is the bus, each hexadecimal digit after it the port on one more hub.
-std::vector<std::string> tree_branches(const std::vector<YUsbInfoDevice>& sorted);
+// The order of port paths in the tree of hubs; whatever is no port path comes last.
+bool before_in_tree(const std::string& a, const std::string& b);
+
+// For each port path of a list in that order, the branches that draw the tree: two columns for each ancestor
+// in the list. Whatever is no port path is drawn as a root.
+std::vector<std::string> tree_branches(const std::vector<std::string>& paths);
 
 }  // namespace yusb::tool
 
