@@ -37,6 +37,9 @@ if(CMAKE_SCRIPT_MODE_FILE STREQUAL CMAKE_CURRENT_LIST_FILE)
   string(REGEX MATCHALL "[0-9a-f]+ [A-Zui] [^\n]+" symbols "${symbols}")
   list(FILTER symbols EXCLUDE REGEX "^[0-9a-f]+ A ")  # the versions themselves
   list(TRANSFORM symbols REPLACE "^[0-9a-f]+ [A-Zui] " "")
+  if(LIBRARY MATCHES "\\.dylib$")
+    list(TRANSFORM symbols REPLACE "^_(yusb_[a-z_]+)$" "\\1")  # the demangler leaves the underscore of C names
+  endif()
   list(JOIN symbols "\n" symbols)
   yorvan_normalize("${symbols}" exported)
   file(STRINGS ${LIST} symbols REGEX "^[^#]")
