@@ -24,7 +24,8 @@ std::optional<YString> record_text(const char* utf8);
 // Copies a caller's structure of any version; it begins with its size.
 template <typename Structure>
 yusb_status read_structure(const Structure* given, Structure* copy) {
-  if (given->size < sizeof given->size) return YUSB_INVALID_ARGUMENT;
+  constexpr std::size_t longest = 4096;  // of any version; more is an uninitialised size
+  if (given->size < sizeof given->size || given->size > longest) return YUSB_INVALID_ARGUMENT;
   *copy = {};
   std::memcpy(copy, given, given->size < sizeof *copy ? given->size : sizeof *copy);
   const char* const bytes = reinterpret_cast<const char*>(given);

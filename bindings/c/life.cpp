@@ -14,6 +14,7 @@ namespace {
 
 std::mutex _mutex;
 unsigned _users = 0;     // under _mutex
+unsigned _starts = 0;    // under _mutex; those of the users that yusb_stop ends
 bool _attached = false;  // under _mutex: C++ code has started the library
 
 std::atomic<unsigned> _in_use{0};
@@ -92,13 +93,15 @@ yusb_status yusb_start() {
     }
   }
   add_user();
+  ++_starts;
   return YUSB_OK;
 }
 
 yusb_status yusb_stop() {
   if (const yusb_status status = may_wait()) return status;
   const locked lock;
-  if (_users == 0) return YUSB_NOT_STARTED;
+  if (_starts == 0) return YUSB_NOT_STARTED;
+  --_starts;
   remove_user();
   return YUSB_OK;
 }

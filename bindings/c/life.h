@@ -61,6 +61,8 @@ yusb_status without_exceptions(Function function) {
     return function();
   } catch (const std::bad_alloc&) {
     return YUSB_OUT_OF_MEMORY;
+  } catch (const std::length_error&) {
+    return YUSB_OUT_OF_MEMORY;  // a count that no memory can hold
   } catch (const std::system_error&) {
     return YUSB_NO_DESCRIPTOR;
   } catch (const std::runtime_error&) {

@@ -19,6 +19,7 @@ static void counts_its_users(void) {
   REQUIRE_OK(yusb_start());
   REQUIRE_OK(yusb_stop());
   REQUIRE_OK(yusb_stop());
+  REQUIRE_STATUS(yusb_stop(), YUSB_NOT_STARTED);  // what is left is the queue's use
   REQUIRE_STATUS(yusb_simulator_free(bus), YUSB_BUSY);
   plug("1-1", 0x18D1, "A");
   expect(queue, YUSB_ARRIVAL, "A");
@@ -157,6 +158,12 @@ static void respects_the_callers_sizes(void) {
   REQUIRE_STATUS(yusb_queue_open(&options, &queue), YUSB_INVALID_ARGUMENT);
   options.filters = &not_utf8;
   REQUIRE_STATUS(yusb_queue_open(&options, &queue), YUSB_INVALID_ARGUMENT);
+  options.filter_count = SIZE_MAX;
+  REQUIRE_STATUS(yusb_queue_open(&options, &queue), YUSB_OUT_OF_MEMORY);
+  options.filter_count = 1;
+  options.size = SIZE_MAX;
+  REQUIRE_STATUS(yusb_queue_open(&options, &queue), YUSB_INVALID_ARGUMENT);
+  options.size = sizeof options;
   options.filters = NULL;
   REQUIRE_STATUS(yusb_queue_open(&options, &queue), YUSB_INVALID_ARGUMENT);
   stop();

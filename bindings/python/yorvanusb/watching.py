@@ -204,7 +204,7 @@ class Watch:
                 # Here, unlike in the library, Python handles signals.
                 poll = select.poll()
                 poll.register(self._descriptor(queue), select.POLLIN)
-                poll.poll(None if left is None else _c.milliseconds(left))
+                poll.poll(None if left is None else min(_c.milliseconds(left), 2**31 - 1))
 
     @staticmethod
     def _take(queue: ctypes.c_void_p | None) -> Event | None:
