@@ -109,7 +109,7 @@ class SimulatedBus:
     def close(self) -> None:
         """Closes all watches and restores the host's bus. A second call does nothing.
 
-        Raises BusyError while another thread or task is still in a watch; then call it again.
+        Waits a few seconds for threads that are in a watch. Raises BusyError if one is still there; then call it again.
         """
         if not self._simulator:
             return

@@ -62,7 +62,8 @@ class _Queue:
         )
         self._library = _c.library()
         self._process = os.getpid()  # in a forked child the lock may be held for good
-        self._lock = threading.Lock()  # guards what follows
+        # Guards what follows; notified when the queue is freed. A signal handler may close a watch of its own thread.
+        self._lock = threading.Condition(threading.RLock())
         self._queue: ctypes.c_void_p | None = ctypes.c_void_p()
         self._calls = 0
         self._abandoned = False
@@ -110,6 +111,11 @@ class _Queue:
         if self._abandoned and self._calls == 0 and self._queue is not None:
             self._library.yusb_queue_free(self._queue)
             self._queue = None
+            self._lock.notify_all()
+
+    def wait_until_freed(self, timeout: float) -> None:
+        with self._lock:
+            self._lock.wait_for(lambda: self._queue is None, timeout)
 
 
 class Watch:
@@ -255,12 +261,14 @@ _watches_lock = threading.Lock()
 
 
 def close_all() -> None:
-    """Closes and frees all watches. A watch in which another thread or task waits is freed when that has woken."""
+    """Closes and frees all watches. Waits, a few seconds at most, until threads that wait in one have left it."""
     with _watches_lock:
         watches = list(_watches)
     for each in watches:
         each.close()
         each._end()
+    for each in watches:
+        each._queue.wait_until_freed(5)
 
 
 def watch(*filters: Filter, capacity: int = 1024, removals_at_close: bool = False) -> Watch:

@@ -153,3 +153,20 @@ def test_an_interpreter_that_ends_with_open_watches(end):
     assert run.stdout == '100\n'
     assert run.returncode == (-signal.SIGINT if 'kill' in end else 0), run.stderr
     assert 'KeyboardInterrupt' in run.stderr if 'kill' in end else run.stderr == ''
+
+
+def test_bus_ends_while_a_thread_waits() -> None:
+    for _ in range(20):
+        with yorvanusb.SimulatedBus():
+            entered = threading.Event()
+            watch = yorvanusb.watch()
+
+            def take(watch: yorvanusb.Watch = watch, entered: threading.Event = entered) -> None:
+                entered.set()
+                for _event in watch:
+                    pass
+
+            waiting = threading.Thread(target=take)
+            waiting.start()
+            entered.wait()
+        waiting.join()
