@@ -97,6 +97,11 @@ class SimulatedBus:
             interfaces=made,
             openable_after=_c.milliseconds(openable_after),
         )
+        numbers = ('vendor', 'product', 'release', 'usb_version', 'class_code', 'subclass', 'protocol', 'max_power')
+        given = (vendor, product, release, usb_version, class_code, subclass, protocol, max_power)
+        for name, value in zip(numbers, given):
+            if getattr(device, name) != value:  # ctypes keeps the low bits
+                raise ValueError(f'{name} is out of range: {value}')
         number = ctypes.c_int()
         _c.check(_c.library().yusb_simulator_plug(self._pointer(), device, number))
         self.settle()

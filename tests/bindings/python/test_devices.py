@@ -101,3 +101,10 @@ def test_without_the_c_library_the_import_works_and_a_call_says_what_is_missing(
     monkeypatch.setattr('ctypes.CDLL', find_nothing)
     with pytest.raises(ImportError, match='libYorvanUsbC.so.1: cannot open'):
         yorvanusb.devices()
+
+
+def test_plug_refuses_numbers_that_do_not_fit() -> None:
+    with yorvanusb.SimulatedBus() as bus:
+        with pytest.raises(ValueError, match='vendor is out of range'):
+            bus.plug('1-1', vendor=0x118D1, product=1)
+        assert yorvanusb.devices() == []
