@@ -87,7 +87,8 @@ YUSB_C_EXPORT const char* yusb_status_text(yusb_status status);
 // afterwards: see yusb_settle. If C++ code in the process has called yusb::global_initialize, this uses the
 // running library, and that code must not call yusb::global_release before the last yusb_stop. Otherwise C++
 // code must call neither function.
-// YUSB_OUT_OF_MEMORY, YUSB_REFUSED.
+// YUSB_OUT_OF_MEMORY, YUSB_REFUSED. If the system refuses a thread or a file descriptor, this returns
+// YUSB_OK, the log has an error, and yusb_settle returns YUSB_TIMED_OUT.
 YUSB_C_EXPORT yusb_status yusb_start(void);
 
 // Undoes one yusb_start. The library stops after the last yusb_stop, as soon as the last queue is freed too,
@@ -342,7 +343,7 @@ YUSB_C_EXPORT yusb_status yusb_log_threshold(yusb_log_level level);
 YUSB_C_EXPORT yusb_status yusb_log_keep(size_t capacity);
 
 // Takes the oldest stored line, for which it waits until the limit has passed; free it with
-// yusb_log_line_free.
+// yusb_log_line_free. yusb_log_keep(0) does not end the wait: use a limit in a thread that must end.
 // YUSB_TIMED_OUT, YUSB_OUT_OF_MEMORY: the line stays stored.
 YUSB_C_EXPORT yusb_status yusb_log_next(int64_t limit, yusb_log_line** line);
 
