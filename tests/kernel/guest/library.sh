@@ -111,17 +111,11 @@ xhci_bus() {
   done
 }
 
-# add PORT DRIVER [ID]: attaches a QEMU device at PORT, "2" or "2.3" behind a hub, and sets $path. Tries again if a hub
-# did not notice the device because it was just being suspended.
+# add PORT DRIVER [ID]: attaches a QEMU device at PORT, "2" or "2.3" behind a hub, and sets $path.
 add() {
   path=$(xhci_bus)-$1
-  for attempt in 1 2 3; do
-    host device_add driver="$2" bus=xhci.0 port="$1" id="${3:-p$1}"
-    true_in 20 is_there "$path" && return 0
-    echo "note: attempt $attempt to add $2 at $path failed"
-    host device_del id="${3:-p$1}"
-  done
-  fail "the kernel does not see $2 at $path"
+  host device_add driver="$2" bus=xhci.0 port="$1" id="${3:-p$1}"
+  wait_until "$2 at $path" is_there "$path"
 }
 
 # remove PORT [ID]
