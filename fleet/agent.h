@@ -1,0 +1,152 @@
+// The part of an agent that publishes one host's devices.
+#ifndef YUSB_FLEET_AGENT_H_
+#define YUSB_FLEET_AGENT_H_
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "connection.h"
+#include "loop.h"
+#include "payload.h"
+
+namespace yusb::fleet {
+
+struct device_change {
+  enum class kind { set, removal, reset };
+  kind what = kind::set;
+  std::string name;                            // not of a reset
+  std::string payload;                         // of a set
+  std::map<std::string, std::string> devices;  // of a reset: what is attached, payloads by name
+};
+
+// Where an agent gets its devices from. The first change is a reset.
+class device_source {
+ public:
+  virtual ~device_source() = default;
+  // Readable while next() has a change. The source owns it.
+  virtual int descriptor() = 0;
+  virtual std::optional<device_change> next() = 0;
+};
+
+struct agent_options {
+  connection_options connection;  // client_id is made from the rest
+  std::string prefix = "yusb";
+  std::string host;
+  std::string machine;  // the same for every agent of a machine
+  std::string start;    // empty: made from the time
+  std::string version;
+  std::chrono::seconds heartbeat{30};
+  std::chrono::milliseconds rival_limit{3000};  // how long another machine's agent may take to answer
+};
+
+enum class agent_end {
+  stopped,     // by stop()
+  replaced,    // by a newer agent of this machine
+  name_taken,  // by another machine's agent
+};
+
+// Keeps the retained topics of its host equal to what the source says:
+//
+//   PREFIX/HOST/device/NAME  of each device that is attached
+//   PREFIX/HOST/inventory    their number and digest, after each change and at least once a heartbeat
+//   PREFIX/HOST/status       online; offline by its last will
+//
+// After each connect it reads them, clears and publishes what differs. While it is cut off it keeps the
+// latest state only; PREFIX/HOST/event then has gaps in its sequence numbers.
+//
+// Of two agents of one name, the newer one stays if both are of one machine; else the one that published
+// first.
+class agent {
+ public:
+  struct handlers {
+    std::function<void(const std::string& line)> log;
+    // The agent does nothing from then on.
+    std::function<void(agent_end why, const std::string& reason)> ended;
+  };
+
+  agent(loop& loop, agent_options options, device_source& source, handlers handlers);
+  ~agent();
+
+  void start();
+
+  // Publishes that the host is offline, if the broker can be reached within 2 seconds.
+  void stop();
+
+  // The broker has everything.
+  bool settled() const;
+  // Publications so far.
+  std::uint64_t published() const { return _count; }
+
+ private:
+  struct device {
+    std::string payload;
+    std::uint64_t digest;
+  };
+
+  void on_connected();
+  void on_lost(const std::string& reason);
+  void on_message(const message& received);
+  void on_acknowledged(int id, const std::string& refusal);
+  void on_own_device(const std::string& name, const message& received);
+  void on_claim(const std::string& payload);
+  void on_status(const message& received);
+  void take_changes();
+  void take(device_change change);
+  void set(const std::string& name, const std::string& payload, bool counted);
+  void remove(const std::string& name);
+  void tell(const std::string& payload, bool arrived);
+  void establish();
+  void pump();
+  void publish_device(const std::string& name);
+  void publish_inventory();
+  void publish_status(bool online);
+  void publish(const std::string& what, std::string payload, bool retained);
+  void beat();
+  void end(agent_end why, const std::string& reason = "");
+  void release();
+  status made_status(bool online) const;
+
+  loop& _loop;
+  const agent_options _options;
+  const std::string _root;  // PREFIX/HOST/
+  device_source& _source;
+  const handlers _handlers;
+
+  std::map<std::string, device> _devices;           // attached
+  std::map<std::string, std::uint64_t> _published;  // digests by name of what the broker has
+  std::uint64_t _digest = 0;                        // the sum of those
+  std::set<std::string> _dirty;                     // names whose topics may differ
+  std::deque<std::string> _events;
+  std::uint64_t _sequence = 0;
+  std::uint64_t _arrivals = 0;
+  std::uint64_t _removals = 0;
+  std::optional<inventory> _announced;  // the last one that the broker has
+  loop::clock::time_point _announced_at;
+
+  bool _started = false;      // the source has said what is attached
+  bool _synced = false;       // knows what the broker has, and may publish
+  bool _established = false;  // was synced once
+  bool _restoring = false;    // the inventory waits until the topics are equal after a connect
+  bool _status_due = false;
+  bool _ended = false;
+  bool _stopping = false;
+  int _subscription = 0;         // the ID of the last one
+  std::optional<status> _rival;  // online, of another machine, as retained
+  std::set<int> _in_flight;      // publications without an acknowledgement
+  std::uint64_t _count = 0;
+  std::string _last_loss;
+  loop::timer _beat = 0;
+  loop::timer _wait = 0;       // for a rival's answer, or for the end
+  loop::timer _inventory = 0;  // that is due later
+  connection _connection;
+};
+
+}  // namespace yusb::fleet
+
+#endif  // YUSB_FLEET_AGENT_H_

@@ -1,0 +1,269 @@
+#include "connection.h"
+
+#include <mosquitto.h>
+#include <mqtt_protocol.h>
+#include <sys/epoll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <utility>
+
+namespace yusb::fleet {
+
+namespace {
+
+struct mosquitto_library {
+  mosquitto_library() { mosquitto_lib_init(); }
+};
+
+std::string reason_of(int result) {
+  return result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result);
+}
+
+const char* c_string(const std::string& text) { return text.empty() ? nullptr : text.c_str(); }
+
+}  // namespace
+
+std::optional<broker_address> parse_broker(std::string_view text) {
+  broker_address made;
+  const std::size_t scheme = text.find("://");
+  if (scheme == std::string_view::npos) return std::nullopt;
+  made.tls = text.substr(0, scheme) == "mqtts";
+  if (!made.tls && text.substr(0, scheme) != "mqtt") return std::nullopt;
+  made.port = made.tls ? 8883 : 1883;
+  text.remove_prefix(scheme + 3);
+  if (!text.empty() && text.back() == '/') text.remove_suffix(1);
+  const bool bracketed = !text.empty() && text.front() == '[';
+  const std::size_t end = bracketed ? text.find(']') : text.find(':');
+  if (bracketed && end == std::string_view::npos) return std::nullopt;
+  made.host = text.substr(bracketed ? 1 : 0, bracketed ? end - 1 : end);
+  text.remove_prefix(end == std::string_view::npos ? text.size() : end + (bracketed ? 1 : 0));
+  if (!text.empty()) {
+    const char* const last = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data() + 1, last, made.port);
+    if (text.front() != ':' || error != std::errc() || stop != last) return std::nullopt;
+  }
+  const bool plain = made.host.find_first_of(" \t@/?#") == std::string::npos;
+  if (made.host.empty() || !plain || made.port < 1 || made.port > 65535) return std::nullopt;
+  return made;
+}
+
+// What the library calls, from its functions that the loop calls.
+struct connection::callbacks {
+  static void connected(mosquitto*, void* object, int reason, int, const mosquitto_property*) {
+    auto& self = *static_cast<connection*>(object);
+    if (reason != 0) {
+      self._refusal = mosquitto_reason_string(reason);
+      return;
+    }
+    self._connected = true;
+    self._handlers.connected();
+  }
+
+  static void disconnected(mosquitto*, void* object, int reason, const mosquitto_property*) {
+    auto& self = *static_cast<connection*>(object);
+    if (reason >= 128 && self._refusal.empty()) self._refusal = mosquitto_reason_string(reason);
+  }
+
+  static void received(mosquitto*, void* object, const mosquitto_message* given, const mosquitto_property*) {
+    auto& self = *static_cast<connection*>(object);
+    if (self._failing) return;
+    const auto size = static_cast<std::size_t>(given->payloadlen);
+    self._handlers.received(
+        {given->topic, std::string(static_cast<const char*>(given->payload), size), given->retain});
+  }
+
+  static void subscribed(mosquitto*, void* object, int id, int count, const int* granted,
+                         const mosquitto_property*) {
+    auto& self = *static_cast<connection*>(object);
+    if (!self._failing)
+      self._handlers.subscribed(id, std::all_of(granted, granted + count, [](int qos) { return qos < 128; }));
+  }
+
+  static void published(mosquitto*, void* object, int id, int reason, const mosquitto_property*) {
+    auto& self = *static_cast<connection*>(object);
+    if (!self._failing) self._handlers.acknowledged(id, reason < 128 ? "" : mosquitto_reason_string(reason));
+  }
+};
+
+connection::connection(loop& loop, connection_options options, handlers handlers)
+    : _loop(loop),
+      _options(std::move(options)),
+      _handlers(std::move(handlers)),
+      _random(std::random_device()()),
+      _self(std::make_shared<connection*>(this)) {
+  static const mosquitto_library initialised;
+}
+
+connection::~connection() { stop(); }
+
+void connection::start() { connect(); }
+
+void connection::stop() {
+  if (_client != nullptr && _socket != -1) disconnect();
+  drop();
+  _loop.cancel(_retry);
+}
+
+void connection::disconnect() {
+  const auto leave = [client = _client] {
+    mosquitto_disconnect_v5_callback_set(client.get(), nullptr);
+    mosquitto_disconnect(client.get());
+  };
+  // A handler holds the library's lock, and what it sends stays in a queue.
+  _in_library ? _loop.post(leave) : leave();
+}
+
+void connection::connect() {
+  _retry = 0;
+  _client.reset(mosquitto_new(_options.client_id.c_str(), true, this), [](mosquitto* client) {
+    if (client != nullptr) mosquitto_destroy(client);
+  });
+  mosquitto* const client = _client.get();
+  if (client == nullptr) return retry("out of memory");
+  mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+  mosquitto_connect_v5_callback_set(client, callbacks::connected);
+  mosquitto_disconnect_v5_callback_set(client, callbacks::disconnected);
+  mosquitto_message_v5_callback_set(client, callbacks::received);
+  mosquitto_subscribe_v5_callback_set(client, callbacks::subscribed);
+  mosquitto_publish_v5_callback_set(client, callbacks::published);
+  int result = MOSQ_ERR_SUCCESS;
+  if (!_options.user.empty()) {
+    result = mosquitto_username_pw_set(client, _options.user.c_str(), c_string(_options.password));
+  }
+  if (result == MOSQ_ERR_SUCCESS && _options.broker.tls) {
+    const auto no_password = [](char*, int, int, void*) { return 0; };  // else it asks on the terminal
+    result = mosquitto_tls_set(client, c_string(_options.ca_file),
+                               _options.ca_file.empty() ? "/etc/ssl/certs" : nullptr,
+                               c_string(_options.certificate_file), c_string(_options.key_file), no_password);
+  }
+  const std::optional<message> will = _handlers.will ? _handlers.will() : std::nullopt;
+  if (result == MOSQ_ERR_SUCCESS && will) {
+    result = mosquitto_will_set_v5(client, will->topic.c_str(), static_cast<int>(will->payload.size()),
+                                   will->payload.data(), 1, will->retained, nullptr);
+  }
+  if (result != MOSQ_ERR_SUCCESS) return retry(reason_of(result));
+
+  // The attempt resolves the broker's name, which can take long. `client` is left alone until it is done.
+  const auto outcome = std::make_shared<std::pair<int, std::string>>();
+  _loop.background(
+      [outcome, client = _client, broker = _options.broker, keep_alive = _options.keep_alive] {
+        const int done = mosquitto_connect_async(client.get(), broker.host.c_str(), broker.port,
+                                                 static_cast<int>(keep_alive.count()));
+        *outcome = {done, done == MOSQ_ERR_SUCCESS ? "" : reason_of(done)};
+      },
+      [outcome, client = _client, weak = std::weak_ptr<connection*>(_self)] {
+        const auto self = weak.lock();
+        if (self == nullptr || (*self)->_client != client) return;
+        if (outcome->first != MOSQ_ERR_SUCCESS) return (*self)->retry(outcome->second);
+        (*self)->attempted();
+      });
+}
+
+void connection::attempted() {
+  _socket = mosquitto_socket(_client.get());
+  if (_socket < 0) return retry("connection refused");
+  _heard = loop::clock::now();
+  _events = EPOLLIN | EPOLLOUT;
+  _loop.watch(_socket, _events, [this](std::uint32_t events) { on_socket(events); });
+  _tick = _loop.after(std::chrono::seconds(1), [this] { tick(); });
+}
+
+void connection::check(int result) {
+  if (_client == nullptr) return;
+  if (!_refusal.empty()) return fail(_refusal);
+  if (result != MOSQ_ERR_SUCCESS) return fail(reason_of(result));
+  if (_socket != -1 && !_failing) update_events();
+}
+
+void connection::on_socket(std::uint32_t events) {
+  if ((events & EPOLLIN) != 0) _heard = loop::clock::now();
+  const std::shared_ptr<mosquitto> client = _client;  // a handler may call stop()
+  // Reading also advances a TLS handshake, which writing does not.
+  _in_library = true;
+  int result = mosquitto_loop_read(client.get(), 1);
+  if (result == MOSQ_ERR_SUCCESS && _client == client) result = mosquitto_loop_write(client.get(), 1);
+  _in_library = false;
+  if (_client == client) check(result);
+}
+
+void connection::tick() {
+  const std::shared_ptr<mosquitto> client = _client;
+  _tick = _loop.after(std::chrono::seconds(1), [this] { tick(); });
+  // It answers pings, which the library sends once a keep-alive. The library alone may not notice while it
+  // sends.
+  if (loop::clock::now() - _heard > _options.keep_alive * 3 / 2) return fail("the broker has fallen silent");
+  _in_library = true;
+  const int result = mosquitto_loop_misc(client.get());
+  _in_library = false;
+  if (_client == client) check(result);
+}
+
+void connection::update_events() {
+  // Until the broker has answered, what to wait for is the library's secret.
+  const bool writing = !_connected || mosquitto_want_write(_client.get());
+  const std::uint32_t events = EPOLLIN | (writing ? EPOLLOUT : 0U);
+  if (events == _events) return;
+  _events = events;
+  _loop.set_events(_socket, events);
+}
+
+void connection::drop() {
+  // Now, for once the library closes the descriptor its number may be another connection's.
+  if (_socket != -1) _loop.unwatch(_socket);
+  _socket = -1;
+  _loop.cancel(_tick);
+  _client.reset();
+  _connected = false;
+  _failing = false;
+  _refusal.clear();
+}
+
+void connection::fail(const std::string& reason) {
+  if (_failing || _client == nullptr) return;
+  _failing = true;
+  if (_socket != -1) _loop.unwatch(_socket);
+  _socket = -1;
+  // The library may be on the stack.
+  _loop.post([reason, weak = std::weak_ptr<connection*>(_self)] {
+    const auto self = weak.lock();
+    if (self != nullptr && (*self)->_failing) (*self)->retry(reason);
+  });
+}
+
+void connection::retry(const std::string& reason) {
+  drop();
+  const auto limit = std::min<std::chrono::milliseconds>(
+      _options.longest_delay, std::chrono::milliseconds(500) * (1U << std::min(_attempts, 10U)));
+  ++_attempts;
+  const auto delay = std::uniform_int_distribution<long long>(0, limit.count())(_random);
+  _retry = _loop.after(std::chrono::milliseconds(delay), [this] { connect(); });
+  _handlers.lost(reason);
+}
+
+int connection::publish(const message& sent) {
+  int id = 0;
+  if (_client == nullptr || _failing) return id;
+  check(mosquitto_publish_v5(_client.get(), &id, sent.topic.c_str(), static_cast<int>(sent.payload.size()),
+                             sent.payload.data(), 1, sent.retained, nullptr));
+  return id;
+}
+
+int connection::subscribe(const std::vector<std::string>& filters, bool others_only) {
+  int id = 0;
+  if (_client == nullptr || _failing) return id;
+  std::vector<char*> list;
+  for (const std::string& filter : filters) list.push_back(const_cast<char*>(filter.c_str()));
+  check(mosquitto_subscribe_multiple(_client.get(), &id, static_cast<int>(list.size()), list.data(), 0,
+                                     others_only ? MQTT_SUB_OPT_NO_LOCAL : 0, nullptr));
+  return id;
+}
+
+void connection::unsubscribe(const std::string& filter) {
+  if (_client == nullptr || _failing) return;
+  check(mosquitto_unsubscribe(_client.get(), nullptr, filter.c_str()));
+}
+
+}  // namespace yusb::fleet

@@ -1,0 +1,203 @@
+#include "options.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <fstream>
+#include <utility>
+#include <vector>
+
+#include "format/duration.h"
+
+namespace yusb::fleet {
+
+namespace {
+
+struct raw_options {
+  std::string broker;
+  std::string password_file;
+  std::string heartbeat;
+  std::string limit;
+  std::vector<std::string> filters;
+  options values;
+};
+
+std::string check_broker(const std::string& text) {
+  return parse_broker(text) ? std::string()
+                            : "'" + text + "' is not mqtt://HOST[:PORT] or mqtts://HOST[:PORT]";
+}
+
+std::string check_filter(const std::string& text) {
+  std::string error;
+  format::parse_filter(text, &error);
+  return error;
+}
+
+std::string check_duration(const std::string& text) {
+  return format::parse_duration(text) ? std::string()
+                                      : "'" + text + "' is not a duration: " + format::duration_rule;
+}
+
+std::string check_heartbeat(const std::string& text) {
+  const auto parsed = format::parse_duration(text);
+  const bool fits = parsed && *parsed >= std::chrono::seconds(1) && *parsed <= std::chrono::hours(1);
+  return fits ? std::string() : "'" + text + "' is not a duration from 1s to 60m";
+}
+
+std::string check_prefix(const std::string& text) {
+  const bool wrong = text.empty() || text.front() == '/' || text.front() == '$' || text.back() == '/' ||
+                     text.find_first_of("+#") != std::string::npos;
+  return wrong ? "'" + text + "' cannot begin a topic: no +, #, leading $ or slash at either end"
+               : std::string();
+}
+
+void add_connection(CLI::App* app, raw_options* raw) {
+  app->add_option("--broker", raw->broker, "The MQTT broker: mqtt[s]://HOST[:PORT]")
+      ->type_name("URL")
+      ->required()
+      ->check(check_broker);
+  app->add_option("--prefix", raw->values.prefix, "The first levels of all topics (yusb)")
+      ->type_name("TOPIC")
+      ->check(check_prefix);
+  app->add_option("--user", raw->values.connection.user, "The name to log in with")->type_name("NAME");
+  app->add_option(
+         "--password-file", raw->password_file,
+         "A file with the password; without the option\nmqtt-password among the service's credentials")
+      ->type_name("FILE");
+  app->add_option("--ca", raw->values.connection.ca_file,
+                  "Certificates that sign the broker's (the system's)")
+      ->type_name("FILE");
+  CLI::Option* const certificate =
+      app->add_option("--cert", raw->values.connection.certificate_file, "This client's certificate")
+          ->type_name("FILE");
+  CLI::Option* const key =
+      app->add_option("--key", raw->values.connection.key_file, "Its key, without a password")
+          ->type_name("FILE");
+  certificate->needs(key);
+  key->needs(certificate);
+}
+
+void add_filter(CLI::App* app, raw_options* raw) {
+  app->add_option("--filter", raw->filters, "Only devices that match, as for yusb(1); repeat\nto require all")
+      ->type_name("WHICH[,...]")
+      ->allow_extra_args(false)
+      ->check(check_filter);
+}
+
+void add_json(CLI::App* app, raw_options* raw) {
+  app->add_flag("--json", raw->values.json, "Print one JSON object per line");
+}
+
+void add_limit(CLI::App* app, const char* name, const char* description, raw_options* raw) {
+  app->add_option(name, raw->limit, description)->type_name("DURATION")->check(check_duration);
+}
+
+// Throws CLI::ValidationError.
+std::string read_password(std::string file) {
+  const char* const credentials = std::getenv("CREDENTIALS_DIRECTORY");
+  const bool asked = !file.empty();
+  if (!asked && credentials == nullptr) return {};
+  if (!asked) file = std::string(credentials) + "/mqtt-password";
+  std::ifstream in(file);
+  std::string line;
+  if (!std::getline(in, line) && asked) throw CLI::ValidationError("cannot read a password from " + file);
+  return line;
+}
+
+std::string host_name() {
+  char name[256] = "";
+  gethostname(name, sizeof name - 1);
+  return name;
+}
+
+// Throws CLI::ValidationError.
+options finished(raw_options raw) {
+  options made = std::move(raw.values);
+  made.connection.broker = *parse_broker(raw.broker);
+  const bool tls = made.connection.broker.tls;
+  if (!tls && !(made.connection.ca_file + made.connection.certificate_file).empty()) {
+    throw CLI::ValidationError("--ca, --cert and --key need a broker of mqtts://");
+  }
+  made.connection.password = read_password(raw.password_file);
+  if (!made.connection.password.empty() && made.connection.user.empty() && !raw.password_file.empty()) {
+    throw CLI::ValidationError("--password-file needs --user");
+  }
+  for (const std::string& text : raw.filters) {
+    std::string error;
+    made.filter = format::all_of(std::move(made.filter), format::parse_filter(text, &error));
+  }
+  if (!raw.heartbeat.empty())
+    made.heartbeat = std::chrono::duration_cast<std::chrono::seconds>(*format::parse_duration(raw.heartbeat));
+  if (!raw.limit.empty()) made.limit = format::parse_duration(raw.limit);
+  if (made.chosen == command::agent && made.host.empty()) made.host = host_name();
+  return made;
+}
+
+}  // namespace
+
+command_line parse_command_line(int argc, const char* const* argv) {
+  raw_options raw;
+  CLI::App app("Publishes a host's USB devices to an MQTT broker, and shows those of all hosts.",
+               "yusb-fleet");
+  app.set_version_flag("--version", "yusb-fleet " YUSB_VERSION);
+  app.require_subcommand(0, 1);
+  app.footer(
+      "Exit status: 0 success; 1 failure; 2 invalid command line; 3 'wait' did not see what\nit waits for. "
+      "See yusb-fleet(1).");
+
+  CLI::App* const agent = app.add_subcommand("agent", "Publish this host's devices");
+  add_filter(agent, &raw);
+  agent->add_option("--host", raw.values.host, "This host's name in the fleet (the system's)")
+      ->type_name("NAME");
+  agent
+      ->add_option("--heartbeat", raw.heartbeat,
+                   "The longest silence (30s); readers call a host\nstale after three")
+      ->type_name("DURATION")
+      ->check(check_heartbeat);
+  CLI::App* const list = app.add_subcommand("list", "List the hosts and their devices");
+  add_filter(list, &raw);
+  add_json(list, &raw);
+  CLI::App* const watch = app.add_subcommand("watch", "List them, then report every change");
+  add_filter(watch, &raw);
+  add_json(watch, &raw);
+  add_limit(watch, "--for", "Exit after this time: 250ms, 10s, 5m", &raw);
+  CLI::App* const wait =
+      app.add_subcommand("wait", "Wait until a device is attached to a host that is\nonline, then print it");
+  add_filter(wait, &raw);
+  add_json(wait, &raw);
+  wait->add_flag("--gone", raw.values.gone, "Wait until no host has a matching device instead");
+  add_limit(wait, "--timeout", "Exit with status 3 after this time: 250ms, 10s, 5m", &raw);
+  CLI::App* const forget = app.add_subcommand("forget", "Clear the topics of a host that is retired");
+  forget->add_option("HOST", raw.values.host, "Its name")->required();
+  CLI::App* const metrics =
+      app.add_subcommand("metrics", "Keep a file for Prometheus' node exporter up to date");
+  metrics->add_option("FILE", raw.values.file, "The file, replaced as a whole; its name ends in .prom")
+      ->required();
+  metrics->add_flag("--once", raw.values.once, "Write it once");
+
+  const std::pair<CLI::App*, command> commands[] = {{agent, command::agent},   {list, command::list},
+                                                    {watch, command::watch},   {wait, command::wait},
+                                                    {forget, command::forget}, {metrics, command::metrics}};
+  for (const auto& [each, chosen] : commands) add_connection(each, &raw);
+
+  if (argc <= 1) return {std::nullopt, app.help(), exit_ok};
+  try {
+    app.parse(argc, argv);
+    if (app.get_subcommands().empty())
+      throw CLI::RequiredError("One of agent, list, watch, wait, forget, metrics");
+    for (const auto& [each, chosen] : commands) {
+      if (each->parsed()) raw.values.chosen = chosen;
+    }
+    return {finished(std::move(raw)), {}, exit_ok};
+  } catch (const CLI::CallForHelp&) {
+    return {std::nullopt, app.get_subcommands().empty() ? app.help() : app.get_subcommands().front()->help(),
+            exit_ok};
+  } catch (const CLI::CallForVersion& version) {
+    return {std::nullopt, std::string(version.what()) + "\n", exit_ok};
+  } catch (const CLI::ParseError& wrong) {
+    return {std::nullopt, wrong.what(), exit_usage};
+  }
+}
+
+}  // namespace yusb::fleet

@@ -1,0 +1,112 @@
+// The picture of all hosts, from what their agents publish.
+#ifndef YUSB_FLEET_READER_H_
+#define YUSB_FLEET_READER_H_
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "connection.h"
+#include "loop.h"
+#include "payload.h"
+
+namespace yusb::fleet {
+
+enum class host_state {
+  unknown,  // the broker has no status of it, as after a restart without its database
+  online,
+  stale,    // online, but without a sign of life for three heartbeats
+  offline,  // its agent has ended or lost its connection; its devices are as last known
+};
+const char* to_string(host_state state);
+
+struct shown_device {
+  std::string payload;
+  std::uint64_t digest;
+  format::known_device device;
+};
+
+struct host {
+  std::string name;
+  host_state state = host_state::unknown;
+  std::optional<fleet::status> status;
+  std::optional<fleet::inventory> inventory;
+  std::map<std::string, shown_device> devices;  // the last picture that was whole, by the topics' level
+  // Of an offline host: when it last said something.
+  format::time_point last_sign() const;
+
+ private:
+  friend class reader;
+  std::map<std::string, shown_device> received;  // may be between two pictures
+  std::uint64_t digest = 0;                      // the sum of those
+  bool reported = false;
+  bool outdated = false;        // what is retained is older than `devices`: the broker has an old database
+  format::time_point shown_at;  // when the agent made the inventory of `devices`
+  unsigned repairs = 0;         // without success
+  loop::timer repair = 0;
+  loop::clock::time_point alive;
+};
+
+enum class device_news { arrival, removal, change };
+
+// A host's devices change only from one whole picture to the next: to what is received once its number and
+// digest are those of the inventory. So a device is reported removed only if its agent says so, also while
+// the broker restarts or has dropped messages. Where they stay different, the host's topics are read again.
+class reader {
+ public:
+  struct handlers {
+    std::function<void(const host&, device_news, const shown_device&)> device;
+    std::function<void(const host&)> state;                   // a new host, or another state
+    std::function<void()> complete;                           // every host is whole; after each connect
+    std::function<void(const std::string& host)> incomplete;  // it stays different
+    std::function<void(const std::string& line)> log;
+    std::function<void(const std::string& reason)> lost;
+  };
+
+  // `only`: one host, as a level of a topic; empty: all.
+  reader(loop& loop, connection_options options, std::string prefix, std::string only, handlers handlers);
+  ~reader();
+
+  void start() { _connection.start(); }
+  // By the topics' level.
+  const std::map<std::string, host>& hosts() const { return _hosts; }
+  bool complete() const { return _complete; }
+  connection& broker() { return _connection; }
+
+ private:
+  void on_connected();
+  void on_lost(const std::string& reason);
+  void on_subscribed(int id);
+  void on_message(const message& received);
+  void on_device(host& from, const std::string& name, const message& received);
+  bool whole(const host& each) const;
+  void check(const std::string& level, host& each);
+  void commit(host& each);
+  void repair(const std::string& level);
+  void check_complete();
+  void update_state(host& each);
+  void update_states();
+  void skip(const message& received);
+  void on_inventory(host& from, const message& received);
+
+  loop& _loop;
+  const std::string _prefix;
+  const std::string _only;
+  const handlers _handlers;
+  std::map<std::string, host> _hosts;
+  std::set<std::string> _skipped;
+  std::map<int, std::string> _repairs;  // hosts by the ID of the subscription
+  int _first = 0;                       // subscriptions: of states,
+  int _last = 0;                        // and the one after those of devices
+  bool _listed = false;                 // everything retained was received or dropped
+  bool _complete = false;
+  loop::timer _tick = 0;
+  connection _connection;
+};
+
+}  // namespace yusb::fleet
+
+#endif  // YUSB_FLEET_READER_H_
