@@ -21,6 +21,9 @@ std::string utf8_of(std::string_view bytes);
 // UTF-8. Null is an empty string.
 std::optional<YString> record_text(const char* utf8);
 
+// Returns whether a string is UTF-8. Null is.
+inline bool is_utf8(const char* text) { return record_text(text).has_value(); }
+
 // Copies a caller's structure of any version; it begins with its size.
 template <typename Structure>
 yusb_status read_structure(const Structure* given, Structure* copy) {

@@ -26,7 +26,8 @@ yusb_status make_one(const yusb_filter& given, device_filter* made) {
   if ((given.fields & interface_fields) != 0 && !has(YUSB_MATCH_INTERFACE_CLASS))
     return YUSB_INVALID_ARGUMENT;
   const auto serial_number = record_text(given.serial_number), location = record_text(given.location);
-  if (!serial_number || !location) return YUSB_INVALID_ARGUMENT;
+  if (!serial_number || !location || !is_utf8(given.port_path) || !is_utf8(given.name))
+    return YUSB_INVALID_ARGUMENT;
 
   device_filter all;
   const auto require = [&all](device_filter one) {

@@ -106,7 +106,7 @@ yusb_status yusb_event_free(yusb_event* event) {
 
 yusb_status yusb_queue_descriptor(yusb_queue* queue, int* descriptor) {
   if (descriptor == nullptr) return YUSB_INVALID_ARGUMENT;
-  *descriptor = 0;
+  *descriptor = -1;
   if (queue == nullptr) return YUSB_INVALID_ARGUMENT;
   if (is_forked()) return YUSB_FORKED;
   return without_exceptions([&] {

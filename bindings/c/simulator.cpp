@@ -29,6 +29,9 @@ yusb_status read_simulated(const yusb_simulated_device* device, yusb::simulated_
     return text == nullptr ? std::nullopt : std::optional<std::string>(text);
   };
   const auto text = [](const char* given_text) { return given_text == nullptr ? "" : given_text; };
+  for (const char* each : {given.port_path, given.manufacturer, given.product_name, given.serial_number}) {
+    if (!is_utf8(each)) return YUSB_INVALID_ARGUMENT;
+  }
   made->vendor = given.vendor;
   made->product = given.product;
   made->release = given.release;
@@ -55,6 +58,7 @@ yusb_status read_simulated(const yusb_simulated_device* device, yusb::simulated_
   if (const yusb_status status = read_structures(given.interfaces, given.interface_count, &interfaces))
     return status;
   for (const yusb_interface& each : interfaces) {
+    if (!is_utf8(each.name) || !is_utf8(each.driver)) return YUSB_INVALID_ARGUMENT;
     made->interfaces.push_back(
         {each.number, each.class_code, each.subclass, each.protocol, text(each.name), text(each.driver)});
   }

@@ -150,7 +150,7 @@ static void respects_the_callers_sizes(void) {
 
   const yusb_filter unknown = {.size = sizeof unknown, .tags = 1u << 31};
   const yusb_filter half = {.size = sizeof half, .fields = YUSB_MATCH_INTERFACE_PROTOCOL};
-  const yusb_filter not_utf8 = {.size = sizeof not_utf8, .serial_number = "\xC3"};
+  const yusb_filter not_utf8 = {.size = sizeof not_utf8, .name = "\xC3"};
   yusb_queue* queue = NULL;
   yusb_queue_options options = {.size = sizeof options, .filters = &unknown, .filter_count = 1};
   REQUIRE_STATUS(yusb_queue_open(&options, &queue), YUSB_UNSUPPORTED);

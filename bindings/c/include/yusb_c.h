@@ -219,6 +219,7 @@ YUSB_C_EXPORT yusb_status yusb_event_free(yusb_event* event);
 // Stores a file descriptor for an event loop. It is readable while the queue has an event, and permanently
 // after the queue is closed. Every call returns the same descriptor, and freeing the queue closes it. Remove
 // it from the loop before that, and do not read, write or close it.
+// If it fails, it stores -1.
 // YUSB_NO_DESCRIPTOR: the queue keeps working, and a later call tries again.
 YUSB_C_EXPORT yusb_status yusb_queue_descriptor(yusb_queue* queue, int* descriptor);
 

@@ -102,6 +102,8 @@ class SimulatedBus:
         for name, value in zip(numbers, given):
             if getattr(device, name) != value:  # ctypes keeps the low bits
                 raise ValueError(f'{name} is out of range: {value}')
+        if not (speed and usb_version and max_power):
+            raise ValueError('speed, usb_version and max_power must not be 0')
         number = ctypes.c_int()
         _c.check(_c.library().yusb_simulator_plug(self._pointer(), device, number))
         self.settle()

@@ -7,6 +7,7 @@ import ctypes
 import dataclasses
 import os
 import select
+import sys
 import threading
 import time
 import weakref
@@ -52,6 +53,8 @@ class _Queue:
     """A yusb_queue that is freed when it is closed and the last call on it has returned."""
 
     def __init__(self, filters: tuple[Filter, ...], capacity: int, removals_at_close: bool) -> None:
+        if not 0 < capacity <= sys.maxsize:
+            raise ValueError(f'capacity is out of range: {capacity}')
         given = structures(filters)
         options = _c.QueueOptions(
             size=ctypes.sizeof(_c.QueueOptions),

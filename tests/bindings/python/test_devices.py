@@ -80,6 +80,12 @@ def test_refuses_a_filter_that_means_nothing(usb_bus, wrong):
         yorvanusb.watch(wrong)
 
 
+@pytest.mark.parametrize('capacity', [0, -1])
+def test_refuses_a_watch_that_holds_nothing(usb_bus, capacity):
+    with pytest.raises(ValueError, match='capacity'):
+        yorvanusb.watch(capacity=capacity)
+
+
 def test_there_is_one_simulated_bus_and_it_ends(usb_bus):
     with pytest.raises(yorvanusb.BusyError):
         yorvanusb.SimulatedBus()
