@@ -54,22 +54,21 @@ filter by_port(std::string_view value) {
 filter by_class(std::string_view value) {
   const auto wanted = parse_hex(value, 2);
   if (!wanted) return {};
-  return by_details([wanted = *wanted](const usb_details& details) {
-    return details.class_code == wanted ||
-           std::any_of(details.interfaces.begin(), details.interfaces.end(),
-                       [&](const usb_interface& each) { return each.class_code == wanted; });
+  return by_details([wanted = static_cast<std::uint8_t>(*wanted)](const usb_details& details) {
+    return has_class(details, wanted);
   });
 }
 
 filter by_interface(std::string_view value) {
   const std::vector<std::uint8_t> wanted = parse_class(value);
   if (wanted.empty()) return {};
-  return by_details([wanted](const usb_details& details) {
-    return std::any_of(details.interfaces.begin(), details.interfaces.end(), [&](const usb_interface& each) {
-      const std::uint8_t found[] = {each.class_code, each.subclass, each.protocol};
-      return std::equal(wanted.begin(), wanted.end(), found);
-    });
-  });
+  const auto number = [&](std::size_t i) {
+    return i < wanted.size() ? std::optional<std::uint8_t>(wanted[i]) : std::nullopt;
+  };
+  return by_details(
+      [class_code = wanted[0], subclass = number(1), protocol = number(2)](const usb_details& details) {
+        return has_interface(details, class_code, subclass, protocol);
+      });
 }
 
 filter by_mode(std::string_view value) {
@@ -79,6 +78,7 @@ filter by_mode(std::string_view value) {
       [mode = *mode](const usb_details& details) { return device_modes(details).contains(mode); });
 }
 
+// Unlike yusb::with_name, whatever the case of any letter, and of devices whose details are unknown too.
 filter by_name(std::string_view value) {
   const std::string part = folded(value);
   if (part.empty()) return {};
@@ -127,6 +127,15 @@ filter parse_alternative(std::string_view text) {
   return [negated = std::move(negated)](const known_device& device) { return !negated(device); };
 }
 
+// Why an alternative cannot be parsed.
+std::string reason(std::string_view text) {
+  std::string_view condition = text;
+  if (starts_with(condition, negation)) condition.remove_prefix(negation.size());
+  if (starts_with(condition, "mode="))
+    return "'" + visible(text) + "' has no such mode; the modes are " + mode_names();
+  return "'" + visible(text) + "' is not one of " + rule;
+}
+
 // A serial number may contain commas.
 bool extends_to_end(std::string_view alternative) {
   if (starts_with(alternative, negation)) alternative.remove_prefix(negation.size());
@@ -142,7 +151,7 @@ filter parse_filter(std::string_view text, std::string* error) {
     const std::string_view one = text.substr(0, end);
     alternatives.push_back(parse_alternative(one));
     if (!alternatives.back()) {
-      *error = "'" + visible(one) + "' is not one of " + rule;
+      *error = reason(one);
       return {};
     }
     if (end == std::string_view::npos) break;
@@ -152,6 +161,13 @@ filter parse_filter(std::string_view text, std::string* error) {
     return std::any_of(alternatives.begin(), alternatives.end(),
                        [&](const filter& each) { return each(device); });
   };
+}
+
+std::string mode_names() {
+  std::string names;
+  for (unsigned i = 0; i < device_mode_count; ++i)
+    names += (i == 0 ? "" : ", ") + std::string(to_string(static_cast<device_mode>(i)));
+  return names;
 }
 
 filter parse_selector(std::string_view text, std::string* error) {

@@ -31,6 +31,9 @@ using filter = std::function<bool(const known_device&)>;
 // in *error.
 filter parse_filter(std::string_view text, std::string* error);
 
+// The names for mode=, separated by ", ".
+std::string mode_names();
+
 // Parses what names one device: a port path, a location ID with its 0x, or VVVV:PPPP. On a syntax error,
 // returns an empty filter and stores the reason in *error.
 filter parse_selector(std::string_view text, std::string* error);

@@ -42,15 +42,17 @@ std::vector<std::size_t> table::layout() const {
   for (std::size_t i = 0; i + 1 < order.size() && total(widths) > *_limit; ++i) widths[order[i]] = 0;
   widths[order.back()] = std::min(widths[order.back()], std::max<std::size_t>(*_limit, 1));
 
-  // What is left goes to the narrowest column that is cut, cell by cell.
-  for (std::size_t left = *_limit - std::min(*_limit, total(widths)); left > 0; --left) {
-    std::size_t* narrowest = nullptr;
-    for (std::size_t i = 0; i < widths.size(); ++i) {
-      const bool is_cut = widths[i] != 0 && widths[i] < _columns[i].width;
-      if (is_cut && (narrowest == nullptr || widths[i] < *narrowest)) narrowest = &widths[i];
+  // What is left goes to the columns that lack the least, so that as many as possible are whole.
+  for (std::size_t left = *_limit - std::min(*_limit, total(widths)); left > 0;) {
+    std::optional<std::size_t> nearest;
+    const auto lack = [&](std::size_t i) { return _columns[i].width - widths[i]; };
+    for (const std::size_t i : order) {
+      if (widths[i] != 0 && lack(i) > 0 && (!nearest || lack(i) <= lack(*nearest))) nearest = i;
     }
-    if (narrowest == nullptr) break;
-    ++*narrowest;
+    if (!nearest) break;
+    const std::size_t given = std::min(left, lack(*nearest));
+    widths[*nearest] += given;
+    left -= given;
   }
   return widths;
 }

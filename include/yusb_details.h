@@ -145,6 +145,31 @@ class mode_set {
 // Returns the modes that a device's IDs and interfaces show; several or none. May be called from any thread.
 YUSB_BUS_EXPORT mode_set device_modes(const usb_details& details) noexcept;
 
+// ---- Conditions ----
+//
+// May be called from any thread. They do not throw.
+
+// True if the device, or one of its interfaces, has this class.
+inline bool has_class(const usb_details& details, std::uint8_t class_code) noexcept {
+  for (const usb_interface& each : details.interfaces) {
+    if (each.class_code == class_code) return true;
+  }
+  return details.class_code == class_code;
+}
+
+// True if the device has an interface of this class, subclass and protocol. An empty `subclass` or `protocol`
+// matches any.
+inline bool has_interface(const usb_details& details, std::uint8_t class_code,
+                          std::optional<std::uint8_t> subclass = {},
+                          std::optional<std::uint8_t> protocol = {}) noexcept {
+  for (const usb_interface& each : details.interfaces) {
+    if (each.class_code == class_code && each.subclass == subclass.value_or(each.subclass) &&
+        each.protocol == protocol.value_or(each.protocol))
+      return true;
+  }
+  return false;
+}
+
 // ---- Filters that read the bus ----
 //
 // Each call of one of these filters calls device_details, which reads files; in a watcher this happens under
@@ -175,31 +200,20 @@ inline bool contains_text(std::string_view text, std::string_view part) {
 
 }  // namespace detail
 
-// Keeps devices that have this class, or an interface of this class.
+// Keeps devices for which has_class is true.
 inline device_filter with_class(std::uint8_t class_code) {
-  return detail::with_details([=](const usb_details& details) {
-    for (const usb_interface& each : details.interfaces) {
-      if (each.class_code == class_code) return true;
-    }
-    return details.class_code == class_code;
-  });
+  return detail::with_details([=](const usb_details& details) { return has_class(details, class_code); });
 }
 
-// Keeps devices that have an interface of this class, subclass and protocol. An empty `subclass` or
-// `protocol` matches any.
+// Keeps devices for which has_interface is true.
 inline device_filter with_interface(std::uint8_t class_code, std::optional<std::uint8_t> subclass = {},
                                     std::optional<std::uint8_t> protocol = {}) {
-  return detail::with_details([=](const usb_details& details) {
-    for (const usb_interface& each : details.interfaces) {
-      if (each.class_code == class_code && each.subclass == subclass.value_or(each.subclass) &&
-          each.protocol == protocol.value_or(each.protocol))
-        return true;
-    }
-    return false;
-  });
+  return detail::with_details(
+      [=](const usb_details& details) { return has_interface(details, class_code, subclass, protocol); });
 }
 
-// Keeps devices in this mode.
+// Keeps devices in this mode. The system learns an interface's name when it configures the device, shortly
+// after the arrival: until then a device with MTP may have the mode ptp instead of mtp, so keep both.
 inline device_filter with_mode(device_mode mode) {
   return detail::with_details(
       [=](const usb_details& details) { return device_modes(details).contains(mode); });

@@ -1,5 +1,6 @@
 // Details, modes and the filters that read the bus, on a simulated bus.
 #include <yusb_details.h>
+#include <yusb_location.h>
 
 #include "support.h"
 
@@ -16,6 +17,12 @@ struct Details : Library {
     return made;
   }
 };
+
+TEST_F(Details, HaveABusNumberForWhichALocationHasNoRoom) {
+  simulated_device device = make_device(0x18D1, 0x4EE7, *location_of_path("300-1"));
+  device.port_path = "300-1";
+  EXPECT_EQ(device_details(attach(device))->bus, 300u);
+}
 
 TEST_F(Details, AreTheDescriptionOfTheDeviceThatTheRecordIsOf) {
   const YUsbInfoDevice record = attach(phone());

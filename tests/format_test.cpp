@@ -106,6 +106,12 @@ TEST(FormatTable, FitsATerminal) {
   }
 }
 
+TEST(FormatTable, GivesTheWidthThatIsLeftToTheColumnThatLacksTheLeast) {
+  table columns({{"SERIAL", 0, 4, 2}, {"WHAT", 0, 3, 1}});
+  columns.set_limit(11);
+  EXPECT_EQ(columns.line({{"ABCDEF"}, {"android,adb"}}), "ABCDEF  an\u2026\n");
+}
+
 TEST(FormatJson, HasEveryFieldOfTheManual) {
   std::ifstream file(YUSB_MANUAL);
   const std::string manual((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
@@ -205,13 +211,15 @@ TEST(FormatFilter, RejectsAnythingElse) {
                                  "interface=",
                                  "interface=ff/",
                                  "interface=1/2/3/4",
-                                 "mode=ADB",
-                                 "mode=",
                                  "name=",
                                  "not:",
                                  "not:not:apple"}) {
     EXPECT_FALSE(parse_filter(text, &error)) << text;
     EXPECT_PRED_FORMAT2(IsSubstring, "is not one of apple", error);
+  }
+  for (const std::string text : {"mode=ADB", "not:mode="}) {
+    EXPECT_FALSE(parse_filter(text, &error)) << text;
+    EXPECT_PRED_FORMAT2(IsSubstring, "the modes are adb, ", error);
   }
   for (const std::string text : {"", "1", "1-2.", "0x", "18d1:", "android"})
     EXPECT_FALSE(parse_selector(text, &error)) << text;

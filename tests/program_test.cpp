@@ -184,6 +184,17 @@ TEST(ToolProgram, RejectsAnInvalidCommandLine) {
     EXPECT_TRUE(gives("yusb " + arguments, 2, "Try 'yusb --help'"));
 }
 
+// These replace the sentences of the parser of options.
+TEST(ToolProgram, SaysWhatIsWrongWithACommandLine) {
+  EXPECT_TRUE(gives("yusb list --count 3", 2, "yusb: unexpected argument '--count'\n"));
+  EXPECT_TRUE(gives("yusb watch --for", 2, "yusb: --for needs a value: DURATION\n"));
+  EXPECT_TRUE(
+      gives("yusb --log --simulate a --simulate b list", 2, "yusb: --simulate is given more than once\n"));
+  EXPECT_TRUE(gives("yusb list --json=no", 2, "yusb: --json takes no value\n"));
+  EXPECT_TRUE(gives("yusb --log", 2, "yusb: a command is missing"));
+  EXPECT_TRUE(gives("yusb list --help | tr '\n' ' '", 0, "smart-card"));
+}
+
 TEST(ToolProgram, WatchesForALimitedTime) { EXPECT_TRUE(gives("play watch --for 20ms", 0, "")); }
 
 TEST(ToolProgram, WatchesALimitedNumberOfEvents) {

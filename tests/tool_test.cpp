@@ -103,6 +103,7 @@ TEST(ToolKnownDevices, GivesARemovalTheDetailsOfItsArrival) {
 TEST(ToolScenario, ReadsEachKindOfLine) {
   std::string error;
   const auto read = parse_scenario(
+      "\xEF\xBB\xBF"
       "attach 1-1 1:1\r\n\thub 1-2 1:2 # a hub\n"
       "attach 1-2.4 05ac:12A8 serial=\"\\\"\\\\\\xE9#\u00E9\" release=0x102 speed=1.5 class=EF/02/01 "
       "interface=ff/42/01 interface=06/01/01:\"MTP\" openable=never\nwait 1s",

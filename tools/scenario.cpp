@@ -212,6 +212,8 @@ std::size_t scenario::opening() const {
 
 std::optional<scenario> parse_scenario(std::string_view text, std::string_view name, std::string* error) {
   parser parser;
+  constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";  // some editors begin a file with it
+  if (text.substr(0, byte_order_mark.size()) == byte_order_mark) text.remove_prefix(byte_order_mark.size());
   for (std::size_t number = 1; !text.empty(); ++number) {
     const std::size_t end = text.find('\n');
     std::string_view line = text.substr(0, end);

@@ -146,7 +146,8 @@ int wait(const options& chosen, player* scenario) {
     }
     if (events.empty() && source.closed()) break;
   } while (!remaining.over());
-  complain(!source.listed()  ? "not all devices could be read in time; --log may show the reason"
+  complain(!source.listed()
+               ? "the attached devices were not all read in this time: use a longer --timeout, or see --log"
            : chosen.gone     ? "a matching device is still attached"
            : chosen.openable ? "no matching device could be opened"
                              : "no matching device was attached");

@@ -7,10 +7,11 @@ yusb::usb_details yusb::port::simulated_details(const simulated_device& describe
   details.vendor = described.vendor;
   details.product = described.product;
   details.release = described.release;
-  details.bus = described.location >> 24;
   details.address = static_cast<std::uint32_t>(id);
   details.port_path =
       described.port_path.empty() ? path_of_location(described.location) : described.port_path;
+  // The location has no bus number above 255.
+  details.bus = is_port_path(details.port_path) ? bus_of_path(details.port_path) : described.location >> 24;
   details.usb_version = described.usb_version;
   details.class_code = described.class_code;
   details.subclass = described.subclass;

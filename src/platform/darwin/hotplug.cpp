@@ -241,6 +241,9 @@ class host_signals_blocked {
   sigset_t _before;
 };
 
+// In milliseconds: between the attempts of a stop. A stop is rare, so this need not be shorter.
+constexpr int kStopInterval = 1;
+
 }  // namespace
 
 namespace yusb {
@@ -285,7 +288,7 @@ bool platform_hotplug_stop(_yusb_platform_context* context) noexcept {
   while (context->monitor != yusb_monitor::none) {
     if (runLoop == nullptr) runLoop = context->runLoop.exchange(nullptr);
     if (runLoop != nullptr) CFRunLoopStop(runLoop);
-    Yorvan::msleep(1);
+    Yorvan::msleep(kStopInterval);
   }
   if (runLoop != nullptr) CFRelease(runLoop);
   return true;
