@@ -1,6 +1,5 @@
 """A running virtual machine: QEMU without KVM, a port to the shell in it, and QMP to attach QEMU's devices."""
 import json
-import os
 import pathlib
 import queue
 import socket
@@ -30,9 +29,8 @@ def quoted(path):
 class Qmp:
     """QMP, QEMU's control socket."""
 
-    def __init__(self, path):
-        self._socket = socket.socket(socket.AF_UNIX)
-        self._socket.connect(path)
+    def __init__(self, connected):
+        self._socket = connected
         self._file = self._socket.makefile("rw", encoding="utf-8")
         self._file.readline()
         self.command("qmp_capabilities")
@@ -99,9 +97,8 @@ class Vm:
                                           stderr=self._errors, start_new_session=True)
             Vm._all.append(self._qemu)
         try:
-            self._qmp = Qmp(self._wait_for(control))
-            self._port = socket.socket(socket.AF_UNIX)
-            self._port.connect(self._wait_for(port))
+            self._qmp = Qmp(self._connect(control))
+            self._port = self._connect(port)
             threading.Thread(target=self._read, daemon=True).start()
             if self.line(time.monotonic() + BOOT_SECONDS) != "ready":
                 raise Broken("the machine did not become ready")
@@ -109,14 +106,20 @@ class Vm:
             self.end()
             raise
 
-    def _wait_for(self, path):
+    def _connect(self, path):
+        """Returns a socket that is connected to QEMU's, as soon as that accepts connections."""
+        connected = socket.socket(socket.AF_UNIX)
         end = time.monotonic() + BOOT_SECONDS
-        while not os.path.exists(path):
-            if self._qemu.poll() is not None or time.monotonic() > end:
-                self._errors.seek(0)
-                raise Broken("QEMU failed to start: " + self._errors.read().strip())
-            time.sleep(0.02)
-        return path
+        while True:
+            try:
+                connected.connect(path)
+                return connected
+            except (FileNotFoundError, ConnectionRefusedError):
+                if self._qemu.poll() is not None or time.monotonic() > end:
+                    connected.close()
+                    self._errors.seek(0)
+                    raise Broken("QEMU failed to start: " + self._errors.read().strip()) from None
+                time.sleep(0.02)
 
     def _read(self):
         """Executes a request of the machine to QEMU: a line "host COMMAND KEY=VALUE..."."""

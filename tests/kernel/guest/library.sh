@@ -1,7 +1,7 @@
 # Functions for scenarios. Each scenario runs as root in an empty folder, with the port to the host as descriptor 8.
 set -u
 
-bound=60 # the time limit of a condition, in seconds
+bound=180 # the time limit of a condition, in seconds; the kernel sometimes needs half a minute
 sysfs=/sys/bus/usb/devices
 
 fail() {
@@ -53,7 +53,7 @@ detach() { vhci_port "$1" >$vhci/detach; }
 plug() {
   for attempt in 1 2 3; do
     path=$(usb-device "$@") || fail "device $*"
-    true_in $bound is_there "$path" && return 0
+    true_in 60 is_there "$path" && return 0
     echo "note: attempt $attempt to attach $1 failed"
     detach "$path"
   done
