@@ -2,7 +2,7 @@
 # documents: "`name` ..." a parameter, "True ...", "False ..." and "Returns ..." the result, "Throws ..." exceptions,
 # "Takes ..." locks, "Since VERSION." the version that added it. Without "Since" that is the header's version. A heading
 # ("---- Devices ----") begins a group; so does the namespace of a header that is one group. In a header for C, sentences
-# that begin with a status document the result, and the header is one group.
+# that begin with a status document the result, and the headers of libYorvanUsbC are two groups.
 BEGIN {
   title["life"] = "Life cycle"
   title["events"] = "Contexts and events"
@@ -25,7 +25,7 @@ BEGIN {
   group["Underlying functions"] = "layers"
   member["YUsbInfoDevice"] = member["device_visitor"] = "devices"
   since["yusb_details.h"] = since["yusb_openable.h"] = since["yusb_openable_queue.h"] = since["yusb_location.h"] = "5.1.0"
-  since["yusb_c.h"] = since["yusb_c_simulator.h"] = "5.1.0"
+  since["yusb_c_devices.h"] = since["yusb_c_events.h"] = since["yusb_c_simulator.h"] = "5.1.0"
   since["YString.h"] = since["YLog.h"] = since["Yorvan.h"] = "2.0.0"
   member["_yusb_device_event"] = member["yusb_device_event_interface"] = "events"
 }
@@ -35,6 +35,7 @@ FNR == 1 {
   sub(/.*\//, "", header)
   whole = header
   gsub(/^yusb_|\.h$/, "", whole)
+  sub(/^c_(devices|events)$/, "c", whole)
   print "/// \\file"
   linkage = ""
   top = 1
