@@ -2,15 +2,10 @@
 #ifndef YORVAN_PORT_APPLE_CALL_HOOK_H_
 #define YORVAN_PORT_APPLE_CALL_HOOK_H_
 
-#include <functional>
-
 namespace yusb::port {
-
-using call_hook = std::function<bool(const char* call)>;
 
 // Runs the hook, if there is one. False if the call must fail.
 bool before_call(const char* call);
-void set_call_hook(call_hook hook);
 
 }  // namespace yusb::port
 

@@ -1,24 +1,22 @@
 #include "apple/instance_counter.h"
 
-#include <array>
 #include <atomic>
+#include <string>
+#include <vector>
+
+#include <yusb_simulator.h>
 
 namespace yusb::port {
 
 namespace {
 
-std::array<std::atomic<long>, static_cast<std::size_t>(object_kind::count)> _alive{};
+constexpr std::size_t kinds = static_cast<std::size_t>(object_kind::count);
+constexpr const char* names[kinds] = {
+    "number",  "matching dictionary", "run loop", "notification port", "iterator", "service",
+    "plug-in", "device interface"};
+std::atomic<long> _alive[kinds] = {};
 
 }  // namespace
-
-const char* name_of(object_kind kind) {
-  static constexpr const char* names[] = {
-      "number",  "matching dictionary", "run loop", "notification port", "iterator", "service",
-      "plug-in", "device interface"};
-  return names[static_cast<std::size_t>(kind)];
-}
-
-long alive(object_kind kind) { return _alive[static_cast<std::size_t>(kind)]; }
 
 instance_counter::instance_counter(object_kind kind) : _kind(kind) {
   ++_alive[static_cast<std::size_t>(_kind)];
@@ -26,3 +24,12 @@ instance_counter::instance_counter(object_kind kind) : _kind(kind) {
 instance_counter::~instance_counter() { --_alive[static_cast<std::size_t>(_kind)]; }
 
 }  // namespace yusb::port
+
+std::vector<std::string> yusb::simulator::leaks() {
+  std::vector<std::string> found;
+  for (std::size_t i = 0; i < port::kinds; ++i) {
+    if (const long left = port::_alive[i])
+      found.push_back(std::string(port::names[i]) + ": " + std::to_string(left));
+  }
+  return found;
+}

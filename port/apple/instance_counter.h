@@ -18,10 +18,7 @@ enum class object_kind : std::size_t {
   count,
 };
 
-const char* name_of(object_kind kind);
-long alive(object_kind kind);
-
-// Counts an object while it exists.
+// Counts an object while it exists; see simulator::leaks.
 class instance_counter {
  public:
   explicit instance_counter(object_kind kind);

@@ -11,8 +11,7 @@ constexpr std::uint8_t type_device = 1;
 constexpr std::uint8_t type_configuration = 2;
 constexpr std::uint8_t type_interface = 4;
 
-// bLength: USB 2.0 tables 9-8, 9-10, 9-12. A device may send more.
-constexpr std::size_t device_size = 18;
+// bLength: USB 2.0 tables 9-10, 9-12. A device may send more.
 constexpr std::size_t configuration_size = 9;
 constexpr std::size_t interface_size = 9;
 
@@ -36,7 +35,8 @@ void add_interface(std::vector<interface_descriptor>& interfaces, const interfac
 }  // namespace
 
 std::optional<device_descriptor> parse_device_descriptor(std::string_view bytes) {
-  if (bytes.size() < device_size || byte(bytes, 0) < device_size || byte(bytes, 1) != type_device)
+  if (bytes.size() < device_descriptor_size || byte(bytes, 0) < device_descriptor_size ||
+      byte(bytes, 1) != type_device)
     return std::nullopt;
   return device_descriptor{
       word(bytes, 2), byte(bytes, 4),  byte(bytes, 5),  byte(bytes, 6),
@@ -46,7 +46,7 @@ std::optional<device_descriptor> parse_device_descriptor(std::string_view bytes)
 
 std::optional<configuration_descriptor> find_configuration(std::string_view bytes, std::uint8_t value) {
   std::optional<configuration_descriptor> found;
-  bytes.remove_prefix(std::min(device_size, bytes.size()));
+  bytes.remove_prefix(std::min(device_descriptor_size, bytes.size()));
   // wTotalLength is not used: the kernel removes invalid descriptors without changing it.
   while (bytes.size() >= 2) {
     const std::size_t length = byte(bytes, 0);

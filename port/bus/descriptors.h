@@ -3,12 +3,15 @@
 #define YORVAN_PORT_BUS_DESCRIPTORS_H_
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string_view>
 #include <vector>
 
 namespace yusb::port {
+
+constexpr std::size_t device_descriptor_size = 18;  // USB 2.0 table 9-8; a device may send more
 
 struct device_descriptor {
   std::uint16_t usb_version;

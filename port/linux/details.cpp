@@ -19,22 +19,7 @@ namespace {
 
 constexpr std::size_t page = 4096;                  // the most that one read of a sysfs file returns
 constexpr std::size_t descriptors_limit = 1 << 20;  // eight configurations of 64 KiB
-constexpr std::size_t string_limit = 512;           // 126 UTF-16 units are at most 378 bytes of UTF-8
 constexpr std::uint32_t collision_limit = 16;       // devices with the same hashed location that are searched
-
-template <typename T>
-bool parse_number(std::string_view text, T* number, int base = 10) {
-  return std::from_chars(text.data(), text.data() + text.size(), *number, base).ec == std::errc();
-}
-
-template <typename T>
-T read_number(const sysfs_device& device, const char* file) {
-  char text[16];
-  const ssize_t size = device.read(file, text, sizeof text);
-  T number = 0;
-  if (size > 0) parse_number({text, static_cast<std::size_t>(size)}, &number);
-  return number;
-}
 
 // "480", "1.5"; 0 for "unknown".
 double read_speed(const sysfs_device& device) {
@@ -46,16 +31,6 @@ double read_speed(const sysfs_device& device) {
   const char* const after = std::from_chars(text, end, whole).ptr;
   if (end - after >= 2 && *after == '.') std::from_chars(after + 1, after + 2, tenth);
   return whole + tenth / 10.0;
-}
-
-// Reads an attribute into `buffer`, without the kernel's newline. False if the file cannot be read.
-bool read_string(const sysfs_device& device, const char* file, char (&buffer)[string_limit],
-                 std::string_view* text) {
-  ssize_t size = device.read(file, buffer, sizeof buffer);
-  if (size < 0) return false;
-  if (size > 0 && buffer[size - 1] == '\n') --size;
-  *text = {buffer, static_cast<std::size_t>(size)};
-  return true;
 }
 
 // Reads all descriptors, into `buffer` if they fit.
@@ -86,13 +61,12 @@ void add_interfaces(const sysfs_device& device, const configuration_descriptor& 
                            details->port_path.c_str() + (root_hub ? 3 : 0), root_hub ? "-0" : "",
                            details->active_configuration, each.number, file);
     };
-    char buffer[string_limit];
+    char buffer[sysfs_string_limit];
     print_name("driver");
     made.driver = device.read_link(name, buffer, sizeof buffer);
     if (each.string_index == 0) continue;
     print_name("interface");
-    std::string_view text;
-    if (read_string(device, name, buffer, &text)) made.name = valid_utf8(text);
+    if (const auto text = device.read_text(name, buffer)) made.name = valid_utf8(*text);
   }
 }
 
@@ -118,11 +92,12 @@ std::optional<usb_details> read_details(const std::string& path, const record_ke
                  {"product", record.product_name, details.product_name},
                  {"serial", record.serial_number, details.serial_number}};
   for (std::size_t i = 0; i < 3; ++i) {
-    char text[string_limit];
-    std::string_view found;
-    if (described->string_index[i] != 0 && !read_string(device, strings[i].file, text, &found)) continue;
-    if (!same_string(strings[i].kept, found)) return std::nullopt;
-    strings[i].whole = valid_utf8(found);
+    char buffer[sysfs_string_limit];
+    std::optional<std::string_view> found = "";
+    if (described->string_index[i] != 0) found = device.read_text(strings[i].file, buffer);
+    if (!found.has_value()) continue;
+    if (!same_string(strings[i].kept, *found)) return std::nullopt;
+    strings[i].whole = valid_utf8(*found);
   }
 
   details.vendor = described->vendor;
@@ -136,17 +111,16 @@ std::optional<usb_details> read_details(const std::string& path, const record_ke
   details.port_path = path;
   details.speed = read_speed(device);
   details.configurations = described->configurations;
-  details.active_configuration = read_number<std::uint8_t>(device, "bConfigurationValue");
+  details.active_configuration =
+      static_cast<std::uint8_t>(device.read_number("bConfigurationValue").value_or(0));
   if (const auto shown = find_configuration(descriptors, details.active_configuration)) {
     details.max_power = static_cast<std::uint16_t>(shown->max_power * (details.speed >= 5000 ? 8 : 2));
     add_interfaces(device, *shown, &details);
   }
   // Last, so that everything read before is known to be of an attached device.
-  details.address = read_number<std::uint32_t>(device, "devnum");
+  details.address = device.read_number("devnum").value_or(0);
   if (details.address == 0) return std::nullopt;
-  char node[64];
-  const int size = std::snprintf(node, sizeof node, "/dev/bus/usb/%03u/%03u", details.bus, details.address);
-  details.device_node.assign(node, static_cast<std::size_t>(size));
+  details.device_node = device_node(details.bus, details.address);
   return made;
 }
 

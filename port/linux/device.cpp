@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 
 #include "bus/string_descriptor.h"
 
@@ -73,9 +72,7 @@ std::string_view linux_device::text(std::uint8_t index) const {
 }
 
 port::status linux_device::ask_device(control_request& request) const {
-  char node[64];
-  std::snprintf(node, sizeof node, "/dev/bus/usb/%03u/%03u", _bus, _devnum);
-  const unique_fd opened(open(node, O_RDWR | O_CLOEXEC));
+  const unique_fd opened(open(device_node(_bus, _devnum).c_str(), O_RDWR | O_CLOEXEC));
   if (!opened) return status_of(errno);
   usbdevfs_ctrltransfer transfer = {
       request.request_type, request.request, request.value, request.index, request.length, 0, request.data};

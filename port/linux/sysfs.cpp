@@ -7,41 +7,26 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <memory>
 
 #include <yusb_location.h>
+
+#include "bus/descriptors.h"
 
 namespace yusb::port {
 
 namespace {
 
-constexpr std::size_t device_descriptor_size = 18;  // USB 2.0 section 9.6.1
-constexpr std::size_t text_limit = 512;             // 126 UTF-16 units are at most 378 bytes of UTF-8
-
 bool is_gone(int error) { return error == ENOENT || error == ENODEV || error == ENOTDIR; }
 
-// Reads a file. Returns its size, or -1 with errno set.
-ssize_t read_file(int directory, const char* name, void* buffer, std::size_t size) {
-  const unique_fd file(openat(directory, name, O_RDONLY | O_CLOEXEC));
-  if (!file) return -1;
-  ssize_t got;
-  do {
-    got = read(file.get(), buffer, size);
-  } while (got < 0 && errno == EINTR);
-  return got;
-}
-
-std::optional<std::uint32_t> read_number(int directory, const char* name, int base) {
-  char text[16];
-  const ssize_t size = read_file(directory, name, text, sizeof text);
-  std::uint32_t number = 0;
-  if (size < 0 || std::from_chars(text, text + size, number, base).ec != std::errc()) return std::nullopt;
-  return number;
-}
-
-std::uint16_t little_endian(const std::uint8_t* at) { return static_cast<std::uint16_t>(at[0] | at[1] << 8); }
-
 }  // namespace
+
+std::string device_node(std::uint32_t bus, std::uint32_t devnum) {
+  char node[64];
+  const int size = std::snprintf(node, sizeof node, "/dev/bus/usb/%03u/%03u", bus, devnum);
+  return {node, static_cast<std::size_t>(size)};
+}
 
 std::optional<std::vector<std::string>> list_devices() {
   std::vector<std::string> paths;
@@ -78,7 +63,7 @@ std::optional<device_identity> sysfs_device::identity() const {
   int error = _error;
   struct stat directory;
   if (_directory && fstat(_directory.get(), &directory) == 0) {
-    if (const auto devnum = read_number(_directory.get(), "devnum", 10)) {
+    if (const auto devnum = read_number("devnum")) {
       return device_identity{*devnum, static_cast<std::uint32_t>(directory.st_ino)};
     }
     error = errno;
@@ -89,41 +74,58 @@ std::optional<device_identity> sysfs_device::identity() const {
 device_attributes sysfs_device::read_attributes() const {
   device_attributes found;
   if (!_directory) return found;
-  const int directory = _directory.get();
-  std::uint8_t raw[device_descriptor_size];
-  const bool described = read_file(directory, "descriptors", raw, sizeof raw) == sizeof raw;
-  if (described) {
-    found.numbers = {little_endian(raw + 8), little_endian(raw + 10), little_endian(raw + 12)};
-    found.index = {raw[14], raw[15], raw[16]};
+  char raw[device_descriptor_size];
+  const ssize_t raw_size = read("descriptors", raw, sizeof raw);
+  const auto described =
+      parse_device_descriptor({raw, static_cast<std::size_t>(std::max<ssize_t>(raw_size, 0))});
+  if (described.has_value()) {
+    found.numbers = {described->vendor, described->product, described->release};
+    found.index = described->string_index;
   } else {
-    const auto number = [&](const char* name) {
-      return static_cast<std::uint16_t>(read_number(directory, name, 16).value_or(0));
+    const auto number = [this](const char* file) {
+      return static_cast<std::uint16_t>(read_number(file, 16).value_or(0));
     };
     found.numbers = {number("idVendor"), number("idProduct"), number("bcdDevice")};
     found.index = {1, 2, 3};
   }
 
   static constexpr const char* files[] = {"manufacturer", "product", "serial"};
-  char texts[3 * text_limit];
+  char texts[3 * sysfs_string_limit];
   std::size_t used = 0;
   for (std::size_t i = 0; i < 3; ++i) {
     if (found.index[i] == 0) continue;
-    ssize_t size = read_file(directory, files[i], texts + used, text_limit);
-    if (size > 0 && texts[used + static_cast<std::size_t>(size) - 1] == '\n')
-      --size;  // appended by the kernel
-    if (size > 0) {
-      found.size[i] = static_cast<std::uint16_t>(size);
-      used += found.size[i];
-    } else if (!described) {
-      found.index[i] = 0;
-    }
+    const std::size_t size = read_text(files[i], texts + used).value_or("").size();
+    found.size[i] = static_cast<std::uint16_t>(size);
+    used += size;
+    if (size == 0 && !described.has_value()) found.index[i] = 0;
   }
   found.texts.assign(texts, used);
   return found;
 }
 
-ssize_t sysfs_device::read(const char* file, char* buffer, std::size_t size) const {
-  return read_file(_directory.get(), file, buffer, size);
+ssize_t sysfs_device::read(const char* name, void* buffer, std::size_t size) const {
+  const unique_fd file(openat(_directory.get(), name, O_RDONLY | O_CLOEXEC));
+  if (!file) return -1;
+  ssize_t got;
+  do {
+    got = ::read(file.get(), buffer, size);
+  } while (got < 0 && errno == EINTR);
+  return got;
+}
+
+std::optional<std::string_view> sysfs_device::read_text(const char* file, char* buffer) const {
+  ssize_t size = read(file, buffer, sysfs_string_limit);
+  if (size < 0) return std::nullopt;
+  if (size > 0 && buffer[size - 1] == '\n') --size;
+  return std::string_view(buffer, static_cast<std::size_t>(size));
+}
+
+std::optional<std::uint32_t> sysfs_device::read_number(const char* file, int base) const {
+  char text[16];
+  const ssize_t size = read(file, text, sizeof text);
+  std::uint32_t number = 0;
+  if (size < 0 || std::from_chars(text, text + size, number, base).ec != std::errc()) return std::nullopt;
+  return number;
 }
 
 std::string sysfs_device::read_all(const char* name, std::size_t limit) const {

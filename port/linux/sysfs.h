@@ -20,6 +20,11 @@ namespace yusb::port {
 // The folder in which the kernel lists the devices.
 constexpr char usb_devices_directory[] = "/sys/bus/usb/devices";
 
+constexpr std::size_t sysfs_string_limit = 512;  // 126 UTF-16 units are at most 378 bytes of UTF-8
+
+// Returns the device's node, "/dev/bus/usb/001/005", whether it exists or not.
+std::string device_node(std::uint32_t bus, std::uint32_t devnum);
+
 // Returns the paths (see yusb_location.h) of all devices, in tree order; none if the kernel has no USB core.
 // The optional is empty, with errno set, if they cannot be listed.
 std::optional<std::vector<std::string>> list_devices();
@@ -63,7 +68,14 @@ class sysfs_device {
   explicit operator bool() const { return static_cast<bool>(_directory); }
 
   // Reads one file, truncated to `size`. Returns the number of bytes, or -1 with errno set.
-  ssize_t read(const char* file, char* buffer, std::size_t size) const;
+  ssize_t read(const char* file, void* buffer, std::size_t size) const;
+
+  // Reads a string into a buffer of sysfs_string_limit bytes, which must outlive it; without the newline that
+  // the kernel appends. Empty if the file cannot be read.
+  std::optional<std::string_view> read_text(const char* file, char* buffer) const;
+
+  // Empty if the file cannot be read or has no number.
+  std::optional<std::uint32_t> read_number(const char* file, int base = 10) const;
 
   // Reads a file that may be larger than a page, truncated to `limit`. Empty if it cannot be read.
   std::string read_all(const char* file, std::size_t limit) const;

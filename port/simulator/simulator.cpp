@@ -8,8 +8,6 @@
 #include <mutex>
 #include <utility>
 
-#include "apple/call_hook.h"
-#include "apple/instance_counter.h"
 #include "bus/bus.h"
 #include "bus/log.h"
 #include "bus/settle.h"
@@ -119,6 +117,8 @@ void simulator::implementation::tell(const port::change& change) {
   for (watch* const each : watches) each->push(change);
 }
 
+// leaks and before_calls are defined in port/apple, whose objects and calls they concern.
+
 simulator::simulator() : _implementation(std::make_shared<implementation>()) {
   port::set_bus(_implementation.get());
 }
@@ -161,20 +161,6 @@ std::vector<simulated_request> simulator::requests(int id) const {
   const std::lock_guard<std::mutex> lock(_implementation->mutex);
   const auto found = _implementation->find(id);
   return found == nullptr ? std::vector<simulated_request>() : found->requests();
-}
-
-std::vector<std::string> simulator::leaks() {
-  std::vector<std::string> found;
-  for (std::size_t i = 0; i < static_cast<std::size_t>(port::object_kind::count); ++i) {
-    const auto which = static_cast<port::object_kind>(i);
-    if (const long left = port::alive(which))
-      found.push_back(std::string(port::name_of(which)) + ": " + std::to_string(left));
-  }
-  return found;
-}
-
-void simulator::before_calls(std::function<bool(const char* call)> hook) {
-  port::set_call_hook(std::move(hook));
 }
 
 }  // namespace yusb
