@@ -13,7 +13,7 @@ import threading
 import time
 
 from lists import Mistake, check, choose, read_lists
-from workspace import WORK, Stopped, Workspace, end_session
+from workspace import TIME_LIMIT, WORK, Stopped, Workspace, end_session
 
 
 def verdict(mutant, noticed):
@@ -56,8 +56,12 @@ def run(mutants, jobs):
             except Exception as error:  # otherwise the thread's exception would be lost
                 noticed, text, good = None, f"error: {error}", False
             with printing:
-                kind = "do not build" if noticed is None else "killed" if noticed else \
-                    "survive, explained" if mutant.survives else "survive"
+                if noticed is None:
+                    kind = "do not build"
+                elif noticed:
+                    kind = "timed out" if noticed.startswith(TIME_LIMIT) else "killed"
+                else:
+                    kind = "survive, explained" if mutant.survives else "survive"
                 counts[kind] = counts.get(kind, 0) + 1
                 print(f"{mutant.name:<{width}}  {time.monotonic() - started:4.0f} s  {text}", flush=True)
                 if not good:

@@ -12,6 +12,7 @@ from lists import ROOT, Mistake
 
 WORK = ROOT / "build" / "mutants"
 LEAST_LIMIT = 60  # seconds
+TIME_LIMIT = "the time limit of "  # begins the result of test() if a test did not fail but took too long
 
 
 class Stopped(Exception):
@@ -91,7 +92,7 @@ class Workspace:
                           "builds them, remove build/mutants.")
 
     def test(self, preset, limit, *chosen, **environment):
-        """Returns the first failed test; empty if none failed."""
+        """Returns the first failed test, after TIME_LIMIT if it took too long; empty if none failed."""
         command = ["ctest", "--no-tests=error", "--output-on-failure", "--stop-on-failure", "-j",
                    str(self.processes), *chosen]
         if preset == "tsan" and shutil.which("setarch"):
@@ -100,14 +101,14 @@ class Workspace:
         if status == 0:
             return ""
         said = self.said()
-        failed = re.findall(r"Test +#\d+: (\S+) .*\*\*\*", said)
+        failed = re.search(r"Test +#\d+: (\S+) .*\*\*\*(\w+)", said)
         if failed:
-            return failed[0]
+            return (TIME_LIMIT if failed[2] == "Timeout" else "") + failed[1]
         if status is not None:
             raise Mistake(f"ctest failed without a failed test: {said[-300:]}")
         ended = re.findall(r"Test +#\d+: (\S+) ", said)
         running = [name for name in re.findall(r"Start +\d+: (\S+)", said) if name not in ended]
-        return "the time limit: " + " or ".join(running or ["ctest"])
+        return TIME_LIMIT + " or ".join(running or ["ctest"])
 
     def baseline(self, preset, *chosen):
         """Checks that the tests pass without a mutant. Returns a generous time limit."""
