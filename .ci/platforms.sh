@@ -1,5 +1,5 @@
 #!/bin/bash
-# run.sh NAME FOLDER: builds the project and runs its tests on another platform, in a root file system that it creates
+# platforms.sh NAME FOLDER: builds the project and runs its tests on another platform, in a root file system that it creates
 # and keeps in FOLDER/NAME (remove that to create it again).
 #   i386     Debian 12 for i386, which runs on an x86-64 kernel
 #   trixie   Debian 13, with gcc 14 and then clang 19
@@ -7,8 +7,7 @@
 #   s390x    the same for a big-endian processor
 # It needs root, mmdebstrap and a Debian mirror; arm64 and s390x also need qemu-user-static and binfmt-support.
 set -euo pipefail
-here=$(cd "$(dirname "$0")" && pwd)
-source_tree=$(cd "$here/../.." && pwd)
+source_tree=$(cd "$(dirname "$0")/.." && pwd)
 name=$1
 work=$2/$name
 root=$work/root
