@@ -34,14 +34,6 @@ TEST(CoreYString, MapsTheCaseOfAsciiLettersOnly) {
   EXPECT_EQ(YString().toLower(), YString());
 }
 
-TEST(CoreYString, FindsRunsOfBytes) {
-  const YString text("az{\0\xC9Q", 6);
-  EXPECT_TRUE(text.contains("az{"));
-  EXPECT_TRUE(text.contains(""));
-  EXPECT_TRUE(text.contains(YString("\0\xC9", 2)));
-  EXPECT_FALSE(text.contains("aZ"));
-}
-
 TEST(CoreYString, FormatsWithoutALimit) {
   for (const std::size_t size : {0u, 1u, 127u, 128u, 100000u}) {
     const std::string long_text(size, 'x');

@@ -71,9 +71,7 @@ TEST_F(Details, FiltersChooseByWhatIsAttachedNow) {
   const YUsbInfoDevice record = attach(phone());
   const std::pair<device_filter, bool> expected[] = {
       {with_class(0xFF), true},
-      {with_class(0x00), true},
       {with_class(0x08), false},
-      {with_interface(0xFF), true},
       {with_interface(0xFF, 0x42, 0x01), true},
       {with_interface(0xFF, 0x42, 0x03), false},
       {with_mode(device_mode::adb), true},
@@ -81,7 +79,6 @@ TEST_F(Details, FiltersChooseByWhatIsAttachedNow) {
       {with_port("1-2.3"), true},
       {with_port("1-2"), false},
       {with_name("PIXEL"), true},
-      {with_name("öÖg"), false},
       {with_name("ÖÖG"), false},
       {with_name("öögLE"), true},
       {with_name(""), true},
@@ -116,12 +113,6 @@ TEST(DetailsModes, AreThoseOfPublishedIdentifiers) {
   EXPECT_EQ(modes(0x05AC, 0x12A8,
                   {{0, 0x06, 1, 1, "PTP", ""}, {1, 0xFF, 0xFE, 2, "", ""}, {2, 0xFF, 0xFD, 1, "", ""}}),
             "ptp tethering usbmux ");
-  for (const auto& [class_code, subclass, protocol] :
-       {std::tuple(0xE0, 1, 3), {0xEF, 4, 1}, {2, 2, 0xFF}, {2, 6, 0}, {2, 0xD, 0}, {2, 0xC, 7}}) {
-    const auto as_byte = [](int value) { return static_cast<std::uint8_t>(value); };
-    EXPECT_EQ(modes(1, 1, {{0, as_byte(class_code), as_byte(subclass), as_byte(protocol), "", ""}}),
-              "tethering ");
-  }
   EXPECT_EQ(modes(1, 1, {{0, 2, 2, 1, "", ""}, {1, 1, 3, 0, "", ""}, {2, 3, 1, 1, "", ""}}),
             "midi serial hid ");
   EXPECT_EQ(modes(1, 1, {{0, 0xFE, 1, 1, "", ""}}), "") << "it could be upgraded, and is at work";

@@ -19,9 +19,6 @@ thread_local std::function<void(msghdr*)> _forge;  // changes what a recvmsg rec
 
 }  // namespace
 
-// umockdev's worker thread is not instrumented.
-extern "C" const char* __tsan_default_suppressions() { return "race:libumockdev\ncalled_from_lib:libglib\n"; }
-
 extern "C" ssize_t recvmsg(int socket, msghdr* message, int flags) {
   if (std::exchange(_lost, false)) return errno = ENOBUFS, -1;
   const auto next = reinterpret_cast<decltype(&recvmsg)>(dlsym(RTLD_NEXT, "recvmsg"));

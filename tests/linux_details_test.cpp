@@ -1,18 +1,9 @@
 // Details on the Linux bus, with umockdev's mocked sysfs; and the parser of descriptors.
-#include <umockdev.h>
-#include <unistd.h>
-
-#include <cstring>
-#include <memory>
-
 #include <yusb_location.h>
 
 #include "bus/descriptors.h"
 #include "linux/details.h"
-#include "support.h"
-
-// umockdev's worker thread is not instrumented.
-extern "C" const char* __tsan_default_suppressions() { return "race:libumockdev\ncalled_from_lib:libglib\n"; }
+#include "mocked_bus.h"
 
 namespace yusb::port {
 namespace {
@@ -65,21 +56,20 @@ TEST(LinuxDetailsDescriptors, AreReadUpToTheFirstWhoseLengthCannotBe) {
   EXPECT_FALSE(parse_device_descriptor("11"_hex + device.substr(1)).has_value());
 }
 
-struct LinuxDetails : testing::Test {
+struct LinuxDetails : MockedSysfs {
   // Attaches a device 05ac:1393, release 0107, whose strings have the indices 10, 11, 12.
   void plug(const std::string& path, const strings& attributes, const bytes& descriptors = configuration(1)) {
     std::string text = "P: /devices/" + path + "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nH: descriptors=";
     for (const char c : device + descriptors) text += YString::format("%02X", c & 0xFF).data();
     for (const std::string& each : attributes) text += "\nA: " + each;
-    text += "\nA: devnum=7\\n\n";
-    ASSERT_TRUE(umockdev_testbed_add_from_string(bed.get(), text.c_str(), nullptr));
+    add(text + "\nA: devnum=7\\n");
   }
 
   void plug_interface(const std::string& device, const std::string& name, const strings& lines) {
     std::string text =
         "P: /devices/" + device + "/" + name + "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_interface\n";
     for (const std::string& line : lines) text += line + "\n";
-    ASSERT_TRUE(umockdev_testbed_add_from_string(bed.get(), (text + "\n").c_str(), nullptr));
+    add(text);
   }
 
   static YUsbInfoDevice record(const std::string& path, const device_texts& texts = {},
@@ -93,8 +83,6 @@ struct LinuxDetails : testing::Test {
   static record_key key(const std::string& path, const device_texts& texts = {}, std::uint32_t moved = 0) {
     return record_key(record(path, texts, moved));
   }
-
-  const std::unique_ptr<UMockdevTestbed, void (*)(gpointer)> bed{umockdev_testbed_new(), g_object_unref};
 };
 
 TEST_F(LinuxDetails, AreWhatSysfsHoldsOfTheDevice) {

@@ -48,15 +48,6 @@ struct LinuxDevice : MockedBus {
   std::string reply;
 };
 
-TEST_F(LinuxDevice, AnswersWithNumbersFromTheKernelsCache) {
-  plug("1-1", 5);
-  changes();
-  EXPECT_EQ(value(device_field::vendor), 0x05AC);
-  EXPECT_EQ(value(device_field::product), 0x1393);
-  EXPECT_EQ(value(device_field::release), 0x0100);
-  EXPECT_EQ(value(device_field::product_index), 8);
-}
-
 TEST_F(LinuxDevice, AnswersWithStringsFromTheKernelsCache) {
   std::string full;
   for (int i = 0; i < 127; ++i) full += "中";
@@ -77,6 +68,7 @@ TEST_F(LinuxDevice, AnswersWithStringsFromTheKernelsCache) {
 TEST_F(LinuxDevice, AsksTheDeviceItselfForWhatTheCacheLacks) {
   plug("1-1", 5, {"known\n"});
   changes();
+  EXPECT_EQ(value(device_field::product_index), 8);
   unsigned limit = 0;
   _control = [&](usbdevfs_ctrltransfer* transfer) {
     limit = transfer->timeout;

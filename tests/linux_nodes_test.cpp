@@ -5,26 +5,14 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
-#include <umockdev.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 
+#include "mocked_bus.h"
 #include "own_network.h"
-#include "support.h"
-
-namespace {
-
-std::string _root;  // of the mocked file systems
-
-}  // namespace
-
-// umockdev's worker thread is not instrumented.
-extern "C" const char* __tsan_default_suppressions() { return "race:libumockdev\ncalled_from_lib:libglib\n"; }
 
 // umockdev does not intercept this function, and root may open everything, so it tests the permissions of
 // others.
@@ -44,22 +32,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct LinuxNodes : testing::Test {
-  LinuxNodes() {
-    _root = std::unique_ptr<char, void (*)(gpointer)>(umockdev_testbed_get_root_dir(bed.get()), g_free).get();
-    fs::create_directory(_root + "/dev");
-  }
+struct LinuxNodes : MockedSysfs {
+  LinuxNodes() { fs::create_directory(root + "/dev"); }
 
   record_key plug(const std::string& path) {
-    const std::string text = "P: /devices/" + path +
-                             "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DEVNUM=007\n"
-                             "H: descriptors=1201000200000040AC059313000100000001\nA: devnum=7\\n\n";
-    EXPECT_TRUE(umockdev_testbed_add_from_string(bed.get(), text.c_str(), nullptr));
+    add("P: /devices/" + path +
+        "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DEVNUM=007\n"
+        "H: descriptors=1201000200000040AC059313000100000001\nA: devnum=7\\n");
     return record_key(make_record(0x05AC, 0x1393, path == "1-1" ? "0x1100000" : "0x2100000"));
   }
 
   void make_node(const std::string& bus, fs::perms permissions) {
-    const fs::path folder = _root + "/dev/bus/usb/" + bus;
+    const fs::path folder = root + "/dev/bus/usb/" + bus;
     fs::create_directories(folder);
     std::ofstream(folder / "007.new");
     fs::permissions(folder / "007.new", permissions);
@@ -85,7 +69,6 @@ struct LinuxNodes : testing::Test {
 
   static constexpr auto closed = fs::perms::owner_read | fs::perms::owner_write;
   static constexpr auto open = closed | fs::perms::others_read | fs::perms::others_write;
-  const std::unique_ptr<UMockdevTestbed, void (*)(gpointer)> bed{umockdev_testbed_new(), g_object_unref};
   linux_nodes nodes;
 };
 
@@ -97,7 +80,7 @@ TEST_F(LinuxNodes, AreReportedWhenTheirPermissionsChange) {
   nodes.add(2, plug("2-1"));
   EXPECT_EQ(now(), "2 openable");
   EXPECT_EQ(nodes.check(1), openability::timed_out);
-  fs::permissions(_root + "/dev/bus/usb/001/007", open);
+  fs::permissions(root + "/dev/bus/usb/001/007", open);
   EXPECT_EQ(later(), "1 openable");
   EXPECT_EQ(nodes.poll_fds(), (std::array{-1, -1})) << "nothing is waited for";
   EXPECT_EQ(nodes.check(1), openability::gone);
@@ -125,8 +108,8 @@ TEST_F(LinuxNodes, OfDevicesThatLeaveAreReportedWithAndWithoutANode) {
   const record_key record = plug("2-1");
   nodes.add(2, record);
   EXPECT_EQ(now(), "");
-  unlink((_root + "/sys/devices/2-1/devnum").c_str());
-  unlink((_root + "/dev/bus/usb/002/007").c_str());
+  unlink((root + "/sys/devices/2-1/devnum").c_str());
+  unlink((root + "/dev/bus/usb/002/007").c_str());
   EXPECT_EQ(later(), "2 gone");
   nodes.add(3, record);
   EXPECT_EQ(now(), "3 gone");
@@ -138,7 +121,7 @@ TEST_F(LinuxNodes, AreCheckedEverySecondWithoutUevents) {
     nodes.add(1, record);
     if (!now().empty() || !nodes.due().has_value()) return 1;
     const auto due = *nodes.due();
-    unlink((_root + "/sys/devices/1-1/devnum").c_str());
+    unlink((root + "/sys/devices/1-1/devnum").c_str());
     std::string answer = now();
     if (!answer.empty() && std::chrono::steady_clock::now() < due) return 2;
     std::this_thread::sleep_until(due);

@@ -77,6 +77,7 @@ TEST_F(MacosBus, SettlesWhenEachDeviceIsListedHoweverSlowlyItAnswers) {
 TEST_F(MacosBus, DoesNotSettleWhileADeviceCannotBeRead) {
   const int unreadable = plug_unreadable(0x14100000);
   global_initialize();
+  ASSERT_TRUE(bus.settle()) << "otherwise the library may miss the device, and there is no event";
   EXPECT_FALSE(mac_bus_settle(50ms));
   std::promise<void> compared;  // the device was found, and it is not listed
   bus.before_calls([&, calls = 0](const std::string& call) mutable {
@@ -92,16 +93,4 @@ TEST_F(MacosBus, DoesNotSettleWhileADeviceCannotBeRead) {
   bus.before_calls([](const std::string& call) { return call != "IOServiceMatching"; });
   EXPECT_FALSE(mac_bus_present());
   EXPECT_FALSE(mac_bus_settle(1ms));
-}
-
-TEST_F(MacosBus, RefusesToSettleInAHandler) {
-  global_initialize();
-  recorder client;
-  bool settled = true;
-  client.then = [&](auto&, auto) { settled = mac_bus_settle(); };
-  _yusb_context* context = nullptr;
-  context_create(&context);
-  EXPECT_TRUE(context_notify_object_append(context, &client));
-  append({"0x14100000"});
-  EXPECT_FALSE(settled);
 }

@@ -1,4 +1,4 @@
-// A fixture for tests of the Linux bus.
+// Fixtures for tests of the Linux bus.
 #ifndef YUSB_TESTS_MOCKED_BUS_H_
 #define YUSB_TESTS_MOCKED_BUS_H_
 
@@ -12,25 +12,42 @@
 #include "bus/bus.h"
 #include "support.h"
 
+// umockdev's worker thread is not instrumented.
+extern "C" __attribute__((used)) inline const char* __tsan_default_suppressions() {
+  return "race:libumockdev\ncalled_from_lib:libglib\n";
+}
+
 namespace yusb::port {
 
-// The Linux bus with umockdev's mocked sysfs. Every device is a child of /devices, because only the last
-// component of a device's path matters.
-struct MockedBus : testing::Test {
-  static constexpr const char* files[] = {"manufacturer", "product", "serial", "devnum", "descriptors"};
-
+// umockdev's mocked sysfs and /dev. Every device is a child of /devices, because only the last component of a
+// device's path matters.
+struct MockedSysfs : testing::Test {
   void SetUp() override {
     ASSERT_TRUE(umockdev_in_mock_environment()) << "libumockdev-preload.so.0 is not loaded: run by ctest, "
                                                    "with umockdev of this architecture installed";
   }
 
+  // Adds a device that is described in umockdev's format.
+  void add(const std::string& description) {
+    ASSERT_TRUE(umockdev_testbed_add_from_string(bed.get(), (description + "\n").c_str(), nullptr));
+  }
+
+  const std::unique_ptr<UMockdevTestbed, void (*)(gpointer)> bed{umockdev_testbed_new(), g_object_unref};
+  const std::string root =
+      std::unique_ptr<char, void (*)(gpointer)>(umockdev_testbed_get_root_dir(bed.get()), g_free).get();
+};
+
+// The Linux bus in it.
+struct MockedBus : MockedSysfs {
+  static constexpr const char* files[] = {"manufacturer", "product", "serial", "devnum", "descriptors"};
+
   // Attaches and announces a device 05ac:1393 with the strings that sysfs has.
   void plug(const std::string& path, int devnum, const strings& texts = {}) {
     const YString text = YString::format(
         "P: /devices/%s\nN: bus/usb/001/%03d\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DEVNUM=%03d\n"
-        "E: PRODUCT=5ac/1393/100\nH: descriptors=1201000200000040AC059313000107080901\nA: devnum=%d\\n\n",
+        "E: PRODUCT=5ac/1393/100\nH: descriptors=1201000200000040AC059313000107080901\nA: devnum=%d\\n",
         path.c_str(), devnum, devnum, devnum);
-    ASSERT_TRUE(umockdev_testbed_add_from_string(bed.get(), text.data(), nullptr));
+    add(text.data());
     for (std::size_t i = 0; i < texts.size(); ++i) set(path, files[i], texts[i].c_str());
   }
   void plug(const strings& paths) {
@@ -86,9 +103,6 @@ struct MockedBus : testing::Test {
   }
 
   log_capture log;
-  const std::unique_ptr<UMockdevTestbed, void (*)(gpointer)> bed{umockdev_testbed_new(), g_object_unref};
-  const std::string root =
-      std::unique_ptr<char, void (*)(gpointer)>(umockdev_testbed_get_root_dir(bed.get()), g_free).get();
   std::unique_ptr<session> opened;
   std::shared_ptr<device> reported;
 };

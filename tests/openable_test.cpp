@@ -58,31 +58,6 @@ TEST_F(Openable, IsRefusedUnderTheLocks) {
   EXPECT_EQ(log.take('4').size(), 1u);
 }
 
-TEST_F(Openable, SeveralDevicesAreWaitedForAtOnce) {
-  const YUsbInfoDevice never = plug({}, 0x01100000);
-  const YUsbInfoDevice late = plug({}, 0x01200000);
-  const int late_id = id;
-  const YUsbInfoDevice leaving = plug({}, 0x01300000);
-  detail::node_waiter waiter;
-  waiter.add(1, never, 10ms);
-  waiter.add(2, late, 30s);
-  waiter.add(3, leaving, 30s);
-  waiter.add(4, leaving, 30s);
-  const auto next = [&] {
-    const auto answer = waiter.wait(30s, -1);
-    return answer ? std::pair(answer->id, answer->result) : std::pair(0u, openability::refused);
-  };
-  EXPECT_EQ(next(), std::pair(1u, openability::timed_out));
-  bus.open_node(late_id);
-  EXPECT_EQ(next(), std::pair(2u, openability::openable));
-  waiter.remove(4);
-  bus.unplug(id);
-  EXPECT_EQ(next(), std::pair(3u, openability::gone));
-  waiter.add(5, late, 0ms);
-  EXPECT_EQ(next(), std::pair(5u, openability::openable));
-  EXPECT_FALSE(waiter.wait(0ms, -1).has_value());
-}
-
 // "+0x1" an arrival, "!0x1" openable, "?0x1" timed out, "-0x1" a removal, "=0x10x2" a resync, or nothing.
 std::string next(openable_queue& queue, std::chrono::milliseconds limit = 0ms) {
   const auto event = queue.next(limit);

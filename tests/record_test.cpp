@@ -16,13 +16,6 @@ TEST(Record, ExistsIfOneOfItsNumbersIsNotZero) {
   }
 }
 
-TEST(Record, AsksAnOverriddenEmptyWhetherItExists) {
-  struct never_empty : YUsbInfoDevice {
-    bool empty() const override { return false; }
-  };
-  EXPECT_TRUE(never_empty().exist());
-}
-
 TEST(Record, EqualsAnyWithItsLocation) {
   const YUsbInfoDevice record = make_record(1, 2, "location", "path");
   EXPECT_EQ(make_record(3, 4, "location", "other"), record);

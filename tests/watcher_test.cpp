@@ -211,20 +211,6 @@ TEST_F(Watcher, IsRefusedWhereItCannotWork) {
   EXPECT_THROW(watch_queue(), std::runtime_error);
 }
 
-TEST_F(Watcher, ASlowClientOfAQueueDelaysNobody) {
-  watch_queue slow, quick;
-  std::promise<void> go_on;
-  const auto sleeper =
-      std::async(std::launch::async, [&] { slow.next(kPatience), go_on.get_future().wait(); });
-  for (unsigned location = 1; location <= 200 && !HasFailure(); ++location) {
-    bus.plug(make_device(1, 1, location));
-    EXPECT_TRUE(quick.next(kPatience));
-  }
-  go_on.set_value();
-  sleeper.wait();
-  for (unsigned location = 2; location <= 200; ++location) EXPECT_EQ(next(slow)[0], '+');
-}
-
 TEST_F(Watcher, AQueueThatOverflowsBeginsAgainFromTheList) {
   const auto expect = [](watch_queue& queue, const strings& events) {
     for (const auto& each : events) EXPECT_EQ(next(queue), each);

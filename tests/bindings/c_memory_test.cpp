@@ -2,31 +2,8 @@
 #include <yusb_c.h>
 #include <yusb_c_simulator.h>
 
-#include <cstdlib>
-#include <new>
-#include <string>
-
+#include "failing_memory.h"
 #include "support.h"
-
-namespace {
-
-thread_local int _countdown = 0;  // the allocation that takes it to 0 fails, on the thread that set it
-
-void* allocate(std::size_t size) {
-  return _countdown != 0 && --_countdown == 0 ? nullptr : std::malloc(size);
-}
-
-}  // namespace
-
-__attribute__((noinline)) void* operator new(std::size_t size) {
-  void* const block = allocate(size);
-  return block != nullptr ? block : throw std::bad_alloc();
-}
-__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size);
-}
-__attribute__((noinline)) void operator delete(void* block) noexcept { std::free(block); }
-__attribute__((noinline)) void operator delete(void* block, std::size_t) noexcept { std::free(block); }
 
 namespace {
 
@@ -35,11 +12,9 @@ namespace {
 template <typename Function>
 yusb_status when_each_allocation_fails(const char* name, Function function) {
   for (int which = 1;; ++which) {
-    _countdown = which;
+    begin_failing(on::this_thread, which, false);
     const yusb_status status = function();
-    const bool failed = _countdown == 0;
-    _countdown = 0;
-    if (!failed) return status;
+    if (!end_failing()) return status;
     EXPECT_EQ(status, YUSB_OUT_OF_MEMORY) << name << ", allocation " << which;
     if (status != YUSB_OUT_OF_MEMORY) return status;
   }
@@ -122,8 +97,9 @@ TEST(COutOfMemory, IsAStatusAndNoEventIsLost) {
   YLog::output(EYORVAN_LOG_LEVEL_ERROR, "a line that is longer than a short string");
   EXPECT_EQ(when_each_allocation_fails("line", [&] { return yusb_log_next(0, &line); }), YUSB_OK);
   yusb_log_line_free(line);
-  _countdown = 1;
+  begin_failing(on::this_thread, 1, false);
   YLog::output(EYORVAN_LOG_LEVEL_ERROR, "a line that cannot be kept");
+  EXPECT_TRUE(end_failing());
   EXPECT_EQ(yusb_log_next(0, &line), YUSB_TIMED_OUT);
   YLog::output(EYORVAN_LOG_LEVEL_ERROR, "a line");
   ASSERT_EQ(yusb_log_next(0, &line), YUSB_OK);

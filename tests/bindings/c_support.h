@@ -1,4 +1,4 @@
-// Helpers of the tests in C. A test program is one file; each of its cases runs in its own process.
+// Helpers of the tests in C. Each case runs in its own process.
 #ifndef YUSB_TESTS_BINDINGS_C_SUPPORT_H_
 #define YUSB_TESTS_BINDINGS_C_SUPPORT_H_
 
@@ -93,8 +93,6 @@ static inline void expect_filtered(const yusb_filter* filters, size_t count, con
   for (; *expected != '\0'; ++expected) expect(queue, YUSB_ARRIVAL, (const char[]){*expected, '\0'});
   expect_nothing(queue);
 }
-#define EXPECT_FILTERED(expected, ...) \
-  expect_filtered(&(yusb_filter){.size = sizeof(yusb_filter), __VA_ARGS__}, 1, expected)
 
 struct test_case {
   const char* name;

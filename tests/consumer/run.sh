@@ -21,15 +21,18 @@ quietly() {
   }
 }
 
-configure() { quietly cmake -S "$here" -G Ninja -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF -B "$@"; }
+# build_project SOURCE FOLDER [OPTION...]
+build_project() {
+  quietly cmake -S "$1" -B "$2" -G Ninja -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF "${@:3}"
+  quietly cmake --build "$2"
+}
 run_both() {
   quietly "$1/client" 0
   quietly "$1/simulated"
 }
 works_through_cmake() {
-  configure "$work/$1" "-DCMAKE_PREFIX_PATH=$prefix"
+  build_project "$here" "$work/$1" "-DCMAKE_PREFIX_PATH=$prefix"
   grep -q "^YorvanUsb_DIR:PATH=${prefix%%;*}/" "$work/$1/CMakeCache.txt" || fail "another copy was found"
-  quietly cmake --build "$work/$1"
   run_both "$work/$1"
 }
 
@@ -46,16 +49,13 @@ fi
 
 step "find_package"
 works_through_cmake found
-quietly cmake -S "$source_tree/examples" -B "$work/examples" -G Ninja -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF \
-  "-DCMAKE_PREFIX_PATH=$prefix"
-quietly cmake --build "$work/examples"
+build_project "$source_tree/examples" "$work/examples" "-DCMAKE_PREFIX_PATH=$prefix"
 quietly ctest --test-dir "$work/examples" --output-on-failure
 mkdir "$work/old"
 printf '%s\n' 'cmake_minimum_required(VERSION 3.20)' 'project(old CXX)' 'find_package(YorvanUsb 5 REQUIRED COMPONENTS Simulator)' \
   "add_executable(old $source_tree/examples/client_test.cpp)" 'target_link_libraries(old YorvanUsb::Simulator YorvanUsb::YorvanUsb)' \
   >"$work/old/CMakeLists.txt" # the names of version 5.0
-quietly cmake -S "$work/old" -B "$work/old/build" "-DCMAKE_PREFIX_PATH=$prefix"
-quietly cmake --build "$work/old/build"
+build_project "$work/old" "$work/old/build" "-DCMAKE_PREFIX_PATH=$prefix"
 for wrong in "YorvanUsb 4" "YorvanUsb 5.99" "YorvanUsb 5 COMPONENTS Nonsense" "YorvanCore 1"; do
   mkdir -p "$work/wrong"
   printf 'cmake_minimum_required(VERSION 3.20)\nproject(wrong CXX)\nfind_package(%s REQUIRED)\n' "$wrong" \
@@ -67,17 +67,12 @@ for wrong in "YorvanUsb 4" "YorvanUsb 5.99" "YorvanUsb 5 COMPONENTS Nonsense" "Y
 done
 
 step "a client in C, in a project without C++"
-# works_in_c FOLDER: with the installation in $prefix, which is moved.
-works_in_c() {
-  mkdir "$work/$1"
-  awk -v prefix="$work/$1/sample" -f "$source_tree/tests/documents/samples.awk" "$source_tree/docs/c.md"
-  printf '%s\n' 'cmake_minimum_required(VERSION 3.20)' 'project(c C)' 'find_package(YorvanUsb 5 REQUIRED COMPONENTS C)' \
-    'add_executable(simulated sample_2.c)' 'target_link_libraries(simulated YorvanUsb::C)' >"$work/$1/CMakeLists.txt"
-  quietly cmake -S "$work/$1" -B "$work/$1/build" -G Ninja -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF "-DCMAKE_PREFIX_PATH=$prefix"
-  quietly cmake --build "$work/$1/build"
-  quietly "$work/$1/build/simulated"
-}
-works_in_c c
+mkdir "$work/c"
+awk -v prefix="$work/c/sample" -f "$source_tree/tests/documents/samples.awk" "$source_tree/docs/c.md"
+printf '%s\n' 'cmake_minimum_required(VERSION 3.20)' 'project(c C)' 'find_package(YorvanUsb 5 REQUIRED COMPONENTS C)' \
+  'add_executable(simulated sample_2.c)' 'target_link_libraries(simulated YorvanUsb::C)' >"$work/c/CMakeLists.txt"
+build_project "$work/c" "$work/c/build" "-DCMAKE_PREFIX_PATH=$prefix"
+quietly "$work/c/build/simulated"
 
 step "pkg-config"
 pkgconfig_of() { dirname "$(find "$1" -name YorvanUsb.pc)"; }
@@ -103,13 +98,10 @@ mkdir "$work/readme"
 } >"$work/readme/CMakeLists.txt"
 awk -v prefix="$work/readme/client" -f "$source_tree/tests/documents/samples.awk" "$source_tree/README.md"
 mv "$work/readme/client_1.cpp" "$work/readme/client.cpp"
-quietly cmake -S "$work/readme" -B "$work/readme/build" -G Ninja -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF \
-  "-DCMAKE_PREFIX_PATH=$prefix"
-quietly cmake --build "$work/readme/build"
+build_project "$work/readme" "$work/readme/build" "-DCMAKE_PREFIX_PATH=$prefix"
 
 step "add_subdirectory, by way of FetchContent"
-configure "$work/sub" "-DYORVANUSB_SOURCE=$source_tree" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
-quietly cmake --build "$work/sub"
+build_project "$here" "$work/sub" "-DYORVANUSB_SOURCE=$source_tree" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
 run_both "$work/sub"
 if grep -o -e '-W[a-z][a-z-]*' -e '-fsanitize[^ ]*' "$work/sub/compile_commands.json"; then
   fail "as a subproject the library imposes these flags"
@@ -123,8 +115,7 @@ if [ -e "$work/sub/yorvanusb/tests" ] || [ -e "$work/sub/yorvanusb/tools" ]; the
 fi
 
 step "a client installed with the library beside it"
-configure "$work/sub" -DYORVANUSB_INSTALL=ON
-quietly cmake --build "$work/sub"
+build_project "$here" "$work/sub" -DYORVANUSB_INSTALL=ON
 quietly cmake --install "$work/sub" --prefix "$work/installed"
 mv "$work/installed" "$work/beside"
 run_both "$work/beside/bin"
@@ -137,8 +128,7 @@ bundles() {
     sed -nE 's/.* (watch_once|_Z(N|NK|T[ISV])?[0-9]+(Y|_?y).*|k?(CF|IO).*|__CF.*)$/\1/p' | xargs)
   [ "$exported" = watch_once ] || fail "$1 exports $exported"
 }
-configure "$work/sub static" "-DYORVANUSB_SOURCE=$source_tree" -DBUILD_SHARED_LIBS=OFF -DYORVANUSB_INSTALL=ON
-quietly cmake --build "$work/sub static"
+build_project "$here" "$work/sub static" "-DYORVANUSB_SOURCE=$source_tree" -DBUILD_SHARED_LIBS=OFF -DYORVANUSB_INSTALL=ON
 run_both "$work/sub static"
 bundles "$work/sub static/libplugin.so"
 quietly cmake --install "$work/sub static" --prefix "$work/static first"
@@ -163,9 +153,7 @@ step "a host's own core library"
 mkdir -p "$work/host/include" "$work/host/lib"
 cp -R "$prefix/include/YorvanCore" "$work/host/include/"
 cp -P "$libraries"/libYorvanCore.* "$work/host/lib/"
-quietly cmake -S "$source_tree" -B "$work/hosted" -G Ninja "-DYorvanCore_ROOT=$work/host" \
-  -DYORVANUSB_TESTS=OFF -DYORVANUSB_TOOLS=OFF
-quietly cmake --build "$work/hosted"
+build_project "$source_tree" "$work/hosted" "-DYorvanCore_ROOT=$work/host" -DYORVANUSB_TESTS=OFF -DYORVANUSB_TOOLS=OFF
 quietly cmake --install "$work/hosted" --prefix "$work/hosted prefix"
 if find "$work/hosted prefix" -name '*YorvanCore.so*' -o -name YString.h | grep .; then
   fail "a build that uses the host's core library installs another one"

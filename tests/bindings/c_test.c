@@ -1,9 +1,45 @@
-// The contract of libYorvanUsbC's calls: counted users, null and other sizes, the log, forks.
+// libYorvanUsbC from C: events, counted users, the log, null and other sizes, forks. What the structures
+// contain is tested in Python, which calls the same library.
 #define _POSIX_C_SOURCE 200809L
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "c_support.h"
+
+static void follows_devices(void) {
+  start();
+  const int first = plug("1-2", 0x18D1, "A");
+  yusb_queue* const queue = open_queue(NULL);
+  const int second = plug("1-2.3", 0x05AC, "B");
+  REQUIRE_OK(yusb_simulator_unplug(bus, first));
+  REQUIRE_STATUS(yusb_simulator_unplug(bus, first), YUSB_GONE);
+
+  yusb_event* const arrival = next(queue);
+  const yusb_device* const device = arrival->device;
+  REQUIRE(arrival->size == sizeof *arrival && YUSB_HAS(yusb_device, serial_number, device));
+  REQUIRE(arrival->kind == YUSB_ARRIVAL && device->vendor == 0x18D1 && device->product == 0x4EE7);
+  REQUIRE(device->release == 0x0440 && device->tags == YUSB_ANDROID);
+  REQUIRE_TEXT(device->location, "0x1200000");
+  REQUIRE_TEXT(device->manufacturer, "Maker");
+  REQUIRE_TEXT(device->product_name, "café -");  // the low bytes
+  REQUIRE_TEXT(device->serial_number, "A");
+  expect(queue, YUSB_ARRIVAL, "B");
+  expect(queue, YUSB_REMOVAL, "A");
+
+  yusb_device_list* list = NULL;
+  REQUIRE_OK(yusb_devices(&list));
+  REQUIRE(list->count == 1 && list->devices[0]->tags == YUSB_APPLE);
+  REQUIRE_TEXT(list->devices[0]->serial_number, "B");
+  REQUIRE_OK(yusb_device_list_free(list));
+
+  // An event outlives its queue, and the library.
+  REQUIRE_OK(yusb_simulator_unplug(bus, second));
+  expect(queue, YUSB_REMOVAL, "B");
+  expect_nothing(queue);
+  stop();
+  REQUIRE_TEXT(device->serial_number, "A");
+  REQUIRE_OK(yusb_event_free(arrival));
+}
 
 // Starts are counted, and each queue counts as a user.
 static void counts_its_users(void) {
@@ -54,6 +90,8 @@ static void keeps_the_log(void) {
   stop();
 }
 
+#define REFUSED(call) REQUIRE_STATUS(call, YUSB_INVALID_ARGUMENT)
+
 static void refuses_null(void) {
   start();
   yusb_queue* const queue = open_queue(NULL);
@@ -63,37 +101,28 @@ static void refuses_null(void) {
   yusb_event* event = NULL;
   yusb_mode mode;
   int number = 0;
-  const struct {
-    const char* what;
-    yusb_status status;
-  } calls[] = {{"present", yusb_bus_present(NULL)},
-               {"devices", yusb_devices(NULL)},
-               {"open", yusb_queue_open(NULL, NULL)},
-               {"next", yusb_queue_next(queue, 0, NULL)},
-               {"next", yusb_queue_next(NULL, 0, &event)},
-               {"descriptor", yusb_queue_descriptor(queue, NULL)},
-               {"descriptor", yusb_queue_descriptor(NULL, &number)},
-               {"close", yusb_queue_close(NULL)},
-               {"details", yusb_device_details(NULL, &details)},
-               {"details", yusb_device_details(&(yusb_device){.size = sizeof(yusb_device)}, NULL)},
-               {"mode", yusb_mode_name(YUSB_MODE_ADB, NULL)},
-               {"mode", yusb_parse_mode(NULL, &mode)},
-               {"mode", yusb_parse_mode("adb", NULL)},
-               {"openable", yusb_wait_openable(NULL, 0)},
-               {"log", yusb_log_next(0, NULL)},
-               {"create", yusb_simulator_create(NULL)},
-               {"plug", yusb_simulator_plug(NULL, &device, &number)},
-               {"plug", yusb_simulator_plug(bus, NULL, &number)},
-               {"plug", yusb_simulator_plug(bus, &device, NULL)},
-               {"plug", yusb_simulator_plug(bus, &nowhere, &number)},
-               {"unplug", yusb_simulator_unplug(NULL, 1)},
-               {"open_node", yusb_simulator_open_node(NULL, 1)}};
-  for (size_t i = 0; i < sizeof calls / sizeof *calls; ++i) {
-    if (calls[i].status != YUSB_INVALID_ARGUMENT) {
-      fprintf(stderr, "%zu, %s: %s\n", i, calls[i].what, yusb_status_text(calls[i].status));
-      exit(1);
-    }
-  }
+  REFUSED(yusb_bus_present(NULL));
+  REFUSED(yusb_devices(NULL));
+  REFUSED(yusb_queue_open(NULL, NULL));
+  REFUSED(yusb_queue_next(queue, 0, NULL));
+  REFUSED(yusb_queue_next(NULL, 0, &event));
+  REFUSED(yusb_queue_descriptor(queue, NULL));
+  REFUSED(yusb_queue_descriptor(NULL, &number));
+  REFUSED(yusb_queue_close(NULL));
+  REFUSED(yusb_device_details(NULL, &details));
+  REFUSED(yusb_device_details(&(yusb_device){.size = sizeof(yusb_device)}, NULL));
+  REFUSED(yusb_mode_name(YUSB_MODE_ADB, NULL));
+  REFUSED(yusb_parse_mode(NULL, &mode));
+  REFUSED(yusb_parse_mode("adb", NULL));
+  REFUSED(yusb_wait_openable(NULL, 0));
+  REFUSED(yusb_log_next(0, NULL));
+  REFUSED(yusb_simulator_create(NULL));
+  REFUSED(yusb_simulator_plug(NULL, &device, &number));
+  REFUSED(yusb_simulator_plug(bus, NULL, &number));
+  REFUSED(yusb_simulator_plug(bus, &device, NULL));
+  REFUSED(yusb_simulator_plug(bus, &nowhere, &number));
+  REFUSED(yusb_simulator_unplug(NULL, 1));
+  REFUSED(yusb_simulator_open_node(NULL, 1));
   REQUIRE_OK(yusb_device_list_free(NULL));
   REQUIRE_OK(yusb_event_free(NULL));
   REQUIRE_OK(yusb_details_free(NULL));
@@ -225,7 +254,8 @@ static void answers_in_a_forked_child(void) {
 }
 
 int main(int count, char** arguments) {
-  const struct test_case cases[] = {CASE(counts_its_users), CASE(keeps_the_log), CASE(refuses_null),
-                                    CASE(respects_the_callers_sizes), CASE(answers_in_a_forked_child)};
+  const struct test_case cases[] = {
+      CASE(follows_devices), CASE(counts_its_users),           CASE(keeps_the_log),
+      CASE(refuses_null),    CASE(respects_the_callers_sizes), CASE(answers_in_a_forked_child)};
   return run_case(cases, sizeof cases / sizeof *cases, count, arguments);
 }
