@@ -63,6 +63,10 @@ TEST_F(LinuxDevice, AnswersWithStringsFromTheKernelsCache) {
   changes();
   EXPECT_EQ(ask(7), status_ok);
   EXPECT_EQ(reply.size(), 252u) << "half a pair of surrogates is no character";
+  plug("1-3", 7, {"\xED\xA0\x80\n"});
+  changes();
+  EXPECT_EQ(ask(7), status_ok);
+  EXPECT_EQ(reply, "\x08\x03\xFD\xFF\xFD\xFF\xFD\xFF") << "a surrogate in UTF-8 is three invalid bytes";
 }
 
 TEST_F(LinuxDevice, AsksTheDeviceItselfForWhatTheCacheLacks) {
