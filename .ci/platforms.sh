@@ -1,6 +1,6 @@
 #!/bin/bash
-# platforms.sh NAME FOLDER: builds the project and runs its tests on another platform, in a root file system that it creates
-# and keeps in FOLDER/NAME (remove that to create it again).
+# platforms.sh NAME FOLDER: builds the project and runs its tests on another platform, in a root file system that it
+# creates and keeps in FOLDER/NAME (remove that to create it again).
 #   i386     Debian 12 for i386, which runs on an x86-64 kernel
 #   trixie   Debian 13, with gcc 14 and then clang 19
 #   arm64    Debian 12, built by a cross compiler; the tests run in an emulator, a few times slower
