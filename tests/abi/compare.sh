@@ -27,7 +27,7 @@ for library in libYorvanCore.so.2 libYorvanUsb.so.5 bindings/c/libYorvanUsbC.so.
   if [ -n "$update" ]; then
     describe "$folder/$library" >"$kept"
   elif [ ! -e "$kept" ]; then
-    echo "$library: SKIPPED, nothing was compared: $here has descriptions for other processors than $machine only" >&2
+    echo "$library: SKIPPED, nothing was compared: tests/abi has no description for $machine" >&2
   else
     describe "$folder/$library" >"$work/now"
     if abidiff "$kept" "$work/now" >"$work/difference"; then
