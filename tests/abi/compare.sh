@@ -13,8 +13,12 @@ folder=$1
 machine=$(uname -m)
 
 describe() {
-  abidw --exported-interfaces-only --headers-dir "$root/include" --headers-dir "$root/port/core/include" \
-    --headers-dir "$root/bindings/c/include" \
+  local name=${1##*/} options=()
+  local left_out=$here/${name%%.so*}.suppr
+  if [ -e "$left_out" ]; then options=(--suppressions "$left_out"); fi
+  abidw "${options[@]}" --exported-interfaces-only \
+    --headers-dir "$root/include" --headers-dir "$root/port/core/include" \
+    --headers-dir "$root/port/bus/include" --headers-dir "$root/bindings/c/include" \
     --drop-private-types --drop-undefined-syms \
     --no-corpus-path --no-comp-dir-path --no-show-locs --no-elf-needed "$1" | sed -E "s# path='[^']*/(src|port|bindings)/# path='\\1/#"
 }
@@ -22,7 +26,7 @@ describe() {
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 status=0
-for library in libYorvanCore.so.2 libYorvanUsb.so.5 bindings/c/libYorvanUsbC.so.1; do
+for library in libYorvanCore.so.2 libYorvanUsb.so.5 libYorvanUsbBus.so.5 bindings/c/libYorvanUsbC.so.1; do
   kept=$here/${library##*/}.$machine.abi
   if [ -n "$update" ]; then
     describe "$folder/$library" >"$kept"
