@@ -63,7 +63,9 @@ class fuzzed_bus : public bus {
   }
 
   std::unique_ptr<session> open() override { return std::make_unique<watch>(*this); }
-  std::optional<yusb::usb_details> details(const record_key&) override { return std::nullopt; }
+  std::optional<yusb::usb_details> details(const record_key&, std::error_code&) override {
+    return std::nullopt;
+  }
   std::unique_ptr<node_watch> watch_nodes() override { return nullptr; }
 
  private:

@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -65,9 +66,9 @@ struct usb_details {
 };
 
 // Returns the details of the device that is attached now at the record's location. The result is empty if
-// that device has other IDs or strings than the record, if the device is gone, or if the system cannot be
-// queried, for instance when out of file descriptors. Two devices with equal IDs and strings that are
-// attached to one port in turn cannot be told apart.
+// that device has other IDs or strings than the record, if the device is gone, or if the process or the
+// system is out of file descriptors or memory. `error` tells these apart: it is not 0 only in the last case.
+// Two devices with equal IDs and strings that are attached to one port in turn cannot be told apart.
 //
 // It takes no lock of the library and does not access the device, so a handler may call it. The kernel does
 // not return strings while it configures or resets the device: a device that does not respond can block the
@@ -80,6 +81,8 @@ struct usb_details {
 //
 // May be called from any thread; on a simulated bus, only while the simulator exists. Throws std::bad_alloc.
 YUSB_BUS_EXPORT std::optional<usb_details> device_details(const YUsbInfoDevice& record);
+YUSB_BUS_EXPORT std::optional<usb_details> device_details(const YUsbInfoDevice& record,
+                                                          std::error_code& error);
 
 // ---- Modes ----
 

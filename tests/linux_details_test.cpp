@@ -1,4 +1,7 @@
 // Details on the Linux bus, with umockdev's mocked sysfs; and the parser of descriptors.
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <yusb_location.h>
 
 #include "bus/descriptors.h"
@@ -80,6 +83,13 @@ struct LinuxDetails : MockedSysfs {
     return made;
   }
 
+  static std::optional<usb_details> details_of(const record_key& record) {
+    std::error_code error;
+    std::optional<usb_details> found = linux_details(record, error);
+    EXPECT_FALSE(error) << error.message();
+    return found;
+  }
+
   static record_key key(const std::string& path, const device_texts& texts = {}, std::uint32_t moved = 0) {
     return record_key(record(path, texts, moved));
   }
@@ -94,7 +104,7 @@ TEST_F(LinuxDetails, AreWhatSysfsHoldsOfTheDevice) {
   plug_interface("1-2.3", "1-2.3:2.5",
                  {"A: interface=ADB \\303\\251\\n", "L: driver=../../../bus/usb/drivers/usbfs"});
   plug_interface("1-2.3", "1-2.3:2.6", {});
-  const auto found = linux_details(key("1-2.3", {"caf\xE9", "\x2D\x41", "0A1B"}));
+  const auto found = details_of(key("1-2.3", {"caf\xE9", "\x2D\x41", "0A1B"}));
   ASSERT_TRUE(found.has_value());
   EXPECT_EQ(std::tie(found->vendor, found->product, found->release, found->usb_version),
             std::tuple(0x05AC, 0x1393, 0x0107, 0x0210));
@@ -118,7 +128,7 @@ TEST_F(LinuxDetails, AreWhatSysfsHoldsOfTheDevice) {
 TEST_F(LinuxDetails, AreThoseOfTheRecordsDeviceOnly) {
   plug("1-1", {"speed=1.5\\n", "bConfigurationValue=\\n", "product=P\\n", "serial=S\\n"});
   const YUsbInfoDevice same = record("1-1", {"asked of the device", "P", "S"});
-  const auto found = linux_details(record_key(same));
+  const auto found = details_of(record_key(same));
   ASSERT_TRUE(found.has_value()) << "a string that the kernel could not read is not compared";
   EXPECT_EQ(std::tie(found->speed, found->active_configuration, found->max_power), std::tuple(1.5, 0, 500));
   EXPECT_EQ(found->manufacturer, "");
@@ -128,18 +138,43 @@ TEST_F(LinuxDetails, AreThoseOfTheRecordsDeviceOnly) {
        {&YUsbInfoDevice::setVendorID, &YUsbInfoDevice::setProductID, &YUsbInfoDevice::setRevisedID}) {
     other = same;
     (other.*change)(1);
-    EXPECT_FALSE(linux_details(record_key(other)).has_value());
+    EXPECT_FALSE(details_of(record_key(other)).has_value());
   }
   for (const auto change :
        {&YUsbInfoDevice::setDescribe, &YUsbInfoDevice::setSerialNumber, &YUsbInfoDevice::setLocation}) {
     for (const char* const text : {"", "Sx", "0x1200000", "1100000", "0x110000000", "0x1010000"}) {
       other = same;
       (other.*change)(text);
-      EXPECT_FALSE(linux_details(record_key(other)).has_value()) << text;
+      EXPECT_FALSE(details_of(record_key(other)).has_value()) << text;
     }
   }
   umockdev_testbed_set_attribute(bed.get(), "/sys/devices/1-1", "devnum", "");
-  EXPECT_FALSE(linux_details(record_key(same)).has_value()) << "it is leaving";
+  EXPECT_FALSE(details_of(record_key(same)).has_value()) << "it is leaving";
+}
+
+TEST_F(LinuxDetails, AreCompleteOrAnErrorWhenOutOfDescriptors) {
+  plug("1-1", {"serial=S\\n", "bConfigurationValue=1\\n"});
+  rlimit before;
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit lowered = {64, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lowered), 0);
+  std::vector<int> taken;
+  for (int made; (made = dup(0)) >= 0;) taken.push_back(made);
+  int complete = 0;
+  for (int left = 0; left < 8; ++left) {  // umockdev's thread may hold some
+    std::error_code error;
+    const auto found = linux_details(key("1-1", {"", "", "S"}), error);
+    EXPECT_EQ(error, found.has_value() ? std::errc{} : std::errc::too_many_files_open) << left;
+    if (found.has_value()) {
+      EXPECT_EQ(found->serial_number + found->device_node, "S/dev/bus/usb/001/007");
+      ++complete;
+    }
+    close(taken.back());
+    taken.pop_back();
+  }
+  EXPECT_TRUE(complete > 0 && complete < 8);
+  for (const int each : taken) close(each);
+  setrlimit(RLIMIT_NOFILE, &before);
 }
 
 TEST_F(LinuxDetails, AreFoundForALocationMadeFromAHash) {
@@ -148,7 +183,7 @@ TEST_F(LinuxDetails, AreFoundForALocationMadeFromAHash) {
   for (const char* const path : {"1-22", "1-174.7", "300-1"})
     plug(path, {"serial=" + std::string(path), "product=P\\n", "manufacturer=M\\n"});
   const auto path_of = [](const record_key& record) {
-    const auto found = linux_details(record);
+    const auto found = details_of(record);
     return found.has_value() ? found->port_path : "";
   };
   EXPECT_EQ(path_of(key("1-22", {"M", "P", "1-22"})), "1-22");
@@ -163,7 +198,7 @@ TEST_F(LinuxDetails, AreReadWholeWhenDescriptorsFillManyPages) {
   while (large.size() < 65536) large += "FF24"_hex + bytes(253, 4);
   plug("usb2", {"bConfigurationValue=1\\n", "speed=480\\n"}, large + "090400000009000000"_hex);
   plug_interface("usb2", "2-0:1.0", {"L: driver=../../../bus/usb/drivers/hub"});
-  const auto found = linux_details(key("usb2"));
+  const auto found = details_of(key("usb2"));
   ASSERT_TRUE(found.has_value());
   ASSERT_EQ(found->interfaces.size(), 1u);
   EXPECT_EQ(found->interfaces[0].driver, "hub");

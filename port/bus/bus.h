@@ -108,7 +108,7 @@ class bus {
   virtual std::unique_ptr<port::session> open() = 0;
 
   // Implements yusb::device_details. May be called from any thread.
-  virtual std::optional<usb_details> details(const record_key& record) = 0;
+  virtual std::optional<usb_details> details(const record_key& record, std::error_code& error) = 0;
 
   // May be called from any thread. The bus must outlive the result.
   virtual std::unique_ptr<node_watch> watch_nodes() = 0;

@@ -227,7 +227,9 @@ class linux_bus final : public bus {
 
   std::unique_ptr<node_watch> watch_nodes() override { return std::make_unique<linux_nodes>(); }
 
-  std::optional<usb_details> details(const record_key& record) override { return linux_details(record); }
+  std::optional<usb_details> details(const record_key& record, std::error_code& error) override {
+    return linux_details(record, error);
+  }
 };
 
 }  // namespace

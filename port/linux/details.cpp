@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <string>
@@ -70,9 +71,9 @@ void add_interfaces(const sysfs_device& device, const configuration_descriptor& 
   }
 }
 
-// Empty if the device at the path is not the record's.
-std::optional<usb_details> read_details(const std::string& path, const record_key& record) {
-  const sysfs_device device(path);
+// Empty if the device at the path is not the record's, or cannot be read: then `device` says so.
+std::optional<usb_details> read_details(const sysfs_device& device, const std::string& path,
+                                        const record_key& record) {
   if (!device) return std::nullopt;
   char buffer[page];
   std::string storage;
@@ -119,16 +120,29 @@ std::optional<usb_details> read_details(const std::string& path, const record_ke
   }
   // Last, so that everything read before is known to be of an attached device.
   details.address = device.read_number("devnum").value_or(0);
-  if (details.address == 0) return std::nullopt;
+  if (details.address == 0 || device.exhausted()) return std::nullopt;
   details.device_node = device_node(details.bus, details.address);
   return made;
 }
 
+std::optional<usb_details> read_path(const std::string& path, const record_key& record,
+                                     std::error_code& error) {
+  const sysfs_device device(path);
+  std::optional<usb_details> details = read_details(device, path, record);
+  if (device.exhausted()) error = device.exhausted();
+  return details;
+}
+
 // The paths of the devices that may have this hashed location, the most likely first: after a collision a
 // device gets one of the next locations.
-std::vector<std::string> hashed_paths(std::uint32_t location) {
+std::vector<std::string> hashed_paths(std::uint32_t location, std::error_code& error) {
   std::vector<std::pair<std::uint32_t, std::string>> found;
-  for (std::string& path : list_devices().value_or(std::vector<std::string>())) {
+  std::optional<std::vector<std::string>> devices = list_devices();
+  if (!devices.has_value()) {
+    error.assign(errno, std::generic_category());
+    return {};
+  }
+  for (std::string& path : *devices) {
     std::uint32_t at = location_of_path(path).value_or(0);
     if (!location_may_collide(at) || at >> 24 != location >> 24) continue;
     std::uint32_t steps = 0;
@@ -144,13 +158,13 @@ std::vector<std::string> hashed_paths(std::uint32_t location) {
 
 }  // namespace
 
-std::optional<usb_details> linux_details(const record_key& record) {
+std::optional<usb_details> linux_details(const record_key& record, std::error_code& error) {
   if (!location_may_collide(record.location)) {
     const std::string path = path_of_location(record.location);
-    return path.empty() ? std::nullopt : read_details(path, record);
+    return path.empty() ? std::nullopt : read_path(path, record, error);
   }
-  for (const std::string& path : hashed_paths(record.location)) {
-    if (std::optional<usb_details> details = read_details(path, record)) return details;
+  for (const std::string& path : hashed_paths(record.location, error)) {
+    if (std::optional<usb_details> details = read_path(path, record, error)) return details;
   }
   return std::nullopt;
 }

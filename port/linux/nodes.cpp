@@ -25,11 +25,6 @@ bool is_folder_name(const char* name) {
   return std::strcmp(name, "bus") == 0 || std::strcmp(name, "usb") == 0 || (*name >= '0' && *name <= '9');
 }
 
-bool out_of_descriptors() {
-  const unique_fd tried(open("/", O_PATH | O_CLOEXEC));
-  return !tried;
-}
-
 }  // namespace
 
 // Subscribes before the nodes are tested, so that no change in between is missed.
@@ -91,10 +86,13 @@ openability linux_nodes::check(unsigned id) {
 openability linux_nodes::check(entry& waited) {
   waited.due = false;
   if (waited.gone) return openability::gone;
-  if (waited.path.empty() && !look_up(waited)) {
-    if (!out_of_descriptors()) return openability::gone;
-    _blind = true;
-    return openability::timed_out;
+  if (waited.path.empty()) {
+    std::error_code exhausted;
+    if (!look_up(waited, exhausted)) {
+      if (!exhausted) return openability::gone;
+      _blind = true;
+      return openability::timed_out;
+    }
   }
   const bool open = faccessat(AT_FDCWD, waited.node.c_str(), R_OK | W_OK, AT_EACCESS) == 0;
   // Tested after the node, so that the node was not that of a device that is gone.
@@ -103,10 +101,12 @@ openability linux_nodes::check(entry& waited) {
   return open ? openability::openable : openability::timed_out;
 }
 
-bool linux_nodes::look_up(entry& found) {
-  std::optional<usb_details> details = linux_details(found.record);
+bool linux_nodes::look_up(entry& found, std::error_code& exhausted) {
+  std::optional<usb_details> details = linux_details(found.record, exhausted);
   if (!details.has_value()) return false;
-  const std::optional<device_identity> identity = sysfs_device(details->port_path).identity();
+  const sysfs_device device(details->port_path);
+  const std::optional<device_identity> identity = device.identity();
+  exhausted = device.exhausted();
   if (!identity.has_value() || identity->devnum != details->address) return false;
   found.identity = *identity;
   found.bus = details->bus;

@@ -36,7 +36,7 @@ class linux_nodes final : public node_watch {
 
   void open();
   void close_if_idle();
-  bool look_up(entry& found);
+  bool look_up(entry& found, std::error_code& exhausted);
   openability check(entry& waited);
   void watch_folders(std::uint32_t bus);
   bool watch(const char* folder, std::uint32_t mask, std::uint32_t bus);

@@ -20,6 +20,8 @@ namespace {
 
 bool is_gone(int error) { return error == ENOENT || error == ENODEV || error == ENOTDIR; }
 
+bool is_exhausted(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
+
 }  // namespace
 
 std::string device_node(std::uint32_t bus, std::uint32_t devnum) {
@@ -56,7 +58,9 @@ sysfs_device::sysfs_device(const std::string& path) {
   *end++ = '/';
   *std::copy(path.begin(), path.end(), end) = '\0';
   _directory = unique_fd(open(name, O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!_directory) _error = errno;
+  if (_directory) return;
+  _error = errno;
+  if (is_exhausted(_error)) _exhausted = _error;
 }
 
 std::optional<device_identity> sysfs_device::identity() const {
@@ -105,7 +109,10 @@ device_attributes sysfs_device::read_attributes() const {
 
 ssize_t sysfs_device::read(const char* name, void* buffer, std::size_t size) const {
   const unique_fd file(openat(_directory.get(), name, O_RDONLY | O_CLOEXEC));
-  if (!file) return -1;
+  if (!file) {
+    if (is_exhausted(errno)) _exhausted = errno;
+    return -1;
+  }
   ssize_t got;
   do {
     got = ::read(file.get(), buffer, size);
@@ -131,6 +138,7 @@ std::optional<std::uint32_t> sysfs_device::read_number(const char* file, int bas
 std::string sysfs_device::read_all(const char* name, std::size_t limit) const {
   std::string content;
   const unique_fd file(openat(_directory.get(), name, O_RDONLY | O_CLOEXEC));
+  if (!file && is_exhausted(errno)) _exhausted = errno;
   while (file && content.size() < limit) {
     char page[4096];
     const ssize_t got = ::read(file.get(), page, std::min(sizeof page, limit - content.size()));

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "linux/uevent.h"
@@ -67,6 +68,9 @@ class sysfs_device {
 
   explicit operator bool() const { return static_cast<bool>(_directory); }
 
+  // Not 0 if something could not be read because the process or the system is out of descriptors or memory.
+  std::error_code exhausted() const { return {_exhausted, std::generic_category()}; }
+
   // Reads one file, truncated to `size`. Returns the number of bytes, or -1 with errno set.
   ssize_t read(const char* file, void* buffer, std::size_t size) const;
 
@@ -86,6 +90,7 @@ class sysfs_device {
  private:
   unique_fd _directory;
   int _error = 0;
+  mutable int _exhausted = 0;
 };
 
 }  // namespace yusb::port

@@ -158,6 +158,11 @@ std::optional<usb_details> registry_details(const record_key& record) {
 
 }  // namespace yusb::port
 
+std::optional<yusb::usb_details> yusb::device_details(const YUsbInfoDevice& record, std::error_code& error) {
+  error.clear();
+  return device_details(record);
+}
+
 std::optional<yusb::usb_details> yusb::device_details(const YUsbInfoDevice& record) {
   return port::registry_details(port::record_key(record));
 }

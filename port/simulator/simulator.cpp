@@ -27,7 +27,7 @@ struct simulator::implementation : port::bus, std::enable_shared_from_this<simul
   std::vector<watch*> watches;                          // under mutex
 
   std::unique_ptr<port::session> open() override;
-  std::optional<usb_details> details(const port::record_key& record) override;
+  std::optional<usb_details> details(const port::record_key& record, std::error_code& error) override;
   std::unique_ptr<port::node_watch> watch_nodes() override;
   void tell(const port::change& change);
 
@@ -95,7 +95,8 @@ std::unique_ptr<port::session> simulator::implementation::open() {
   return nullptr;
 }
 
-std::optional<usb_details> simulator::implementation::details(const port::record_key& record) {
+std::optional<usb_details> simulator::implementation::details(const port::record_key& record,
+                                                              std::error_code& /*error*/) {
   const std::lock_guard<std::mutex> lock(mutex);
   for (const auto& [id, device] : attached) {
     if (std::optional<usb_details> found = device->details(record)) return found;
