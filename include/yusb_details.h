@@ -67,8 +67,8 @@ struct usb_details {
 
 // Returns the details of the device that is attached now at the record's location. The result is empty if
 // that device has other IDs or strings than the record, if the device is gone, or if the process or the
-// system is out of file descriptors or memory. `error` tells these apart: it is not 0 only in the last case.
-// Two devices with equal IDs and strings that are attached to one port in turn cannot be told apart.
+// system is out of file descriptors or memory. Two devices with equal IDs and strings that are attached to
+// one port in turn cannot be told apart.
 //
 // It takes no lock of the library and does not access the device, so a handler may call it. The kernel does
 // not return strings while it configures or resets the device: a device that does not respond can block the
@@ -81,6 +81,9 @@ struct usb_details {
 //
 // May be called from any thread; on a simulated bus, only while the simulator exists. Throws std::bad_alloc.
 YUSB_BUS_EXPORT std::optional<usb_details> device_details(const YUsbInfoDevice& record);
+
+// Same, and sets `error` if the result is empty because the process or the system is out of file descriptors
+// or memory. Clears it otherwise; it stays clear on macOS.
 YUSB_BUS_EXPORT std::optional<usb_details> device_details(const YUsbInfoDevice& record,
                                                           std::error_code& error);
 

@@ -21,6 +21,8 @@ struct __CFDictionary : cf_object {
 
 namespace {
 
+struct port_source;
+
 // One registration. Used only on its port's thread. It ends when its handle is released.
 struct notification : io_object {
   notification(bool arrivals, IOServiceMatchingCallback handler, void* reference)
@@ -30,6 +32,8 @@ struct notification : io_object {
   void* const refcon;
   io_iterator_t handle = IO_OBJECT_NULL;
   bool armed = false;
+  // Not null until the devices that were attached at the registration have been taken from it.
+  port_source* initial = nullptr;
   std::deque<std::shared_ptr<device>> pending;
   instance_counter counter{object_kind::iterator};
 };
@@ -48,8 +52,7 @@ struct port_source : __CFRunLoopSource {
 
   const std::unique_ptr<session> watch;
   std::vector<std::weak_ptr<notification>> notifications;
-  // A removal that was read while the initial devices were read, before a handler for removals was
-  // registered.
+  // A removal that was read while the initial devices were read.
   std::optional<change> held;
 
   std::array<int, 2> poll_fds() const override { return watch->poll_fds(); }
@@ -73,17 +76,16 @@ struct port_source : __CFRunLoopSource {
     return true;
   }
 
-  // Returns the devices that match when a handler is registered for arrivals.
-  std::deque<std::shared_ptr<device>> attached() {
-    std::deque<std::shared_ptr<device>> found;
-    while (std::optional<change> next = take()) {
-      if (!next->arrived) {
-        held = std::move(next);
-        break;
-      }
-      found.push_back(std::move(next->device));
-    }
-    return found;
+  // Returns the next device that was attached when a handler was registered for arrivals; null after the
+  // last. Each is read when it is asked for, so that one that does not answer does not hold up those before
+  // it.
+  std::shared_ptr<device> next_attached() {
+    if (held.has_value()) return nullptr;
+    std::optional<change> next = watch->next();
+    if (!next.has_value()) return nullptr;
+    if (next->arrived) return std::move(next->device);
+    held = std::move(next);
+    return nullptr;
   }
 };
 
@@ -103,6 +105,13 @@ IONotificationPortRef IONotificationPortCreate(mach_port_t /*mainPort*/) {
 
 void IONotificationPortDestroy(IONotificationPortRef notify) {
   if (notify == nullptr) misuse("IONotificationPortDestroy() called with null");
+  for (const auto& weak : notify->source->notifications) {
+    const auto registered = weak.lock();  // an iterator outlives its port
+    if (registered == nullptr || registered->initial == nullptr) continue;
+    while (auto device = registered->initial->next_attached())
+      registered->pending.push_back(std::move(device));
+    registered->initial = nullptr;
+  }
   invalidate(notify->source);
   CFRelease(notify->source);
   delete notify;
@@ -132,7 +141,7 @@ kern_return_t IOServiceAddMatchingNotification(IONotificationPortRef notifyPort,
   if (!arrivals && std::strcmp(notificationType, kIOTerminatedNotification) != 0) return status_unsupported;
   const auto made = std::make_shared<notification>(arrivals, callback, refCon);
   if (matches) {
-    if (arrivals) made->pending = notifyPort->source->attached();
+    if (arrivals) made->initial = notifyPort->source;
     notifyPort->source->notifications.push_back(made);
   }
   made->handle = make_handle(made);
@@ -143,6 +152,13 @@ kern_return_t IOServiceAddMatchingNotification(IONotificationPortRef notifyPort,
 io_object_t IOIteratorNext(io_iterator_t iterator) {
   const auto found = find<notification>(iterator);
   if (found == nullptr) return IO_OBJECT_NULL;
+  if (found->pending.empty() && found->initial != nullptr) {
+    if (auto device = found->initial->next_attached()) {
+      found->pending.push_back(std::move(device));
+    } else {
+      found->initial = nullptr;
+    }
+  }
   if (found->pending.empty()) {
     found->armed = true;
     return IO_OBJECT_NULL;

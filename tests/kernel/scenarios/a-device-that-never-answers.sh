@@ -3,9 +3,16 @@
 
 watch_bus
 mute=$(usb-device 1209:0bad --hold a)
+# Until the kernel gives up, the strings of the device's hub cannot be read. A client that starts now lists the devices
+# before that hub.
+hub=usb${mute%-*}
+cannot_be_read() { cat $sysfs/$hub/product >product & sleep 1; kill $! 2>/dev/null && [ ! -s product ]; }
+wait_until "the kernel to try the device" cannot_be_read
+yusb watch --json --for 3s >early
+grep -q '"port":"usb1"' early || fail "nothing is listed before $hub: $(cat early)"
 make_gadget 0 1d6b 0104 GADGET
 connect_gadget 0
-# Until the kernel gives up, the hub's strings cannot be read, so the streams are not compared with sysfs.
+# The streams are not compared with sysfs, where the hub still has no strings.
 for user in $users; do
   wait_until "the gadget in the stream of $user" grep -q '"serial_number":"GADGET"' $user/watcher.stream
 done
