@@ -18,8 +18,31 @@ struct mosquitto_library {
   mosquitto_library() { mosquitto_lib_init(); }
 };
 
+// The first error that the library has logged on this thread since the last reason_of(). Its results do not
+// say which file, or what is wrong with a certificate.
+thread_local std::string _logged;
+
+void on_log(mosquitto*, void*, int level, const char* text) {
+  if (level != MOSQ_LOG_ERR || !_logged.empty()) return;
+  _logged = text;
+  // "OpenSSL Error[0]: error:0A000086:SSL routines::certificate verify failed"
+  if (_logged.find("OpenSSL Error") == 0) _logged.erase(0, _logged.rfind(':') + 1);
+  if (_logged.find("Error: ") == 0) _logged.erase(0, 7);
+}
+
 std::string reason_of(int result) {
+  const std::string logged = std::exchange(_logged, {});
+  if (!logged.empty() && result == MOSQ_ERR_TLS) return "TLS: " + logged;
   return result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result);
+}
+
+// Before the broker has answered. It says nothing when it refuses a certificate, or when one side alone uses
+// TLS.
+std::string first_reason_of(int result, bool tls) {
+  const bool closed = result == MOSQ_ERR_CONN_LOST || (result == MOSQ_ERR_ERRNO && errno == EPROTO);
+  if (!closed) return reason_of(result);
+  return std::string("the broker closed the connection without an answer; does it expect ") +
+         (tls ? "another client certificate?" : "mqtts://?");
 }
 
 const char* c_string(const std::string& text) { return text.empty() ? nullptr : text.c_str(); }
@@ -123,6 +146,7 @@ void connection::connect() {
   });
   mosquitto* const client = _client.get();
   if (client == nullptr) return retry("out of memory");
+  mosquitto_log_callback_set(client, on_log);
   mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
   mosquitto_connect_v5_callback_set(client, callbacks::connected);
   mosquitto_disconnect_v5_callback_set(client, callbacks::disconnected);
@@ -152,7 +176,7 @@ void connection::connect() {
       [outcome, client = _client, broker = _options.broker, keep_alive = _options.keep_alive] {
         const int done = mosquitto_connect_async(client.get(), broker.host.c_str(), broker.port,
                                                  static_cast<int>(keep_alive.count()));
-        *outcome = {done, done == MOSQ_ERR_SUCCESS ? "" : reason_of(done)};
+        *outcome = {done, done == MOSQ_ERR_SUCCESS ? "" : first_reason_of(done, broker.tls)};
       },
       [outcome, client = _client, weak = std::weak_ptr<connection*>(_self)] {
         const auto self = weak.lock();
@@ -174,7 +198,8 @@ void connection::attempted() {
 void connection::check(int result) {
   if (_client == nullptr) return;
   if (!_refusal.empty()) return fail(_refusal);
-  if (result != MOSQ_ERR_SUCCESS) return fail(reason_of(result));
+  if (result != MOSQ_ERR_SUCCESS)
+    return fail(_connected ? reason_of(result) : first_reason_of(result, _options.broker.tls));
   if (_socket != -1 && !_failing) update_events();
 }
 

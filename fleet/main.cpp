@@ -16,7 +16,10 @@ using namespace yusb::fleet;
 int run_program(int argc, char** argv) {
   const command_line given = parse_command_line(argc, argv);
   if (!given.run) {
-    if (given.status != exit_ok) complain(given.text + "\nTry 'yusb-fleet --help'.");
+    if (given.status != exit_ok) {
+      complain(given.text);
+      complain("try 'yusb-fleet --help'");
+    }
     if (given.status == exit_ok) std::fwrite(given.text.data(), 1, given.text.size(), stdout);
     return given.status;
   }

@@ -67,13 +67,16 @@ void add_connection(CLI::App* app, raw_options* raw) {
       ->type_name("FILE");
   app->add_option("--ca", raw->values.connection.ca_file,
                   "Certificates that sign the broker's (the system's)")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(CLI::ExistingFile);
   CLI::Option* const certificate =
       app->add_option("--cert", raw->values.connection.certificate_file, "This client's certificate")
-          ->type_name("FILE");
+          ->type_name("FILE")
+          ->check(CLI::ExistingFile);
   CLI::Option* const key =
       app->add_option("--key", raw->values.connection.key_file, "Its key, without a password")
-          ->type_name("FILE");
+          ->type_name("FILE")
+          ->check(CLI::ExistingFile);
   certificate->needs(key);
   key->needs(certificate);
 }

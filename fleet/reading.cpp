@@ -209,7 +209,8 @@ int run_forget(const options& chosen) {
       complain("host " + chosen.host + " is online; stop its agent first");
       return running.end(exit_failure);
     }
-    std::vector<std::string> topics = {"status", "inventory"};
+    // The status last: its end is the change of state that `forgotten` waits for.
+    std::vector<std::string> topics = {"inventory", "status"};
     for (const auto& [device, shown] : found->second.devices)
       topics.insert(topics.begin(), "device/" + device);
     waiting = topics.size();
