@@ -1,0 +1,122 @@
+"""list, watch, wait, forget and metrics over several hosts."""
+import json
+import shutil
+import signal
+
+import pytest
+from lab import YUSB, Bus, run
+
+
+class Fleet:
+    """Three hosts: lab1 with a root hub and a phone, lab2 with a phone in fastboot, lab3 with a hub that its filter leaves out."""
+
+    def __init__(self, lab):
+        self.broker = lab.broker()
+        self.buses = {name: Bus() for name in ('lab1', 'lab2', 'lab3')}
+        self.buses['lab1'].plug('usb1', pid=2, interface='090000', product='Root hub')
+        self.buses['lab1'].plug('1-1', serial='A1', manufacturer='Google', product='Pixel 7')
+        self.buses['lab2'].plug('1-4', pid=0x4EE0, interface='ff4203', serial='B2')
+        self.buses['lab3'].plug('usb1', pid=2, interface='090000')
+        only = {'lab3': ['--filter', 'not:mode=hub']}
+        self.agents = {name: lab.agent(bus, name, *only.get(name, [])) for name, bus in self.buses.items()}
+        lab.watch().line('"lab3"', '"online"')
+        for serial in 'A1', 'B2':
+            assert run(*lab.command('wait', '--filter', f'serial={serial}', '--timeout', '60s'))[0] == 0
+
+
+@pytest.fixture
+def fleet(lab):
+    return Fleet(lab)
+
+
+def objects(text):
+    return [json.loads(line) for line in text.splitlines() if line.startswith('{')]
+
+
+def test_list_shows_what_yusb_shows_on_each_host(lab, fleet):
+    status, printed, said = run(*lab.command('list', '--json'))
+    assert (status, said) == (0, '')
+    for host in 'lab1', 'lab2':
+        local = objects(run(YUSB, 'list', '--json', env=fleet.buses[host].environment())[1])
+        remote = [each for each in objects(printed) if each['host'] == host and each['event'] != 'host']
+        for each in local + remote:
+            del each['time']
+        for each in remote:
+            assert [each.pop(name) for name in ('host', 'host_state', 'openable')] == [host, 'online', False]
+        assert remote == local != []
+    heading, *rows = [line.split() for line in run(*lab.command('list'))[1].splitlines()]
+    assert heading == 'HOST STATE PORT ID SPEED MANUFACTURER PRODUCT SERIAL WHAT'.split()
+    assert [row[:3] for row in rows] == [['lab1', 'online', 'usb1'], ['lab1', 'online', '1-1'],
+                                         ['lab2', 'online', '1-4'], ['lab3', 'online', '-']]
+    rows = run(*lab.command('list', '--filter', 'not:mode=hub', '--filter', 'mode=fastboot'))[1].splitlines()
+    assert len(rows) == 2 and rows[1].startswith('lab2 ') and rows[1].endswith('B2            android,fastboot')
+
+
+def test_watch_and_wait_follow_a_phone_from_host_to_host(lab, fleet):
+    watch = lab.watch('--filter', 'not:mode=hub')
+    watch.line('"lab2"', '"arrival"', '"initial":true')
+    gone = lab.start(*lab.command('wait', '--gone', '--filter', 'serial=A1'))
+    fleet.buses['lab1'].unplug('1-1')
+    watch.line('"lab1"', '"removal"', '"A1"')
+    assert gone.end() == (0, '')
+    assert run(*lab.command('wait', '--filter', 'serial=A1', '--timeout', '100ms')) == (3, '', '')
+    back = lab.start(*lab.command('wait', '--filter', 'port=1-7', '--json'))
+    fleet.buses['lab3'].plug('1-7', serial='A1')
+    status, printed = back.end()
+    assert (status, json.loads(printed)['host'], json.loads(printed)['serial_number']) == (0, 'lab3', 'A1')
+    watch.line('"lab3"', '"arrival"', '"initial":false')
+    assert watch.end(signal.SIGINT)[0] == 0
+
+
+def test_tells_the_states_of_hosts_apart(lab, fleet):
+    watch = lab.watch()
+    watch.line('"lab2"', '"online"')
+    fleet.agents['lab2'].kill()
+    watch.line('"event":"host"', '"lab2"', '"offline"')
+    row = next(line for line in run(*lab.command('list'))[1].splitlines() if 'B2' in line)
+    assert row.split()[1] == 'offline', 'its devices are as last known'
+    assert run(*lab.command('wait', '--filter', 'serial=B2', '--timeout', '100ms'))[0] == 3, 'only where it is online'
+
+    status, _, said = run(*lab.command('forget', 'lab1'))
+    assert status == 1 and 'online' in said
+    assert run(*lab.command('forget', 'lab9'))[0] == 1
+    assert run(*lab.command('forget', 'lab2')) == (0, '', '')
+    assert 'lab2' not in run(*lab.command('list'))[1]
+
+    fleet.broker.kill()
+    status, printed, said = run(*lab.command('list'))
+    assert (status, printed) == (1, '') and 'Connection refused' in said
+    fleet.agents['lab3'].kill()
+    lab.broker()  # without a database
+    watch.line('"lab3"', '"unknown"')
+    assert '"removal"' not in watch.end(signal.SIGTERM)[1]
+
+
+def test_skips_what_no_agent_has_published(lab, fleet):
+    for topic, payload in [('lab1/device/x', '{"schema":1}'), ('lab7/status', 'online'), ('lab7/x/y/z', 'x')]:
+        assert run('mosquitto_pub', '-p', lab.url.rpartition(':')[2], '-r', '-t', f'yusb/{topic}', '-m', payload)[0] == 0
+    status, printed, said = run(*lab.command('list', '--json'))
+    assert status == 0 and 'skipped: yusb/lab7/status' in said
+    assert {each['host'] for each in objects(printed) if each.get('port')} == {'lab1', 'lab2'}
+
+
+def test_writes_metrics_for_prometheus(lab, fleet):
+    odd = Bus()
+    odd.plug('1-1')
+    lab.agent(odd, 'a "quoted" \\ host').line('connected to')
+    assert run(*lab.command('wait', '--filter', 'port=1-1', '--timeout', '60s'))[0] == 0
+    file = lab.file('yusb.prom', 'old')
+    before = file.stat().st_ino
+    assert run(*lab.command('metrics', file, '--once')) == (0, '', '')
+    assert file.stat().st_ino != before, 'replaced, not written in place'
+    text = file.read_text()
+    for line in ('yusb_fleet_agent_up{host="a \\"quoted\\" \\\\ host"} 1', 'yusb_fleet_devices{host="lab1"} 2',
+                 'yusb_fleet_devices_by_class{host="lab1",class="09"} 1', 'yusb_fleet_devices_by_mode{host="lab2",mode="fastboot"} 1',
+                 'yusb_fleet_devices{host="lab3"} 0', 'yusb_fleet_arrivals_total{host="lab1"} 0'):
+        assert line in text.splitlines()
+    assert not list(lab.folder.glob('yusb.prom?*'))
+    if not shutil.which('promtool'):
+        pytest.skip('promtool is not installed: the format is not checked')
+    with file.open() as stream:
+        checked = run('promtool', 'check', 'metrics', stdin=stream)
+    assert checked == (0, '', '')
