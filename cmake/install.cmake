@@ -41,18 +41,16 @@ function(yorvan_pkgconfig module)
   install(FILES ${PROJECT_BINARY_DIR}/${module}.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
 endfunction()
 
-# yorvan_manual(SECTION COMPONENT): installs the manual pages of one section, compressed in a Debian package.
-function(yorvan_manual section component)
-  file(GLOB pages ${PROJECT_SOURCE_DIR}/docs/man/*.${section})
-  foreach(page IN LISTS pages)
-    if(YORVANUSB_DEBIAN)
-      get_filename_component(name ${page} NAME)
-      configure_file(${page} ${PROJECT_BINARY_DIR}/debian/${name} COPYONLY)
-      execute_process(COMMAND gzip -9nkf ${PROJECT_BINARY_DIR}/debian/${name} COMMAND_ERROR_IS_FATAL ANY)
-      set(page ${PROJECT_BINARY_DIR}/debian/${name}.gz)
-    endif()
-    install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
-  endforeach()
+# yorvan_manual(COMPONENT PAGE): installs a manual page, compressed in a Debian package.
+function(yorvan_manual component page)
+  get_filename_component(name ${page} NAME)
+  string(REGEX MATCH "[0-9]$" section ${name})
+  if(YORVANUSB_DEBIAN)
+    configure_file(${page} ${PROJECT_BINARY_DIR}/debian/${name} COPYONLY)
+    execute_process(COMMAND gzip -9nkf ${PROJECT_BINARY_DIR}/debian/${name} COMMAND_ERROR_IS_FATAL ANY)
+    set(page ${PROJECT_BINARY_DIR}/debian/${name}.gz)
+  endif()
+  install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
 endfunction()
 
 # ---- The core library ----
@@ -127,9 +125,12 @@ if(TARGET yusb)
   install(FILES tools/completion/_yusb DESTINATION ${CMAKE_INSTALL_DATADIR}/${zsh_dir} COMPONENT tool)
   install(FILES examples/lab.scenario examples/yusb-journal.service
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/yusb/examples COMPONENT tool)
-  yorvan_manual(1 tool)
+  yorvan_manual(tool docs/man/yusb.1)
 endif()
-yorvan_manual(3 development)
+if(TARGET yusb-fleet)
+  include(fleet/install.cmake)
+endif()
+yorvan_manual(development docs/man/yusb.3)
 install(FILES examples/CMakeLists.txt examples/client.cpp examples/client_test.cpp examples/phone_shelf.h
   examples/event_loops.cmake examples/loop_asio.cpp examples/loop_epoll.cpp examples/loop_glib.cpp examples/print_event.h
   DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${development_docs}/examples COMPONENT development)

@@ -97,6 +97,15 @@ yorvan_debian_package(tool yusb utils
   "list and watch the USB devices that are attached"
   "Shows the attached USB devices, and every device that is attached or detached,\nas aligned columns or as JSON for scripts, or waits for a chosen device."
   runtime core)
+if(TARGET yusb-fleet)
+  yorvan_debian_package(fleet yusb-fleet net
+    "USB devices of many hosts over MQTT"
+    "An agent publishes the USB devices of its host to an MQTT broker. Anywhere, the\nprogram lists and watches the devices of all hosts, waits for one of them, and\nwrites metrics for Prometheus."
+    runtime core)
+  set(CPACK_DEBIAN_FLEET_PACKAGE_SUGGESTS mosquitto)
+  set(fleet_scripts ${PROJECT_SOURCE_DIR}/fleet/debian)
+  set(CPACK_DEBIAN_FLEET_PACKAGE_CONTROL_EXTRA ${fleet_scripts}/postinst ${fleet_scripts}/prerm ${fleet_scripts}/postrm)
+endif()
 yorvan_debian_package(python python3-yorvanusb python
   "library that lists USB devices - Python 3 interface"
   "Lists the attached USB devices and reports changes, to for loops and to\nasyncio. Includes a simulated bus for tests, and a pytest fixture that creates\none."

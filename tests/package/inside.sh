@@ -33,6 +33,12 @@ TEXT
 python3 -m pytest -q -p no:cacheprovider test_installed.py
 echo "packages: Python finds its package, and pytest the fixture"
 
+if ls yusb-fleet_*.deb >/dev/null 2>&1; then
+  ./lab.sh ./fleet.md
+  echo "packages: the set-up of docs/fleet.md shows a phone"
+  apt-get -qq -y purge mosquitto
+fi
+
 apt_get install ./*-dbgsym_*.deb
 library=$(ls /usr/lib/*/libYorvanUsb.so.5)
 address=$(nm -DC "$library" | sed -n 's/ T yusb::global_initialize()$//p')
@@ -40,6 +46,7 @@ addr2line -e "$library" "0x$address" | grep 'lifecycle\.cpp:[0-9]'
 echo "packages: the debug symbols match the libraries"
 
 apt_get purge 'libyorvan*' 'yusb*' python3-yorvanusb
+rm -rf /etc/default/yusb-fleet /etc/yusb-fleet /etc/mosquitto
 files >after
 diff before after
 echo "packages: removed without leftovers"

@@ -8,7 +8,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 mkdir "$work/try"
-cp "$folder"/*.deb "$here"/inside.sh "$work/try/"
+cp "$folder"/*.deb "$here"/inside.sh "$here"/lab.sh "$here"/../../docs/fleet.md "$work/try/"
 echo "packages: creating a fresh Debian 12; this takes a minute or more"
 # This command creates, uses and removes the root file system.
 # shellcheck disable=SC2016 # $1 is the hook's
