@@ -2,7 +2,7 @@
 
 #include <sys/epoll.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <random>
 #include <utility>
 
@@ -34,20 +34,18 @@ agent::agent(loop& loop, agent_options options, device_source& source, handlers 
       _root(_options.prefix + "/" + level(_options.host) + "/"),
       _source(source),
       _handlers(std::move(handlers)),
-      _connection(
-          loop, _options.connection,
-          {[this] { on_connected(); }, [this](const std::string& reason) { on_lost(reason); },
-           [this](const message& received) { on_message(received); },
-           [this](int id, bool granted) {
-             if (!granted)
-               return _connection.fail("the broker refuses to let this agent read " + _root + "#");
-             if (id == _subscription)
-               publish("sync", to_payload(claim{_options.start, _options.machine, _established}), false);
-           },
-           [this](int id, const std::string& refusal) { on_acknowledged(id, refusal); },
-           [this] {
-             return message{_root + "status", to_payload(made_status(false)), true};
-           }}) {}
+      _connection(loop, _options.connection,
+                  {[this] { on_connected(); }, [this](const std::string& reason) { on_lost(reason); },
+                   [this](const message& received) { on_message(received); },
+                   [this](int id, bool granted) {
+                     if (!granted)
+                       return _connection.fail("the broker refuses to let this agent read " + _root + "#");
+                     if (id == _subscription) claim_name();
+                   },
+                   [this](int id, const std::string& refusal) { on_acknowledged(id, refusal); },
+                   [this] {
+                     return message{_root + "status", to_payload(made_status(presence::offline)), true};
+                   }}) {}
 
 agent::~agent() {
   if (!_ended) release();
@@ -63,7 +61,7 @@ void agent::stop() {
   _stopping = true;
   if (!_synced) return end(agent_end::stopped);
   _in_flight.clear();
-  publish_status(false);
+  publish_status(presence::offline);
   _wait = _loop.after(std::chrono::seconds(2), [this] { end(agent_end::stopped); });
 }
 
@@ -85,9 +83,9 @@ void agent::release() {
   _connection.stop();
 }
 
-status agent::made_status(bool online) const {
+status agent::made_status(presence state) const {
   return {std::chrono::system_clock::now(),
-          online,
+          state,
           _options.host,
           _options.start,
           _options.machine,
@@ -99,7 +97,7 @@ void agent::on_connected() {
   _published.clear();
   _digest = 0;
   _announced.reset();
-  _rival.reset();
+  _retained.reset();
   _connection.subscribe({_root + "device/+", _root + "inventory"}, true);
   // What the broker retains of the above comes before the echo of what is published to this.
   _subscription = _connection.subscribe({_root + "status", _root + "sync"}, false);
@@ -119,7 +117,11 @@ void agent::on_message(const message& received) {
   const auto parsed = parse_topic(_options.prefix, received.topic);
   if (_ended || !parsed) return;
   if (parsed->what == "device") on_own_device(parsed->device, received);
-  if (parsed->what == "inventory" && !_synced) _announced = parse_inventory(received.payload);
+  if (parsed->what == "inventory") {
+    // A later one is somebody else's, and is replaced.
+    _announced = _synced ? std::nullopt : parse_inventory(received.payload);
+    pump();
+  }
   if (parsed->what == "status") on_status(received);
   if (parsed->what == "sync") on_claim(received.payload);
 }
@@ -142,65 +144,75 @@ void agent::on_own_device(const std::string& name, const message& received) {
 
 void agent::on_status(const message& received) {
   const auto other = parse_status(received.payload);
-  if (!other) {
-    // Cleared, or not ours.
-    _status_due = _status_due || _synced;
-    return pump();
+  const bool gone = !other || other->state == presence::offline;
+  const bool own = other && other->start == _options.start;
+  if (!_synced && received.retained) {
+    _retained = other;
+    return;
   }
-  if (other->start == _options.start) {
-    // The last will of this agent's own lost connection, which the broker has only now given up.
-    _status_due = _status_due || (_synced && !other->online);
-    return pump();
+  if (own && !gone) return;
+  if (!gone) {
+    const bool newer = other->start > _options.start;
+    if (other->machine == _options.machine) {
+      if (newer) return end(agent_end::replaced, "a newer agent of this machine has taken over");
+    } else if (!newer || !(_synced || _established)) {
+      return end_taken(other->machine);
+    }
   }
-  const bool same = other->machine == _options.machine;
-  if (_synced) {
-    // The last will of an earlier agent, or one that has not read this one's claim.
-    if (other->online && same && other->start > _options.start)
-      return end(agent_end::replaced, "a newer agent of this machine has taken over");
-    _status_due = true;
-    return pump();
-  }
-  if (same || !other->online) return;
-  if (received.retained) {
-    _rival = other;
-  } else {
-    end(agent_end::name_taken, "the host name " + _options.host + " is in use by machine " + other->machine);
-  }
+  // Cleared, not ours, or of another agent: of one that has not received this one's claim yet, or the last
+  // will of a connection that the broker has only now given up.
+  _status_due = _status_due || _synced;
+  pump();
+}
+
+void agent::end_taken(const std::string& machine) {
+  end(agent_end::name_taken, "the host name " + _options.host + " is in use by machine " + machine +
+                                 "; this is machine " + _options.machine);
+}
+
+void agent::claim_name() {
+  publish("sync", to_payload(claim{_options.start, _options.machine, _established}), false);
 }
 
 void agent::on_claim(const std::string& payload) {
   const auto other = parse_claim(payload);
   if (!other) return;
-  if (other->start == _options.start) {
-    if (_synced || _wait != 0) return;
-    if (!_rival) return establish();
-    // A living one answers the claim with its status.
-    _wait = _loop.after(_options.rival_limit, [this] {
-      _wait = 0;
-      establish();
-    });
+  const bool same = other->machine == _options.machine;
+  const bool newer = other->start > _options.start;
+  if (other->start != _options.start) {
+    if (same && newer) return end(agent_end::replaced, "a newer agent of this machine has taken over");
+    if (!same && (other->established == _established ? !newer : other->established))
+      return end_taken(other->machine);
+    if (_synced) {
+      _status_due = true;
+      pump();
+    } else if (_wait != 0) {
+      claim_name();  // the other one has subscribed too late for the first
+    }
     return;
   }
-  const bool newer = other->start > _options.start;
-  if (other->machine == _options.machine) {
-    if (newer) return end(agent_end::replaced, "a newer agent of this machine has taken over");
-  } else if (other->established == _established ? !newer : other->established) {
-    return end(agent_end::name_taken,
-               "the host name " + _options.host + " is in use by machine " + other->machine);
-  }
-  if (_synced) {
-    _status_due = true;
-    pump();
-  }
+  if (_synced || _wait != 0) return;
+  // The name may be taken by an agent that answers this claim.
+  const bool rival = _retained && _retained->state != presence::offline &&
+                     (_retained->machine != _options.machine || _retained->start > _options.start);
+  const bool known = _established || (_retained && _retained->machine == _options.machine);
+  if (!rival && known) return establish();
+  _wait = _loop.after(rival ? _options.rival_limit : _options.newcomer_limit, [this] {
+    _wait = 0;
+    establish();
+  });
 }
 
 void agent::establish() {
-  _handlers.log("connected to " + _options.connection.broker.host);
+  _handlers.log("connected to " + _options.connection.broker.host + " as host " + _options.host +
+                " of machine " + _options.machine);
   _last_loss.clear();
   _synced = _established = _restoring = _status_due = true;
-  _connection.settled();
   for (const auto& [name, each] : _devices) _dirty.insert(name);
   for (const auto& [name, each] : _published) _dirty.insert(name);
+  const bool equal =
+      std::none_of(_dirty.begin(), _dirty.end(), [this](const std::string& name) { return differs(name); });
+  if (!equal && _retained && _retained->state == presence::online) publish_status(presence::restoring);
   pump();
   beat();
 }

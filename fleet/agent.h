@@ -42,7 +42,10 @@ struct agent_options {
   std::string start;    // empty: made from the time
   std::string version;
   std::chrono::seconds heartbeat{30};
-  std::chrono::milliseconds rival_limit{3000};  // how long another machine's agent may take to answer
+  // How long an agent that the broker says is online may take to answer a claim on its name.
+  std::chrono::milliseconds rival_limit{3000};
+  // The same for an agent that connects at the same moment, so that the broker does not show it yet.
+  std::chrono::milliseconds newcomer_limit{500};
 };
 
 enum class agent_end {
@@ -57,11 +60,13 @@ enum class agent_end {
 //   PREFIX/HOST/inventory    their number and digest, after each change and at least once a heartbeat
 //   PREFIX/HOST/status       online; offline by its last will
 //
-// After each connect it reads them, clears and publishes what differs. While it is cut off it keeps the
-// latest state only; PREFIX/HOST/event then has gaps in its sequence numbers.
+// After each connect it reads them, clears and publishes what differs, then the inventory, then the status.
+// If the broker still calls it online by then, it first publishes that it is restoring. While it is cut off
+// it keeps the latest state only; PREFIX/HOST/event then has gaps in its sequence numbers.
 //
-// Of two agents of one name, the newer one stays if both are of one machine; else the one that published
-// first.
+// Of two agents of one name, the one that started later stays if both are of one machine; else the one that
+// published first. An agent that finds another one of its name publishes nothing but its claim until it is
+// clear which one stays.
 class agent {
  public:
   struct handlers {
@@ -96,21 +101,24 @@ class agent {
   void on_own_device(const std::string& name, const message& received);
   void on_claim(const std::string& payload);
   void on_status(const message& received);
+  void end_taken(const std::string& machine);
   void take_changes();
   void take(device_change change);
   void set(const std::string& name, const std::string& payload, bool counted);
   void remove(const std::string& name);
   void tell(const std::string& payload, bool arrived);
+  void claim_name();
   void establish();
+  bool differs(const std::string& name) const;
   void pump();
   void publish_device(const std::string& name);
   void publish_inventory();
-  void publish_status(bool online);
+  void publish_status(presence state);
   void publish(const std::string& what, std::string payload, bool retained);
   void beat();
   void end(agent_end why, const std::string& reason = "");
   void release();
-  status made_status(bool online) const;
+  status made_status(presence state) const;
 
   loop& _loop;
   const agent_options _options;
@@ -136,9 +144,9 @@ class agent {
   bool _status_due = false;
   bool _ended = false;
   bool _stopping = false;
-  int _subscription = 0;         // the ID of the last one
-  std::optional<status> _rival;  // online, of another machine, as retained
-  std::set<int> _in_flight;      // publications without an acknowledgement
+  int _subscription = 0;            // the ID of the last one
+  std::optional<status> _retained;  // the status that the broker had at this connect
+  std::set<int> _in_flight;         // publications without an acknowledgement
   std::uint64_t _count = 0;
   std::string _last_loss;
   loop::timer _beat = 0;

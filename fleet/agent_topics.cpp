@@ -64,6 +64,8 @@ void agent::on_acknowledged(int id, const std::string& refusal) {
     return _connection.fail("the broker refuses to let this agent publish to " + _root + "#: " + refusal);
   if (_stopping && _in_flight.empty()) return end(agent_end::stopped);
   pump();
+  // Not before: an agent that may not publish everything would else connect again without any delay.
+  if (settled()) _connection.settled();
 }
 
 void agent::publish(const std::string& what, std::string payload, bool retained) {
@@ -92,20 +94,27 @@ void agent::pump() {
           _loop.after(std::chrono::ceil<std::chrono::milliseconds>(due), [this] { publish_inventory(); });
     }
   }
-  if (_status_due && _dirty.empty()) publish_status(true);
+  if (_status_due && _dirty.empty()) publish_status(presence::online);
+}
+
+bool agent::differs(const std::string& name) const {
+  const auto wanted = _devices.find(name);
+  const auto there = _published.find(name);
+  if (wanted == _devices.end() || there == _published.end())
+    return (wanted == _devices.end()) != (there == _published.end());
+  return wanted->second.digest != there->second;
 }
 
 void agent::publish_device(const std::string& name) {
+  if (!differs(name)) return;
   const auto wanted = _devices.find(name);
   const auto there = _published.find(name);
   if (wanted == _devices.end()) {
-    if (there == _published.end()) return;
     _digest -= there->second;
     _published.erase(there);
     return publish("device/" + name, "", true);
   }
   const std::uint64_t now = wanted->second.digest;
-  if (there != _published.end() && there->second == now) return;
   _digest += now - (there == _published.end() ? 0 : there->second);
   _published[name] = now;
   publish("device/" + name, wanted->second.payload, true);
@@ -118,9 +127,9 @@ void agent::publish_inventory() {
   publish("inventory", to_payload(*_announced), true);
 }
 
-void agent::publish_status(bool online) {
-  _status_due = false;
-  publish("status", to_payload(made_status(online)), true);
+void agent::publish_status(presence state) {
+  _status_due = state == presence::restoring;
+  publish("status", to_payload(made_status(state)), true);
 }
 
 }  // namespace yusb::fleet

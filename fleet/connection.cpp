@@ -2,13 +2,17 @@
 
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/epoll.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <utility>
+
+#include "message_age.h"
 
 namespace yusb::fleet {
 
@@ -49,30 +53,6 @@ const char* c_string(const std::string& text) { return text.empty() ? nullptr : 
 
 }  // namespace
 
-std::optional<broker_address> parse_broker(std::string_view text) {
-  broker_address made;
-  const std::size_t scheme = text.find("://");
-  if (scheme == std::string_view::npos) return std::nullopt;
-  made.tls = text.substr(0, scheme) == "mqtts";
-  if (!made.tls && text.substr(0, scheme) != "mqtt") return std::nullopt;
-  made.port = made.tls ? 8883 : 1883;
-  text.remove_prefix(scheme + 3);
-  if (!text.empty() && text.back() == '/') text.remove_suffix(1);
-  const bool bracketed = !text.empty() && text.front() == '[';
-  const std::size_t end = bracketed ? text.find(']') : text.find(':');
-  if (bracketed && end == std::string_view::npos) return std::nullopt;
-  made.host = text.substr(bracketed ? 1 : 0, bracketed ? end - 1 : end);
-  text.remove_prefix(end == std::string_view::npos ? text.size() : end + (bracketed ? 1 : 0));
-  if (!text.empty()) {
-    const char* const last = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data() + 1, last, made.port);
-    if (text.front() != ':' || error != std::errc() || stop != last) return std::nullopt;
-  }
-  const bool plain = made.host.find_first_of(" \t@/?#") == std::string::npos;
-  if (made.host.empty() || !plain || made.port < 1 || made.port > 65535) return std::nullopt;
-  return made;
-}
-
 // What the library calls, from its functions that the loop calls.
 struct connection::callbacks {
   static void connected(mosquitto*, void* object, int reason, int, const mosquitto_property*) {
@@ -82,6 +62,7 @@ struct connection::callbacks {
       return;
     }
     self._connected = true;
+    self._loop.cancel(std::exchange(self._connecting, 0));
     self._handlers.connected();
   }
 
@@ -90,12 +71,13 @@ struct connection::callbacks {
     if (reason >= 128 && self._refusal.empty()) self._refusal = mosquitto_reason_string(reason);
   }
 
-  static void received(mosquitto*, void* object, const mosquitto_message* given, const mosquitto_property*) {
+  static void received(mosquitto*, void* object, const mosquitto_message* given,
+                       const mosquitto_property* list) {
     auto& self = *static_cast<connection*>(object);
     if (self._failing) return;
     const auto size = static_cast<std::size_t>(given->payloadlen);
-    self._handlers.received(
-        {given->topic, std::string(static_cast<const char*>(given->payload), size), given->retain});
+    self._handlers.received({given->topic, std::string(static_cast<const char*>(given->payload), size),
+                             given->retain, age_of(list)});
   }
 
   static void subscribed(mosquitto*, void* object, int id, int count, const int* granted,
@@ -148,6 +130,7 @@ void connection::connect() {
   if (client == nullptr) return retry("out of memory");
   mosquitto_log_callback_set(client, on_log);
   mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+  mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
   mosquitto_connect_v5_callback_set(client, callbacks::connected);
   mosquitto_disconnect_v5_callback_set(client, callbacks::disconnected);
   mosquitto_message_v5_callback_set(client, callbacks::received);
@@ -165,8 +148,10 @@ void connection::connect() {
   }
   const std::optional<message> will = _handlers.will ? _handlers.will() : std::nullopt;
   if (result == MOSQ_ERR_SUCCESS && will) {
+    properties list(*will);
     result = mosquitto_will_set_v5(client, will->topic.c_str(), static_cast<int>(will->payload.size()),
-                                   will->payload.data(), 1, will->retained, nullptr);
+                                   will->payload.data(), 1, will->retained, list.list);
+    if (result == MOSQ_ERR_SUCCESS) list.list = nullptr;  // the library's now
   }
   if (result != MOSQ_ERR_SUCCESS) return retry(reason_of(result));
 
@@ -193,6 +178,7 @@ void connection::attempted() {
   _events = EPOLLIN | EPOLLOUT;
   _loop.watch(_socket, _events, [this](std::uint32_t events) { on_socket(events); });
   _tick = _loop.after(std::chrono::seconds(1), [this] { tick(); });
+  _connecting = _loop.after(_options.connect_limit, [this] { fail("the broker does not answer"); });
 }
 
 void connection::check(int result) {
@@ -206,6 +192,10 @@ void connection::check(int result) {
 void connection::on_socket(std::uint32_t events) {
   if ((events & EPOLLIN) != 0) _heard = loop::clock::now();
   const std::shared_ptr<mosquitto> client = _client;  // a handler may call stop()
+  // Most brokers leave Nagle's algorithm on. With delayed acknowledgements, the second of two messages would
+  // take 40 ms. The kernel forgets this option by itself.
+  const int on = 1;
+  setsockopt(_socket, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
   // Reading also advances a TLS handshake, which writing does not.
   _in_library = true;
   int result = mosquitto_loop_read(client.get(), 1);
@@ -219,7 +209,8 @@ void connection::tick() {
   _tick = _loop.after(std::chrono::seconds(1), [this] { tick(); });
   // It answers pings, which the library sends once a keep-alive. The library alone may not notice while it
   // sends.
-  if (loop::clock::now() - _heard > _options.keep_alive * 3 / 2) return fail("the broker has fallen silent");
+  if (_connected && loop::clock::now() - _heard > _options.keep_alive * 3 / 2)
+    return fail("the broker has fallen silent");
   _in_library = true;
   const int result = mosquitto_loop_misc(client.get());
   _in_library = false;
@@ -227,9 +218,7 @@ void connection::tick() {
 }
 
 void connection::update_events() {
-  // Until the broker has answered, what to wait for is the library's secret.
-  const bool writing = !_connected || mosquitto_want_write(_client.get());
-  const std::uint32_t events = EPOLLIN | (writing ? EPOLLOUT : 0U);
+  const std::uint32_t events = EPOLLIN | (mosquitto_want_write(_client.get()) ? EPOLLOUT : 0U);
   if (events == _events) return;
   _events = events;
   _loop.set_events(_socket, events);
@@ -239,7 +228,7 @@ void connection::drop() {
   // Now, for once the library closes the descriptor its number may be another connection's.
   if (_socket != -1) _loop.unwatch(_socket);
   _socket = -1;
-  _loop.cancel(_tick);
+  for (const loop::timer each : {_tick, _connecting}) _loop.cancel(each);
   _client.reset();
   _connected = false;
   _failing = false;
@@ -271,8 +260,9 @@ void connection::retry(const std::string& reason) {
 int connection::publish(const message& sent) {
   int id = 0;
   if (_client == nullptr || _failing) return id;
+  const properties list(sent);
   check(mosquitto_publish_v5(_client.get(), &id, sent.topic.c_str(), static_cast<int>(sent.payload.size()),
-                             sent.payload.data(), 1, sent.retained, nullptr));
+                             sent.payload.data(), 1, sent.retained, list.list));
   return id;
 }
 

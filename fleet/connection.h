@@ -37,17 +37,24 @@ struct connection_options {
   std::string client_id;
   std::chrono::seconds keep_alive{30};  // at least 5
   std::chrono::milliseconds longest_delay{30000};
+  // From the start of the TCP connection to the broker's CONNACK. An idle broker takes milliseconds; one that
+  // has just restarted takes seconds for a thousand TLS handshakes, which must not be given up and repeated.
+  std::chrono::milliseconds connect_limit{10000};
 };
 
 struct message {
   std::string topic;
   std::string payload;
   bool retained = false;  // received: it was not sent just now; sent: the broker is to retain it
+  // Received: how long ago it was published, by the broker's clock. 0 if its sender is not a connection of
+  // this program.
+  std::chrono::seconds age{0};
 };
 
-// Does not block: names are resolved on the loop's background thread. After each loss it waits for a random
-// time between none and a limit that doubles with every failed attempt, then connects again. What was not
-// acknowledged before the loss is forgotten.
+// Does not block: names are resolved on the loop's background thread. A broker that does not answer an
+// attempt within the connect limit, or sends nothing for one and a half keep-alives, counts as lost. After
+// each loss the connection waits for a random time between none and a limit that doubles with every failed
+// attempt, then connects again. What was not acknowledged before the loss is forgotten.
 class connection {
  public:
   // Called by the loop, between start() and stop(). They may publish and subscribe, and call fail() and
@@ -111,6 +118,7 @@ class connection {
   unsigned _attempts = 0;
   loop::timer _tick = 0;
   loop::timer _retry = 0;
+  loop::timer _connecting = 0;
   std::minstd_rand _random;
   std::shared_ptr<connection*> _self;  // expires with the object
 };

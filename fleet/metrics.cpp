@@ -53,8 +53,8 @@ std::string metrics_text(const std::map<std::string, host>& hosts) {
     arrivals[host] = each.inventory->arrivals;
     removals[host] = each.inventory->removals;
     for (const auto& [name, shown] : each.devices) {
-      count_classes(classes, host, *shown.device.details);
-      for (const std::string& tag : format::tags(shown.device))
+      count_classes(classes, host, *shown->device.details);
+      for (const std::string& tag : format::tags(shown->device))
         ++modes[fmt::format("{},mode=\"{}\"", host, label(tag))];
     }
   }

@@ -1,8 +1,10 @@
 #include "payload.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "format/hex.h"
@@ -118,9 +120,13 @@ usb_details details_of(const json& object) {
 
 }  // namespace
 
+namespace {
+const char* const words[] = {"offline", "restoring", "online"};  // of presence
+}
+
 std::string to_payload(const status& made) {
   json object = head(made.when);
-  object["state"] = made.online ? "online" : "offline";
+  object["state"] = words[static_cast<int>(made.state)];
   object["host"] = made.host;
   object["start"] = made.start;
   object["machine"] = made.machine;
@@ -132,16 +138,16 @@ std::string to_payload(const status& made) {
 std::optional<status> parse_status(std::string_view payload) {
   const auto object = ours(payload);
   if (!object) return std::nullopt;
-  const std::string state = field(*object, "state", std::string());
+  const auto word = std::find(std::begin(words), std::end(words), field(*object, "state", std::string()));
+  if (word == std::end(words)) return std::nullopt;
   status made{parse_time(field(*object, "time", std::string())),
-              state == "online",
+              static_cast<presence>(word - std::begin(words)),
               field(*object, "host", std::string()),
               field(*object, "start", std::string()),
               field(*object, "machine", std::string()),
               field(*object, "version", std::string()),
               field(*object, "heartbeat", 0)};
-  const bool whole = (made.online || state == "offline") && !made.host.empty() && !made.start.empty();
-  return whole ? std::make_optional(std::move(made)) : std::nullopt;
+  return made.host.empty() || made.start.empty() ? std::nullopt : std::make_optional(std::move(made));
 }
 
 std::string to_payload(const inventory& made) {
@@ -181,10 +187,8 @@ std::optional<claim> parse_claim(std::string_view payload) {
   return made.start.empty() ? std::nullopt : std::make_optional(std::move(made));
 }
 
-std::string device_payload(const format::event& event, std::optional<bool> openable) {
-  json object = parse(format::json_line(event));
-  object["openable"] = openable ? json(*openable) : json();
-  return text_of(object);
+std::string device_payload(const format::event& event, bool openable) {
+  return text_of(parse(format::json_line(event, openable)));
 }
 
 std::uint64_t digest(std::string_view name, std::string_view payload) {
@@ -236,11 +240,13 @@ std::string reader_line(std::string_view device, const char* event, bool initial
   return text_of(object) + "\n";
 }
 
-std::string host_line(const std::string& host, const char* host_state) {
+std::string host_line(const std::string& host, const char* host_state,
+                      std::optional<format::time_point> since) {
   json object = head(std::chrono::system_clock::now());
   object["event"] = "host";
   object["host"] = host;
   object["host_state"] = host_state;
+  if (since) object["host_since"] = format::utc_time(*since);
   return text_of(object) + "\n";
 }
 

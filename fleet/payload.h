@@ -11,10 +11,16 @@
 
 namespace yusb::fleet {
 
+enum class presence {
+  offline,
+  restoring,  // connected again; its topics are not yet up to date
+  online,
+};
+
 // PREFIX/HOST/status
 struct status {
-  format::time_point when;  // of the connection, or of the end
-  bool online = false;
+  format::time_point when;  // by the agent's clock; of a last will: of the connection
+  presence state = presence::offline;
   std::string host;
   std::string start;    // names one run of an agent; a later one's is greater
   std::string machine;  // names the machine
@@ -44,9 +50,8 @@ struct claim {
 std::string to_payload(const claim& made);
 std::optional<claim> parse_claim(std::string_view payload);
 
-// PREFIX/HOST/device/NAME: the object that `yusb watch --json` prints, and "openable": true, false, or null
-// while it is unknown.
-std::string device_payload(const format::event& event, std::optional<bool> openable);
+// PREFIX/HOST/device/NAME: the object that `yusb watch --openable --json` prints.
+std::string device_payload(const format::event& event, bool openable);
 
 // A device's part of the digest: of its name and its payload without the time. 0 if it is not an object.
 std::uint64_t digest(std::string_view name, std::string_view payload);
@@ -62,8 +67,10 @@ std::string event_payload(std::string_view device, bool arrived, const std::stri
 std::string reader_line(std::string_view device, const char* event, bool initial, const std::string& host,
                         const char* host_state);
 
-// A line about a host: {"schema":1,"time":...,"event":"host","host":...,"host_state":...}
-std::string host_line(const std::string& host, const char* host_state);
+// A line about a host: {"schema":1,"time":...,"event":"host","host":...,"host_state":...}, and "host_since"
+// if `since` is given.
+std::string host_line(const std::string& host, const char* host_state,
+                      std::optional<format::time_point> since);
 
 }  // namespace yusb::fleet
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -12,14 +13,16 @@
 #include "connection.h"
 #include "loop.h"
 #include "payload.h"
+#include "topic.h"
 
 namespace yusb::fleet {
 
 enum class host_state {
-  unknown,  // the broker has no status of it, as after a restart without its database
+  unknown,  // not back since the broker restarted: there is no status, or the agent restores its topics
   online,
-  stale,    // online, but without a sign of life for three heartbeats
-  offline,  // its agent has ended or lost its connection; its devices are as last known
+  stale,      // online, but without a sign of life for three heartbeats
+  offline,    // its agent has ended or lost its connection; its devices are as last known
+  forgotten,  // its topics were cleared; reported once, then the reader has no such host
 };
 const char* to_string(host_state state);
 
@@ -29,23 +32,30 @@ struct shown_device {
   format::known_device device;
 };
 
+// Devices by the level of their topics.
+using device_map = std::map<std::string, std::shared_ptr<const shown_device>>;
+
 struct host {
   std::string name;
   host_state state = host_state::unknown;
   std::optional<fleet::status> status;
   std::optional<fleet::inventory> inventory;
-  std::map<std::string, shown_device> devices;  // the last picture that was whole, by the topics' level
-  // Of an offline host: when it last said something.
+  device_map
+      devices;  // the last picture that was whole; else what the broker has of a host that is not online
+  // The last status or inventory, by the broker's clock as far as it can be told. Of an offline host: since
+  // when it is.
   format::time_point last_sign() const;
 
  private:
   friend class reader;
-  std::map<std::string, shown_device> received;  // may be between two pictures
-  std::uint64_t digest = 0;                      // the sum of those
+  device_map received;       // may be between two pictures
+  std::uint64_t digest = 0;  // the sum of those
   bool reported = false;
   bool outdated = false;        // what is retained is older than `devices`: the broker has an old database
+  bool accepted = false;        // differs from its inventory, but no agent is there to change that
   format::time_point shown_at;  // when the agent made the inventory of `devices`
   unsigned repairs = 0;         // without success
+  std::uint64_t repaired = 0;   // the digest after the last one
   loop::timer repair = 0;
   loop::clock::time_point alive;
 };
@@ -54,7 +64,9 @@ enum class device_news { arrival, removal, change };
 
 // A host's devices change only from one whole picture to the next: to what is received once its number and
 // digest are those of the inventory. So a device is reported removed only if its agent says so, also while
-// the broker restarts or has dropped messages. Where they stay different, the host's topics are read again.
+// the broker restarts or has dropped messages. Where they stay different, the host's topics are read again,
+// for about five seconds. Then an online host is reported incomplete. Any other host counts as complete as
+// soon as the broker has sent the same twice: its agent was interrupted, and its devices are as last known.
 class reader {
  public:
   struct handlers {
@@ -64,6 +76,7 @@ class reader {
     std::function<void(const std::string& host)> incomplete;  // it stays different
     std::function<void(const std::string& line)> log;
     std::function<void(const std::string& reason)> lost;
+    std::function<void()> published = {};  // the broker has accepted a publication through broker()
   };
 
   // `only`: one host, as a level of a topic; empty: all.
@@ -75,22 +88,29 @@ class reader {
   const std::map<std::string, host>& hosts() const { return _hosts; }
   bool complete() const { return _complete; }
   connection& broker() { return _connection; }
+  // The topics that the broker has of a host, also those with payloads that are not of an agent.
+  std::set<std::string> topics(const std::string& level) const;
 
  private:
   void on_connected();
   void on_lost(const std::string& reason);
   void on_subscribed(int id);
   void on_message(const message& received);
+  void on_cleared(const topic& cleared, bool live);
   void on_device(host& from, const std::string& name, const message& received);
+  void on_status(host& from, fleet::status made, const message& received);
+  void on_inventory(host& from, const fleet::inventory& made, const message& received);
+  bool remove_received(host& from, const std::string& name);
+  host& known(const topic& of);
   bool whole(const host& each) const;
   void check(const std::string& level, host& each);
-  void commit(host& each);
+  void show(host& each);
+  void accept(host& each);
   void repair(const std::string& level);
   void check_complete();
   void update_state(host& each);
   void update_states();
   void skip(const message& received);
-  void on_inventory(host& from, const message& received);
 
   loop& _loop;
   const std::string _prefix;
@@ -98,7 +118,7 @@ class reader {
   const handlers _handlers;
   std::map<std::string, host> _hosts;
   std::set<std::string> _skipped;
-  std::map<int, std::string> _repairs;  // hosts by the ID of the subscription
+  std::map<int, std::string> _repairs;  // hosts by the ID of the subscription that ends the repair
   int _first = 0;                       // subscriptions: of states,
   int _last = 0;                        // and the one after those of devices
   bool _listed = false;                 // everything retained was received or dropped

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,6 +25,10 @@ void complain(const std::string& message) {
 
 namespace {
 
+void say_incomplete(const std::string& host) {
+  complain("the picture of host " + host + " is incomplete: the broker did not send all of it");
+}
+
 // What the reading commands have in common: a loop, a reader and standard output.
 class session {
  public:
@@ -34,11 +39,7 @@ class session {
   // Runs until end(); returns its status. `handlers` may leave out `log`, `incomplete` and `lost`.
   int run(reader::handlers handlers, const std::string& only = "") {
     handlers.log = complain;
-    if (!handlers.incomplete) {
-      handlers.incomplete = [](const std::string& host) {
-        complain("the picture of host " + host + " is incomplete: the broker did not send all of it");
-      };
-    }
+    if (!handlers.incomplete) handlers.incomplete = say_incomplete;
     if (!handlers.lost) handlers.lost = [this](const std::string& reason) { say_lost(reason); };
     _reader =
         std::make_unique<fleet::reader>(_loop, _chosen.connection, _chosen.prefix, only, std::move(handlers));
@@ -77,6 +78,14 @@ class session {
   int _status = exit_ok;
 };
 
+// Of a host that is silent, since when.
+std::optional<format::time_point> since(const host& of) {
+  const bool silent = of.state == host_state::offline || of.state == host_state::stale;
+  return silent ? std::make_optional(of.last_sign()) : std::nullopt;
+}
+
+std::string json_of(const host& of) { return host_line(of.name, to_string(of.state), since(of)); }
+
 const auto ignore_host = [](const host&) {};
 const auto ignore_device = [](const host&, device_news, const shown_device&) {};
 
@@ -87,13 +96,13 @@ void print_list(session& running, const options& chosen) {
     for (const auto& [level, host] : running.picture().hosts()) {
       if (!chosen.filter && (chosen.json || host.devices.empty())) row(host, nullptr);
       for (const auto& [name, device] : host.devices) {
-        if (running.selects(device)) row(host, &device);
+        if (running.selects(*device)) row(host, device.get());
       }
     }
   };
   if (chosen.json) {
     each_row([&](const host& of, const shown_device* device) {
-      text += device == nullptr ? host_line(of.name, to_string(of.state))
+      text += device == nullptr ? json_of(of)
                                 : reader_line(device->payload, "arrival", true, of.name, to_string(of.state));
     });
   } else {
@@ -116,8 +125,7 @@ int run_list(const options& chosen) {
                       ignore_host,
                       [&] { finish(exit_ok); },
                       [&](const std::string& host) {
-                        complain("the picture of host " + host +
-                                 " is incomplete: the broker did not send all of it");
+                        say_incomplete(host);
                         finish(exit_failure);
                       },
                       {},
@@ -148,12 +156,10 @@ int run_watch(const options& chosen) {
   };
   return running.run(
       {tell,
-       [&](const host& of) {
-         running.print(chosen.json ? host_line(of.name, to_string(of.state)) : table.line(of, nullptr, "="));
-       },
+       [&](const host& of) { running.print(chosen.json ? json_of(of) : table.line(of, nullptr, "=")); },
        [&] { initial = false; },
        [&](const std::string& host) {
-         complain("the picture of host " + host + " is incomplete: the broker did not send all of it");
+         say_incomplete(host);
          running.end(exit_failure);
        },
        {},
@@ -177,8 +183,9 @@ int run_wait(const options& chosen) {
   const auto look_gone = [&] {
     if (!chosen.gone || !running.picture().complete()) return;
     for (const auto& [level, host] : running.picture().hosts()) {
+      if (host.state == host_state::unknown) return;
       for (const auto& [name, device] : host.devices) {
-        if (running.selects(device)) return;
+        if (running.selects(*device)) return;
       }
     }
     running.end(exit_ok);
@@ -187,7 +194,8 @@ int run_wait(const options& chosen) {
                         news == device_news::removal ? look_gone() : look(of, device);
                       },
                       [&](const host& of) {
-                        for (const auto& [name, device] : of.devices) look(of, device);
+                        for (const auto& [name, device] : of.devices) look(of, *device);
+                        look_gone();
                       },
                       look_gone,
                       {},
@@ -201,33 +209,30 @@ int run_forget(const options& chosen) {
   std::size_t waiting = 0;
   const auto clear = [&] {
     const auto found = running.picture().hosts().find(name);
-    if (found == running.picture().hosts().end()) {
-      complain("the broker knows no host " + chosen.host);
-      return running.end(exit_failure);
-    }
-    if (found->second.state == host_state::online) {
+    if (found != running.picture().hosts().end() && found->second.state == host_state::online) {
       complain("host " + chosen.host + " is online; stop its agent first");
       return running.end(exit_failure);
     }
-    // The status last: its end is the change of state that `forgotten` waits for.
-    std::vector<std::string> topics = {"inventory", "status"};
-    for (const auto& [device, shown] : found->second.devices)
-      topics.insert(topics.begin(), "device/" + device);
+    const auto topics = running.picture().topics(name);
     waiting = topics.size();
-    for (const std::string& each : topics)
-      running.picture().broker().publish({chosen.prefix + "/" + name + "/" + each, "", true});
-  };
-  const auto forgotten = [&](const host& of) {
-    if (waiting != 0 && !of.status && !of.inventory) running.end(exit_ok);
+    if (waiting == 0) {
+      complain("the broker knows no host " + chosen.host);
+      return running.end(exit_failure);
+    }
+    // The status is the last in their order, and says that the host is known.
+    for (const std::string& each : topics) running.picture().broker().publish({each, "", true});
   };
   return running.run({ignore_device,
-                      forgotten,
+                      ignore_host,
                       clear,
                       {},
                       {},
                       [&](const std::string& reason) {
                         running.say_lost(reason);
                         running.end(exit_failure);
+                      },
+                      [&] {
+                        if (--waiting == 0) running.end(exit_ok);
                       }},
                      name);
 }

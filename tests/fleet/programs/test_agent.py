@@ -43,7 +43,8 @@ def test_publishes_its_bus_as_a_service(lab, bus):
     for _ in range(3):
         assert told('WATCHDOG=1')
 
-    assert agent.end(signal.SIGTERM) == (0, 'yusb-fleet: connected to localhost')
+    status, said = agent.end(signal.SIGTERM)
+    assert status == 0 and said.startswith('yusb-fleet: connected to localhost as host lab/1 of machine ')
     assert told('STOPPING=1')
     assert payload(topics.line('status '))['state'] == 'offline'
     assert 'device/0x1000000' not in topics.end(signal.SIGTERM)[1], 'the filter leaves out hubs'

@@ -1,0 +1,157 @@
+#include "harness.h"
+#include "proxy.h"
+
+namespace yusb::fleet {
+namespace {
+
+TEST(FleetNames, FitIntoATopicAndStayDifferent) {
+  EXPECT_EQ(level("lab-1.example"), "lab-1.example");
+  EXPECT_EQ(level("a/+#% \xc3\xa4"), "a%2F%2B%23%25%20%C3%A4");
+  EXPECT_EQ(name_of(level("a/+#% \xc3\xa4")), "a/+#% \xc3\xa4");
+  const std::string long_name(300, 'x');
+  EXPECT_LE(level(long_name).size(), 128U);
+  EXPECT_NE(level(long_name), level(long_name + "y"));
+  EXPECT_FALSE(parse_topic("yusb", "yusb/h/device/a/b"));
+  EXPECT_EQ(parse_topic("a/b", "a/b/h/device/d")->device, "d");
+  EXPECT_EQ(parse_broker("mqtts://[::1]")->port, 8883);
+  for (const char* const wrong :
+       {"", "http://x", "mqtt://", "mqtt://x:0", "mqtt://x:1x", "mqtt://u@x", "mqtt://[::1"})
+    EXPECT_FALSE(parse_broker(wrong)) << wrong;
+}
+
+class FleetAgent : public Fleet {};
+
+TEST_F(FleetAgent, PublishesOnlyWhatDiffers) {
+  broker at("allow_anonymous true\npersistence true\npersistence_location @/\n");
+  at.start();
+  agent_options options = named(at, "lab/1 \xc3\xa4" + std::string(300, 'x'));
+  options.heartbeat = std::chrono::seconds(60);
+  agent_process killed(options, 100);
+  generator devices(100);
+  read(at.client(), [&](const std::string& name) { return devices.has(name); });
+  until(_loop, [&] { return whole(options.host, devices.truth(options.host)); });
+  killed.end(SIGKILL);
+  until(_loop, [&] { return is(options.host, host_state::offline); });
+  EXPECT_EQ(shown(), devices.truth(options.host));
+
+  host_agent again(_loop, options, devices);
+  until(_loop, [&] { return again.core.settled() && is(options.host, host_state::online); });
+  EXPECT_LE(again.core.published(), 2U);  // its claim and its status
+
+  // While it is cut off, the latest state alone counts.
+  at.end(SIGTERM);
+  until(_loop, [&] { return again.log.find("not connected") != std::string::npos; });
+  for (unsigned i = 0; i < 1000; ++i) {
+    devices.detach(7);
+    devices.attach(7, i);
+    devices.detach(8);
+    devices.attach(8);
+  }
+  at.start();
+  until(_loop, [&] { return whole(options.host, devices.truth(options.host)) && again.core.settled(); });
+  // Claim, "restoring" and status; the device and the inventory.
+  EXPECT_LE(again.core.published(), 2U + 3 + 1 + 1);
+
+  again.core.stop();
+  until(_loop, [&] { return again.end.has_value() && is(options.host, host_state::offline); });
+  generator changed(80, 10);
+  changed.attach(50, 1);
+  _reader.reset();
+  read(at.client());
+  host_agent third(_loop, options, changed);
+  until(_loop, [&] { return whole(options.host, changed.truth(options.host)) && third.core.settled(); });
+  EXPECT_LE(third.core.published(),
+            2U + 20 + 1 + 1 + 1);  // removals; the change and its event; the inventory
+}
+
+TEST_F(FleetAgent, OfTwoOfOneNameOneEnds) {
+  broker at;
+  at.start();
+  proxy network(at.port());
+  generator old_devices(5);
+  agent_options options = named(at, "lab1");
+  options.connection = broker::client_of(network.port());
+  host_agent older(_loop, options, old_devices);
+  until(_loop, [&] { return older.core.settled(); });
+  generator others_devices(5, 3);
+  host_agent stranger(_loop, named(at, "lab1", "m2"), others_devices);
+  until(_loop, [&] { return stranger.end.has_value(); });
+  EXPECT_EQ(stranger.end, agent_end::name_taken);
+  EXPECT_NE(stranger.log.find("in use by machine m1"), std::string::npos) << stranger.log;
+  EXPECT_EQ(stranger.core.published(), 1U);  // its claim
+  read(at.client());
+  until(_loop, [&] { return whole("lab1", old_devices.truth("lab1")); });
+
+  // The older one does not know of its successor before it is connected again.
+  network.cut();
+  until(_loop, [&] { return is("lab1", host_state::offline); });
+  const std::uint64_t published = older.core.published();
+  generator devices(5, 3);
+  host_agent newer(_loop, named(at, "lab1"), devices);
+  until(_loop, [&] { return whole("lab1", devices.truth("lab1")) && newer.core.settled(); });
+  network.heal();
+  until(_loop, [&] { return older.end.has_value(); });
+  EXPECT_EQ(older.end, agent_end::replaced);
+  EXPECT_LE(older.core.published(), published + 1);  // its claim
+  until(_loop, [&] { return whole("lab1", devices.truth("lab1")) && newer.core.settled(); });
+
+  generator newest_devices(5, 4);
+  host_agent newest(_loop, named(at, "lab1"), newest_devices);
+  until(_loop, [&] { return newer.end && whole("lab1", newest_devices.truth("lab1")); });
+  EXPECT_EQ(newer.end, agent_end::replaced);
+}
+
+TEST_F(FleetAgent, OfTwoMachinesThatStartTogetherOneHasTheName) {
+  broker at;
+  agent_options options = named(at, "lab1");
+  options.newcomer_limit = std::chrono::seconds(1);
+  generator one_devices(5);
+  generator two_devices(5, 100);
+  host_agent one(_loop, options, one_devices);
+  options.machine = "m2";
+  host_agent two(_loop, options, two_devices);
+  read(at.client());
+  at.start();
+  until(_loop, [&] { return one.end || two.end; });
+  const bool first = two.end.has_value();
+  const host_agent& loser = first ? two : one;
+  EXPECT_EQ(loser.end, agent_end::name_taken);
+  EXPECT_LE(loser.core.published(), 2U);  // claims
+  const generator& devices = first ? one_devices : two_devices;
+  until(_loop, [&] { return whole("lab1", devices.truth("lab1")); });
+}
+
+TEST_F(FleetAgent, SaysWhyTheBrokerRefuses) {
+  const std::string file = "/tmp/yusb-fleet-passwords-" + std::to_string(getpid());
+  const std::string make = "touch " + file + " && mosquitto_passwd -b " + file +
+                           " lab1 right && mosquitto_passwd -b " + file + " all right";
+  ASSERT_EQ(std::system(make.c_str()), 0);
+  std::ifstream in(file);
+  const std::string passwords{std::istreambuf_iterator<char>(in), {}};
+  std::filesystem::remove(file);
+  broker at(
+      "allow_anonymous false\npassword_file @/passwords\nacl_file @/acl\n",
+      {{"passwords", passwords}, {"acl", "pattern readwrite yusb/%u/#\nuser all\ntopic read yusb/#\n"}});
+  at.start();
+  connection_options client = at.client();
+  client.user = "all";
+  client.password = "wrong";
+  read(client);
+  until(_loop, [&] { return _log.find("authori") != std::string::npos; });
+  client.password = "right";
+  read(client);
+  generator devices(5);
+  agent_options other = named(at, "lab2");
+  agent_options own = named(at, "lab1");
+  other.connection.user = own.connection.user = "lab1";
+  other.connection.password = own.connection.password = "right";
+  host_agent refused(_loop, other, devices);
+  until(_loop, [&] { return refused.log.find("refuses") != std::string::npos; });
+  generator own_devices(5);
+  host_agent allowed(_loop, own, own_devices);
+  until(_loop, [&] { return whole("lab1", own_devices.truth("lab1")); });
+  EXPECT_EQ(_reader->hosts().count("lab2"), 0U);
+}
+
+}  // namespace
+}  // namespace yusb::fleet
