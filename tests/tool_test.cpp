@@ -168,8 +168,8 @@ TEST(ToolWait, SeesNothingGoneBeforeTheFirstEnumeration) {
   yusb::simulator bus;  // replaces the player's
   yusb::simulated_device slow = make_device(1, 1, 0x01100000);
   slow.product_name = "slow";
-  slow.replies[2].delay = std::chrono::milliseconds(50);
+  slow.replies[2].delay = std::chrono::milliseconds(500);  // the time limit passes before it is listed
   bus.plug(slow);
-  const char* const arguments[] = {"yusb", "wait", "--gone", "--timeout", "200ms"};
+  const char* const arguments[] = {"yusb", "wait", "--gone", "--timeout", "20ms"};
   EXPECT_EQ(run(*parse_command_line(5, arguments).run, &silent), exit_timed_out);
 }
