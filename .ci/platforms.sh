@@ -30,7 +30,7 @@ libraries="libutf8proc-dev libgtest-dev libumockdev-dev umockdev"
 case $name in
   i386)
     architectures=i386
-    packages="$packages g++ $libraries"
+    packages="$packages g++ $libraries libmosquitto-dev mosquitto"
     ;;
   trixie)
     suite=trixie
