@@ -76,6 +76,7 @@ void reader::on_connected() {
     each.received.clear();
     each.digest = 0;
     each.repairs = 0;
+    each.repairing = false;
   }
   _first =
       _connection.subscribe({_prefix + "/" + _only + "/status", _prefix + "/" + _only + "/inventory"}, false);
@@ -110,6 +111,7 @@ void reader::on_subscribed(int id) {
   const auto found = _hosts.find(level);
   if (found == _hosts.end()) return;
   host& each = found->second;
+  each.repairing = false;
   const bool same = each.repairs > 1 && each.repaired == each.digest;
   each.repaired = each.digest;
   if (same && each.state != host_state::online && !whole(each)) accept(each);

@@ -57,6 +57,7 @@ struct host {
   unsigned repairs = 0;         // without success
   std::uint64_t repaired = 0;   // the digest after the last one
   loop::timer repair = 0;
+  bool repairing = false;  // the broker has not sent everything again yet
   loop::clock::time_point alive;
 };
 

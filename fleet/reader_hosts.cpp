@@ -37,7 +37,7 @@ void reader::check(const std::string& level, host& each) {
       show(each);
     }
     if (_listed && !_complete) check_complete();
-  } else if (_listed && each.repair == 0 && each.repairs < most_repairs) {
+  } else if (_listed && each.repair == 0 && !each.repairing && each.repairs < most_repairs) {
     // Longer each time: messages may be under way.
     each.repair = _loop.after(repair_delay * (1U << each.repairs), [this, level] { repair(level); });
   }
@@ -84,6 +84,7 @@ void reader::repair(const std::string& level) {
     return check_complete();
   }
   // Subscribing again makes the broker send what it retains again; what it does not send is gone.
+  each.repairing = true;
   each.received.clear();
   each.digest = 0;
   const std::string root = _prefix + "/" + level;
