@@ -18,8 +18,18 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-// Discarded (not an object) if `text` is not JSON.
-json parse(std::string_view text) { return json::parse(text, nullptr, false); }
+// Anybody may publish larger and deeper ones. The library's time grows with the square of an object's fields,
+// and its stack with the depth. A device of 32 interfaces, the most that Linux allows, with the longest names
+// has 30 kB and depth 3.
+constexpr std::size_t longest_payload = 64 * 1024;
+constexpr int deepest = 8;
+
+// Discarded (not an object) if `text` is not JSON, or too large. Without what is too deep.
+json parse(std::string_view text) {
+  if (text.size() > longest_payload) return json(json::value_t::discarded);
+  const auto shallow = [](int depth, json::parse_event_t, const json&) { return depth <= deepest; };
+  return json::parse(text, shallow, false);
+}
 
 // The fields of an object of anybody's making. A missing one, or one of another type, is the fallback.
 template <typename Value>

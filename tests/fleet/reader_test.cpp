@@ -86,7 +86,9 @@ TEST_F(FleetReader, SkipsWhatIsNotOfAnAgent) {
   until(_loop, [&] { return agent.core.settled(); });
   read(at.client());
   until(_loop, [&] { return _reader->complete(); });
-  for (const char* const payload : {"", "{", "[]", "{\"schema\":1,\"location\":7}", "\xff"}) {
+  const std::string deep = R"({"schema":1,"vendor_id":"18d1","product_id":"4ee7","location":"0x1","x":)" +
+                           std::string(200000, '[') + std::string(200000, ']') + "}";
+  for (const char* const payload : {"", "{", "[]", "{\"schema\":1,\"location\":7}", "\xff", deep.c_str()}) {
     for (const char* const topic : {"other/device/x", "lab1/device/x", "lab1/device/0x1000001", "lab1/status",
                                     "lab1/inventory", "lab1/sync"})
       publish(topic, payload);
