@@ -170,6 +170,7 @@ void reader::on_message(const message& received) {
   from.accepted = false;
   if (_listed) update_state(from);
   check(parsed->host, from);
+  check_complete();
 }
 
 void reader::on_cleared(const topic& cleared, bool live) {
@@ -190,6 +191,7 @@ void reader::on_cleared(const topic& cleared, bool live) {
   }
   if (_listed) update_state(from);
   check(cleared.host, from);
+  check_complete();
 }
 
 void reader::on_status(host& from, fleet::status made, const message& received) {

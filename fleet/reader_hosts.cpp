@@ -36,7 +36,6 @@ void reader::check(const std::string& level, host& each) {
       each.shown_at = each.inventory->when;
       show(each);
     }
-    if (_listed && !_complete) check_complete();
   } else if (_listed && each.repair == 0 && !each.repairing && each.repairs < most_repairs) {
     // Longer each time: messages may be under way.
     each.repair = _loop.after(repair_delay * (1U << each.repairs), [this, level] { repair(level); });
@@ -93,9 +92,10 @@ void reader::repair(const std::string& level) {
 }
 
 void reader::check_complete() {
-  const bool now = _listed && std::all_of(_hosts.begin(), _hosts.end(),
-                                          [this](const auto& each) { return whole(each.second); });
-  if (now && !std::exchange(_complete, true)) _handlers.complete();
+  if (!_listed || _complete) return;
+  _complete =
+      std::all_of(_hosts.begin(), _hosts.end(), [this](const auto& each) { return whole(each.second); });
+  if (_complete) _handlers.complete();
 }
 
 void reader::update_state(host& each) {

@@ -197,7 +197,8 @@ class Fleet : public testing::Test {
                            const bool wrong = news == device_news::removal && attached && attached(name);
                            EXPECT_FALSE(wrong) << name;
                          },
-                         [this](const host& each) { _states[each.name].insert(each.state); }, [] {},
+                         [this](const host& each) { _states[each.name].insert(each.state); },
+                         [this] { _shown_when_complete = shown(); },
                          [this](const std::string& host) { _incomplete.insert(host); },
                          [this](const std::string& line) { _log += line + "\n"; },
                          [this](const std::string& reason) { _log += reason + "\n"; }});
@@ -222,6 +223,7 @@ class Fleet : public testing::Test {
   loop _loop;
   std::unique_ptr<reader> _reader;
   std::map<std::string, std::set<host_state>> _states;
+  picture _shown_when_complete;
   std::set<std::string> _incomplete;  // hosts that the reader has called so
   std::set<std::string> _expected_incomplete;
   std::string _log;

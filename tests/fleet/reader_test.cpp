@@ -61,6 +61,25 @@ TEST_F(FleetReader, CallsOnlyAnOnlineHostIncomplete) {
   EXPECT_TRUE(is("lab1", host_state::unknown));
 }
 
+// Their agents were cut off before they published a status.
+TEST_F(FleetReader, HasTheDevicesOfEveryHostWhenItIsComplete) {
+  broker at;
+  at.start();
+  read(at.client());
+  until(_loop, [&] { return _reader->complete(); });
+  const std::string name = generator::name(0);
+  const std::string payload = generator(1).next()->devices.begin()->second;
+  for (const char* const host : {"lab1", "lab2", "lab3"}) {
+    publish(std::string(host) + "/device/" + name, payload);
+    publish(std::string(host) + "/inventory", to_payload(inventory{{}, 1, digest(name, payload), 0, 0}));
+  }
+  until(_loop, [&] { return devices("lab3") == 1; });
+  _shown_when_complete.clear();
+  read(at.client());
+  until(_loop, [&] { return _reader->complete(); });
+  EXPECT_EQ(_shown_when_complete.size(), 3U);
+}
+
 TEST_F(FleetReader, ReadsAgainWhatTheBrokerDropped) {
   broker at;
   at.start();
