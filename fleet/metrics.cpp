@@ -7,15 +7,18 @@
 
 #include <fmt/format.h>
 
+#include "format/utf8.h"
+
 namespace yusb::fleet {
 
 namespace {
 
 std::string label(const std::string& text) {
   std::string made;
-  for (const char c : text) {
+  // One label that is not UTF-8 would make a reader reject the file.
+  for (const char c : format::visible(text)) {
     if (c == '\\' || c == '"') made += '\\';
-    made += c == '\n' ? std::string("\\n") : std::string(1, c);
+    made += c;
   }
   return made;
 }

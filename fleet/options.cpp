@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "format/duration.h"
+#include "format/utf8.h"
 
 namespace yusb::fleet {
 
@@ -24,8 +25,10 @@ struct raw_options {
 };
 
 std::string check_broker(const std::string& text) {
-  return parse_broker(text) ? std::string()
-                            : "'" + text + "' is not mqtt://HOST[:PORT] or mqtts://HOST[:PORT]";
+  if (parse_broker(text)) return {};
+  // The message may be logged, and must not repeat a password.
+  const std::string given = text.find('@') == std::string::npos ? "'" + text + "'" : "an address with '@'";
+  return given + " is not mqtt://HOST[:PORT] or mqtts://HOST[:PORT]";
 }
 
 std::string check_filter(const std::string& text) {
@@ -47,8 +50,10 @@ std::string check_heartbeat(const std::string& text) {
 
 std::string check_prefix(const std::string& text) {
   const bool wrong = text.empty() || text.front() == '/' || text.front() == '$' || text.back() == '/' ||
-                     text.find_first_of("+#") != std::string::npos;
-  return wrong ? "'" + text + "' cannot begin a topic: no +, #, leading $ or slash at either end"
+                     text.find_first_of("+#") != std::string::npos || format::visible(text) != text;
+  return wrong ? "'" + format::visible(text) +
+                     "' cannot begin a topic: UTF-8 without +, #, control characters, leading $ or slash at "
+                     "either end"
                : std::string();
 }
 

@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -64,7 +65,10 @@ class broker {
   void start() {
     _process = fork();
     if (_process == 0) {
-      static_cast<void>(!freopen((_folder / "log").c_str(), "a", stderr));
+      // It ends with this process, even if that is killed, and does not hold its output open.
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      for (FILE* const each : {stdout, stderr})
+        static_cast<void>(!freopen((_folder / "log").c_str(), "a", each));
       execlp("mosquitto", "mosquitto", "-c", (_folder / "conf").c_str(), nullptr);
       _exit(127);
     }
