@@ -10,8 +10,8 @@
 
 namespace yusb::port {
 
-// yusb::device_details for the Linux bus. Takes no lock. If the result is empty for want of descriptors or
-// memory, stores that in `error`, otherwise leaves it.
+// yusb::device_details for the Linux bus. Takes no lock. If the result is empty because descriptors or
+// memory ran out, stores that in `error`, otherwise leaves it.
 std::optional<usb_details> linux_details(const record_key& record, std::error_code& error);
 
 }  // namespace yusb::port
