@@ -164,7 +164,10 @@ std::optional<usb_details> linux_details(const record_key& record, std::error_co
     return path.empty() ? std::nullopt : read_path(path, record, error);
   }
   for (const std::string& path : hashed_paths(record.location, error)) {
-    if (std::optional<usb_details> details = read_path(path, record, error)) return details;
+    if (std::optional<usb_details> details = read_path(path, record, error)) {
+      error.clear();  // of another device whose location has the same hash
+      return details;
+    }
   }
   return std::nullopt;
 }
