@@ -1,18 +1,10 @@
 #!/bin/bash
-# check_unit.sh UNIT PROGRAM: fails if systemd reports an error in the unit, with PROGRAM installed as /usr/bin/yusb,
+# check_unit.sh UNIT PROGRAM: fails if systemd reports an error in the unit, with PROGRAM in place of /usr/bin/yusb,
 # or if PROGRAM does not accept the arguments in the unit.
 set -eu
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-unit=$work/$(basename "$1")
-ln -s "$2" "$work/yusb"
-sed -e "s#^ExecStart=/usr/bin/yusb #ExecStart=$work/yusb #" -e '/^Documentation=/d' "$1" >"$unit"
-grep -q "^ExecStart=$work/yusb " "$unit"
-said=$(systemd-analyze verify "$unit" 2>&1)
-if [ -n "$said" ]; then
-  echo "$said"
-  exit 1
-fi
+"$(dirname "$0")/check_unit_alone.sh" "$1" "$2"
 
 # shellcheck disable=SC2046 # arguments are words
 "$2" $(sed -n 's#^ExecStart=/usr/bin/yusb ##p' "$1") --simulate /dev/stdin >"$work/journal" <<'TEXT'

@@ -153,7 +153,6 @@ class agent_process {
   ~agent_process() {
     if (_process > 0) end(SIGKILL);
   }
-  pid_t id() const { return _process; }
   void signal(int number) const { kill(_process, number); }
   void end(int number) {
     signal(number);
