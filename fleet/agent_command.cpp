@@ -13,7 +13,7 @@
 
 namespace yusb::fleet {
 
-int run_agent(const options& chosen) {
+int run_agent(loop& loop, const options& chosen) {
   if (!bus_present()) {
     complain("this system has no USB bus");
     return exit_failure;
@@ -22,7 +22,6 @@ int run_agent(const options& chosen) {
     complain("this system has no host name; --host NAME gives one");
     return exit_usage;
   }
-  loop loop;
   std::function<void()> stop;
   on_termination(loop, [&stop] { stop(); });  // before the library starts its thread
   global_initialize();
@@ -58,7 +57,7 @@ int run_agent(const options& chosen) {
   agent.start();
   notify_service("READY=1");
   loop.run();
-  // Ending the source would wait for a device that is being read, and the loop for a name that is resolved.
+  // The end of the source would wait for a device that is being read.
   std::_Exit(status);
 }
 

@@ -12,6 +12,12 @@ constexpr std::size_t window = 20;                         // publications in fl
 constexpr std::size_t most_events = 1000;                  // that wait
 constexpr std::chrono::milliseconds inventory_pause(100);  // in a storm
 
+bool replaced(const std::string& before, const std::string& now) {
+  const auto old = parse_device(before);
+  const auto fresh = parse_device(now);
+  return !old || !fresh || !same_attachment(*old, *fresh);
+}
+
 }  // namespace
 
 void agent::take_changes() {
@@ -25,8 +31,9 @@ void agent::take(device_change change) {
   std::map<std::string, std::string> now;
   for (auto& [name, payload] : change.devices) now.emplace(level(name), std::move(payload));
   for (auto each = _devices.begin(); each != _devices.end();) {
-    const std::string name = (each++)->first;
-    if (now.find(name) == now.end()) remove(name);
+    const auto [name, before] = *each++;
+    const auto attached = now.find(name);
+    if (attached == now.end() || replaced(before.payload, attached->second)) remove(name);
   }
   for (const auto& [name, payload] : now) set(name, payload, _started);
   // Not before: what is not known yet to be attached would be cleared.

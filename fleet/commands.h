@@ -3,17 +3,18 @@
 
 #include <string>
 
+#include "loop.h"
 #include "options.h"
 
 namespace yusb::fleet {
 
 // Each runs one command to its end and returns the exit status.
-int run_agent(const options& chosen);
-int run_list(const options& chosen);
-int run_watch(const options& chosen);
-int run_wait(const options& chosen);
-int run_forget(const options& chosen);
-int run_metrics(const options& chosen);
+int run_agent(loop& loop, const options& chosen);
+int run_list(loop& loop, const options& chosen);
+int run_watch(loop& loop, const options& chosen);
+int run_wait(loop& loop, const options& chosen);
+int run_forget(loop& loop, const options& chosen);
+int run_metrics(loop& loop, const options& chosen);
 
 // Writes "yusb-fleet: MESSAGE" and a line end to standard error.
 void complain(const std::string& message);

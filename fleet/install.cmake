@@ -6,6 +6,6 @@ install(FILES fleet/yusb-fleet.service DESTINATION lib/systemd/system COMPONENT 
 install(FILES fleet/completion/yusb-fleet.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
   RENAME yusb-fleet COMPONENT fleet)
 install(FILES fleet/completion/_yusb-fleet DESTINATION ${CMAKE_INSTALL_DATADIR}/${zsh_dir} COMPONENT fleet)
-install(FILES fleet/yusb-fleet.conf fleet/yusb-fleet.acl DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/yusb-fleet/examples
-  COMPONENT fleet)
+install(FILES fleet/yusb-fleet.conf fleet/yusb-fleet.acl fleet/mosquitto.service.conf
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/yusb-fleet/examples COMPONENT fleet)
 yorvan_manual(fleet fleet/yusb-fleet.1)

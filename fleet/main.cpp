@@ -1,6 +1,7 @@
 // The program yusb-fleet: the USB devices of many hosts over MQTT.
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <string>
 
@@ -13,6 +14,24 @@ namespace {
 
 using namespace yusb::fleet;
 
+int run(loop& loop, const options& chosen) {
+  switch (chosen.chosen) {
+    case command::agent:
+      return run_agent(loop, chosen);
+    case command::list:
+      return run_list(loop, chosen);
+    case command::watch:
+      return run_watch(loop, chosen);
+    case command::wait:
+      return run_wait(loop, chosen);
+    case command::forget:
+      return run_forget(loop, chosen);
+    case command::metrics:
+      return run_metrics(loop, chosen);
+  }
+  return exit_usage;
+}
+
 int run_program(int argc, char** argv) {
   const command_line given = parse_command_line(argc, argv);
   if (!given.run) {
@@ -24,21 +43,11 @@ int run_program(int argc, char** argv) {
     return given.status;
   }
   YLog::setThreshold(static_cast<EYORVAN_LOG_LEVEL>(EYORVAN_LOG_LEVEL_FATAL + 1));
-  switch (given.run->chosen) {
-    case command::agent:
-      return run_agent(*given.run);
-    case command::list:
-      return run_list(*given.run);
-    case command::watch:
-      return run_watch(*given.run);
-    case command::wait:
-      return run_wait(*given.run);
-    case command::forget:
-      return run_forget(*given.run);
-    case command::metrics:
-      return run_metrics(*given.run);
-  }
-  return exit_usage;
+  loop loop;
+  const int status = run(loop, *given.run);
+  std::fflush(stdout);
+  // The end of the loop would wait for a name that is being resolved.
+  std::_Exit(status);
 }
 
 }  // namespace

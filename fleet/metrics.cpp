@@ -43,6 +43,7 @@ void count_classes(samples& counts, const std::string& host, const usb_details& 
 
 std::string metrics_text(const std::map<std::string, host>& hosts) {
   samples up;
+  samples complete;
   samples devices;
   samples classes;
   samples modes;
@@ -51,10 +52,12 @@ std::string metrics_text(const std::map<std::string, host>& hosts) {
   for (const auto& [level, each] : hosts) {
     const std::string host = fmt::format("host=\"{}\"", label(each.name));
     up[host] = each.state == host_state::online ? 1 : 0;
+    complete[host] = each.incomplete ? 0 : 1;
     if (!each.inventory) continue;
-    devices[host] = each.devices.size();
     arrivals[host] = each.inventory->arrivals;
     removals[host] = each.inventory->removals;
+    if (each.incomplete && each.devices.empty()) continue;  // they are not known
+    devices[host] = each.devices.size();
     for (const auto& [name, shown] : each.devices) {
       count_classes(classes, host, *shown->device.details);
       for (const std::string& tag : format::tags(shown->device))
@@ -62,6 +65,9 @@ std::string metrics_text(const std::map<std::string, host>& hosts) {
     }
   }
   return block("yusb_fleet_agent_up", "gauge", "1 if the host's agent is online and not stale.", up) +
+         block("yusb_fleet_complete", "gauge",
+               "0 if the broker did not send all devices of the host; they are then as last known.",
+               complete) +
          block("yusb_fleet_devices", "gauge", "USB devices that are attached, as last known.", devices) +
          block("yusb_fleet_devices_by_class", "gauge",
                "Devices that are of a USB class or have an interface of it.", classes) +

@@ -6,8 +6,7 @@
 
 #include "commands.h"
 #include "metrics.h"
-#include "reader.h"
-#include "service.h"
+#include "session.h"
 
 namespace yusb::fleet {
 
@@ -28,40 +27,33 @@ bool replace_file(const std::string& name, const std::string& text) {
 
 }  // namespace
 
-int run_metrics(const options& chosen) {
-  loop loop;
-  int status = exit_ok;
-  const auto end = [&](int with) {
-    status = with;
-    loop.stop();
-  };
-  on_termination(loop, [&] { end(exit_ok); });
-  std::function<void()> write;
-  loop::timer due = 0;
-  fleet::reader reader(loop, chosen.connection, chosen.prefix, "",
-                       {[](const host&, device_news, const shown_device&) {}, [](const host&) {},
-                        [&] {
-                          if (due == 0) write();
-                        },
-                        [&](const std::string& host) {
-                          complain("the picture of host " + host + " is incomplete");
-                          if (chosen.once) end(exit_failure);
-                        },
-                        complain,
-                        [&](const std::string& reason) {
-                          complain("not connected to " + chosen.connection.broker.host + ": " + reason);
-                          if (chosen.once) end(exit_failure);
-                        }});
-  write = [&] {
+int run_metrics(loop& loop, const options& chosen) {
+  session running(loop, chosen);
+  bool incomplete = false;
+  fleet::loop::timer due = 0;
+  std::function<void()> write = [&] {
     due = loop.after(pause, write);
-    // A picture that is not whole would show devices as gone. Old files are for the exporter's own timestamp.
-    if (!reader.complete()) return;
-    if (!replace_file(chosen.file, metrics_text(reader.hosts()))) return end(exit_failure);
-    if (chosen.once) end(exit_ok);
+    // Anything else would show devices as gone. Old files are for the exporter's own timestamp.
+    if (!running.picture().settled()) return;
+    if (!replace_file(chosen.file, metrics_text(running.picture().hosts()))) return running.end(exit_failure);
+    if (chosen.once) running.end(incomplete ? exit_failure : exit_ok);
   };
-  reader.start();
-  loop.run();
-  return status;
+  const auto begin = [&] {
+    if (due == 0) write();
+  };
+  return running.run({[](const host&, device_news, const shown_device&) {},
+                      [](const host&) {},
+                      begin,
+                      [&](const std::string& host) {
+                        complain_incomplete(host);
+                        incomplete = true;
+                        begin();
+                      },
+                      {},
+                      [&](const std::string& reason) {
+                        running.complain_lost(reason);
+                        if (chosen.once) running.end(exit_failure);
+                      }});
 }
 
 }  // namespace yusb::fleet

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <iterator>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "format/hex.h"
@@ -31,7 +32,8 @@ json parse(std::string_view text) {
   return json::parse(text, shallow, false);
 }
 
-// The fields of an object of anybody's making. A missing one, or one of another type, is the fallback.
+// The fields of an object of anybody's making. A missing one, or one of another type or range, is the
+// fallback.
 template <typename Value>
 Value field(const json& object, const char* name, Value fallback) {
   const auto found = object.find(name);
@@ -40,8 +42,12 @@ Value field(const json& object, const char* name, Value fallback) {
     return found->is_string() ? found->template get<std::string>() : fallback;
   } else if constexpr (std::is_same_v<Value, bool>) {
     return found->is_boolean() ? found->template get<bool>() : fallback;
-  } else {
+  } else if constexpr (std::is_floating_point_v<Value>) {
     return found->is_number() ? found->template get<Value>() : fallback;
+  } else {  // an integer, and none is negative
+    const bool fits = found->is_number_unsigned() &&
+                      found->template get<std::uint64_t>() <= std::numeric_limits<Value>::max();
+    return fits ? found->template get<Value>() : fallback;
   }
 }
 
@@ -61,7 +67,8 @@ format::time_point parse_time(const std::string& text) {
   const int read =
       std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d.%3dZ", &fields.tm_year, &fields.tm_mon,
                   &fields.tm_mday, &fields.tm_hour, &fields.tm_min, &fields.tm_sec, &milliseconds);
-  if (read != 7) return {};
+  // The clock's 64 bits of nanoseconds end in 2262.
+  if (read != 7 || fields.tm_year < 1970 || fields.tm_year > 2200) return {};
   fields.tm_year -= 1900;
   fields.tm_mon -= 1;
   return format::time_point() + std::chrono::seconds(timegm(&fields)) +
@@ -230,6 +237,11 @@ std::optional<format::known_device> parse_device(std::string_view payload) {
   return made;
 }
 
+bool same_attachment(const format::known_device& a, const format::known_device& b) {
+  return a.record.vendorID() == b.record.vendorID() && a.record.productID() == b.record.productID() &&
+         a.details->serial_number == b.details->serial_number && a.details->address == b.details->address;
+}
+
 std::string event_payload(std::string_view device, bool arrived, const std::string& start,
                           std::uint64_t sequence) {
   json object = parse(device);
@@ -241,8 +253,9 @@ std::string event_payload(std::string_view device, bool arrived, const std::stri
 }
 
 std::string reader_line(std::string_view device, const char* event, bool initial, const std::string& host,
-                        const char* host_state) {
+                        const char* host_state, std::optional<format::time_point> when) {
   json object = parse(device);
+  if (when) object["time"] = format::utc_time(*when);
   object["event"] = event;
   object["initial"] = initial;
   object["host"] = host;

@@ -59,13 +59,17 @@ std::uint64_t digest(std::string_view name, std::string_view payload);
 // The device of a payload; empty if it is not one of ours.
 std::optional<format::known_device> parse_device(std::string_view payload);
 
+// Whether both payloads of one name are of the same device, attached once. Both are of parse_device().
+bool same_attachment(const format::known_device& a, const format::known_device& b);
+
 // PREFIX/HOST/event: the device's payload with another "event" and "time", and with "start" and "sequence".
 std::string event_payload(std::string_view device, bool arrived, const std::string& start,
                           std::uint64_t sequence);
 
-// A line that the reader prints: the device's payload with "event", "initial", "host" and "host_state".
+// A line that the reader prints: the device's payload with "event", "initial", "host" and "host_state", and
+// with another "time" if `when` is given.
 std::string reader_line(std::string_view device, const char* event, bool initial, const std::string& host,
-                        const char* host_state);
+                        const char* host_state, std::optional<format::time_point> when = {});
 
 // A line about a host: {"schema":1,"time":...,"event":"host","host":...,"host_state":...}, and "host_since"
 // if `since` is given.

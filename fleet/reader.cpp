@@ -72,7 +72,7 @@ void reader::on_connected() {
   for (auto& [level, each] : _hosts) {
     each.status.reset();
     each.inventory.reset();
-    each.outdated = each.accepted = false;
+    each.outdated = each.accepted = each.incomplete = false;
     each.received.clear();
     each.digest = 0;
     each.repairs = 0;
@@ -206,6 +206,7 @@ void reader::on_status(host& from, fleet::status made, const message& received) 
 }
 
 void reader::on_inventory(host& from, const fleet::inventory& made, const message& received) {
+  if (from.incomplete && !received.retained) from.repairs = 0;
   from.outdated = received.retained && made.when < from.shown_at;
   from.inventory = made;
   from.alive = std::max(from.alive, loop::clock::now() - received.age);

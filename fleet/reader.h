@@ -42,6 +42,8 @@ struct host {
   std::optional<fleet::inventory> inventory;
   device_map
       devices;  // the last picture that was whole; else what the broker has of a host that is not online
+  bool incomplete =
+      false;  // online, and its topics still differ from its inventory after they were read again
   // The last status or inventory, by the broker's clock as far as it can be told. Of an offline host: since
   // when it is.
   format::time_point last_sign() const;
@@ -66,8 +68,9 @@ enum class device_news { arrival, removal, change };
 // A host's devices change only from one whole picture to the next: to what is received once its number and
 // digest are those of the inventory. So a device is reported removed only if its agent says so, also while
 // the broker restarts or has dropped messages. Where they stay different, the host's topics are read again,
-// for about five seconds. Then an online host is reported incomplete. Any other host counts as complete as
-// soon as the broker has sent the same twice: its agent was interrupted, and its devices are as last known.
+// for about five seconds. Then an online host is reported incomplete, and read again with its next inventory.
+// Any other host counts as complete as soon as the broker has sent the same twice: its agent was interrupted,
+// and its devices are as last known.
 class reader {
  public:
   struct handlers {
@@ -88,6 +91,8 @@ class reader {
   // By the topics' level.
   const std::map<std::string, host>& hosts() const { return _hosts; }
   bool complete() const { return _complete; }
+  // Complete but for the hosts that were reported incomplete.
+  bool settled() const;
   connection& broker() { return _connection; }
   // The topics that the broker has of a host, also those with payloads that are not of an agent.
   std::set<std::string> topics(const std::string& level) const;

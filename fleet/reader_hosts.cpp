@@ -14,11 +14,6 @@ constexpr std::chrono::milliseconds repair_delay(300);
 constexpr std::size_t most_at_once = 8;  // hosts, so that the answers fit into the broker's queue
 constexpr int missed_heartbeats = 3;
 
-bool same_attachment(const format::known_device& a, const format::known_device& b) {
-  return a.record.vendorID() == b.record.vendorID() && a.record.productID() == b.record.productID() &&
-         a.details->serial_number == b.details->serial_number && a.details->address == b.details->address;
-}
-
 }  // namespace
 
 bool reader::whole(const host& each) const {
@@ -31,6 +26,7 @@ void reader::check(const std::string& level, host& each) {
   if (whole(each)) {
     _loop.cancel(std::exchange(each.repair, 0));
     each.repairs = 0;
+    each.incomplete = false;
     // Without an inventory nothing is known. A status comes before the end of the list, if there is one.
     if (each.inventory && !each.outdated && !each.accepted && (each.status || _listed)) {
       each.shown_at = each.inventory->when;
@@ -78,7 +74,10 @@ void reader::repair(const std::string& level) {
     return;
   }
   if (++each.repairs >= most_repairs) {
-    if (each.state == host_state::online) return _handlers.incomplete(each.name);
+    if (each.state == host_state::online) {
+      if (!std::exchange(each.incomplete, true)) _handlers.incomplete(each.name);
+      return;
+    }
     accept(each);
     return check_complete();
   }
@@ -89,6 +88,12 @@ void reader::repair(const std::string& level) {
   const std::string root = _prefix + "/" + level;
   _connection.subscribe({root + "/inventory", root + "/device/+"}, false);
   _repairs[_connection.subscribe({root + "/end"}, false)] = level;
+}
+
+bool reader::settled() const {
+  return _listed && std::all_of(_hosts.begin(), _hosts.end(), [this](const auto& each) {
+           return each.second.incomplete || whole(each.second);
+         });
 }
 
 void reader::check_complete() {

@@ -1,82 +1,16 @@
 // The commands that read: list, watch, wait and forget.
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "commands.h"
-#include "format/utf8.h"
 #include "host_table.h"
-#include "reader.h"
-#include "service.h"
+#include "session.h"
 #include "topic.h"
 
 namespace yusb::fleet {
 
-void complain(const std::string& message) {
-  const std::string line = "yusb-fleet: " + format::visible(message) + "\n";
-  std::fwrite(line.data(), 1, line.size(), stderr);
-}
-
 namespace {
-
-void say_incomplete(const std::string& host) {
-  complain("the picture of host " + host + " is incomplete: the broker did not send all of it");
-}
-
-// What the reading commands have in common: a loop, a reader and standard output.
-class session {
- public:
-  explicit session(const options& chosen) : _chosen(chosen) {
-    on_termination(_loop, [this] { end(exit_ok); });
-  }
-
-  // Runs until end(); returns its status. `handlers` may leave out `log`, `incomplete` and `lost`.
-  int run(reader::handlers handlers, const std::string& only = "") {
-    handlers.log = complain;
-    if (!handlers.incomplete) handlers.incomplete = say_incomplete;
-    if (!handlers.lost) handlers.lost = [this](const std::string& reason) { say_lost(reason); };
-    _reader =
-        std::make_unique<fleet::reader>(_loop, _chosen.connection, _chosen.prefix, only, std::move(handlers));
-    _reader->start();
-    _loop.run();
-    return _status;
-  }
-
-  void end(int status) {
-    _status = status;
-    _loop.stop();
-  }
-
-  void say_lost(const std::string& reason) {
-    const std::string line = "not connected to " + _chosen.connection.broker.host + ": " + reason;
-    if (line != _last_loss) complain(line);
-    _last_loss = line;
-  }
-
-  void print(const std::string& text) {
-    if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return;
-    if (errno != EPIPE) complain(std::string("cannot write to standard output: ") + std::strerror(errno));
-    end(errno == EPIPE ? exit_ok : exit_failure);
-  }
-
-  bool selects(const shown_device& device) const { return !_chosen.filter || _chosen.filter(device.device); }
-
-  loop& events() { return _loop; }
-  fleet::reader& picture() { return *_reader; }
-
- private:
-  const options& _chosen;
-  loop _loop;
-  std::unique_ptr<fleet::reader> _reader;
-  std::string _last_loss;
-  int _status = exit_ok;
-};
 
 // Of a host that is silent, since when.
 std::optional<format::time_point> since(const host& of) {
@@ -85,6 +19,14 @@ std::optional<format::time_point> since(const host& of) {
 }
 
 std::string json_of(const host& of) { return host_line(of.name, to_string(of.state), since(of)); }
+
+const char* sign_of(device_news news) {
+  return news == device_news::arrival ? "+" : news == device_news::removal ? "-" : "*";
+}
+
+const char* word_of(device_news news) {
+  return news == device_news::arrival ? "arrival" : news == device_news::removal ? "removal" : "change";
+}
 
 const auto ignore_host = [](const host&) {};
 const auto ignore_device = [](const host&, device_news, const shown_device&) {};
@@ -115,8 +57,8 @@ void print_list(session& running, const options& chosen) {
 
 }  // namespace
 
-int run_list(const options& chosen) {
-  session running(chosen);
+int run_list(loop& loop, const options& chosen) {
+  session running(loop, chosen);
   const auto finish = [&](int status) {
     running.end(status);
     print_list(running, chosen);
@@ -125,49 +67,43 @@ int run_list(const options& chosen) {
                       ignore_host,
                       [&] { finish(exit_ok); },
                       [&](const std::string& host) {
-                        say_incomplete(host);
+                        complain_incomplete(host);
                         finish(exit_failure);
                       },
                       {},
                       [&](const std::string& reason) {
-                        running.say_lost(reason);
+                        running.complain_lost(reason);
                         running.end(exit_failure);
                       }});
 }
 
-int run_watch(const options& chosen) {
-  session running(chosen);
+int run_watch(loop& loop, const options& chosen) {
+  session running(loop, chosen);
   host_table table(host_table::kind::reports);
   bool initial = true;
   if (chosen.limit) running.events().after(*chosen.limit, [&] { running.end(exit_ok); });
   const auto tell = [&](const host& of, device_news news, const shown_device& device) {
     if (!running.selects(device)) return;
-    const bool arrival = news == device_news::arrival;
-    const bool removal = news == device_news::removal;
-    running.print(chosen.json ? reader_line(device.payload,
-                                            arrival   ? "arrival"
-                                            : removal ? "removal"
-                                                      : "change",
-                                            initial, of.name, to_string(of.state))
-                              : table.line(of, &device,
-                                           arrival   ? "+"
-                                           : removal ? "-"
-                                                     : "*"));
+    if (!chosen.json) return running.print(table.line(of, &device, sign_of(news)));
+    // A device's payload has the time of its arrival.
+    const auto when =
+        news == device_news::removal && of.inventory ? std::make_optional(of.inventory->when) : std::nullopt;
+    running.print(reader_line(device.payload, word_of(news), initial, of.name, to_string(of.state), when));
   };
   return running.run(
       {tell,
        [&](const host& of) { running.print(chosen.json ? json_of(of) : table.line(of, nullptr, "=")); },
        [&] { initial = false; },
        [&](const std::string& host) {
-         say_incomplete(host);
+         complain_incomplete(host);
          running.end(exit_failure);
        },
        {},
        {}});
 }
 
-int run_wait(const options& chosen) {
-  session running(chosen);
+int run_wait(loop& loop, const options& chosen) {
+  session running(loop, chosen);
   if (chosen.limit) running.events().after(*chosen.limit, [&] { running.end(exit_timeout); });
   bool found = false;
   const auto look = [&](const host& of, const shown_device& device) {
@@ -203,8 +139,8 @@ int run_wait(const options& chosen) {
                       {}});
 }
 
-int run_forget(const options& chosen) {
-  session running(chosen);
+int run_forget(loop& loop, const options& chosen) {
+  session running(loop, chosen);
   const std::string name = level(chosen.host);
   std::size_t waiting = 0;
   const auto clear = [&] {
@@ -228,7 +164,7 @@ int run_forget(const options& chosen) {
                       {},
                       {},
                       [&](const std::string& reason) {
-                        running.say_lost(reason);
+                        running.complain_lost(reason);
                         running.end(exit_failure);
                       },
                       [&] {

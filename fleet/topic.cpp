@@ -66,6 +66,16 @@ std::string name_of(std::string_view level) {
   return made;
 }
 
+namespace {
+
+// Else two levels could show as hosts of one name.
+bool made_by_level(std::string_view text) {
+  const bool shortened = text.size() == kept + 17 && text[kept] == '~';
+  return shortened || level(name_of(text)) == text;
+}
+
+}  // namespace
+
 std::optional<topic> parse_topic(std::string_view prefix, std::string_view text) {
   if (text.substr(0, prefix.size()) != prefix || text.substr(prefix.size(), 1) != "/") return std::nullopt;
   text.remove_prefix(prefix.size() + 1);
@@ -76,7 +86,9 @@ std::optional<topic> parse_topic(std::string_view prefix, std::string_view text)
   made.device = take_level(text);
   const bool known = device || made.what == "status" || made.what == "inventory" || made.what == "event" ||
                      made.what == "sync";
-  if (made.host.empty() || !known || device == made.device.empty() || !text.empty()) return std::nullopt;
+  if (made.host.empty() || !made_by_level(made.host) || !known || device == made.device.empty() ||
+      !text.empty())
+    return std::nullopt;
   return made;
 }
 

@@ -30,7 +30,7 @@ struct topic {
   std::string device;  // as a level; of "device" alone
 };
 
-// Empty if `text` is none of ours.
+// Empty if `text` is none of ours, or if level() does not make its second level.
 std::optional<topic> parse_topic(std::string_view prefix, std::string_view text);
 
 }  // namespace yusb::fleet

@@ -36,6 +36,13 @@ class generator final : public device_source {
     _attached.erase(name(number));
     report({device_change::kind::removal, name(number), {}, {}});
   }
+  // Another device is at this place, and only a list of all tells it.
+  void reset_with_another(unsigned number) {
+    std::string& there = _attached.at(name(number));
+    const std::string serial = "\"S" + std::to_string(number) + "\"";
+    there.replace(there.find(serial), serial.size(), "\"another\"");
+    report({device_change::kind::reset, {}, {}, _attached});
+  }
   bool has(const std::string& device) const { return _attached.count(device) != 0; }
   picture truth(const std::string& host) const {
     picture made;

@@ -12,6 +12,8 @@ TEST(FleetNames, FitIntoATopicAndStayDifferent) {
   EXPECT_LE(level(long_name).size(), 128U);
   EXPECT_NE(level(long_name), level(long_name + "y"));
   EXPECT_FALSE(parse_topic("yusb", "yusb/h/device/a/b"));
+  EXPECT_FALSE(parse_topic("yusb", "yusb/%61/status"));  // would be a second host "a"
+  EXPECT_EQ(parse_topic("yusb", "yusb/" + level(long_name) + "/status")->host, level(long_name));
   EXPECT_EQ(parse_topic("a/b", "a/b/h/device/d")->device, "d");
   EXPECT_EQ(parse_broker("mqtts://[::1]")->port, 8883);
   for (const char* const wrong :
@@ -62,6 +64,19 @@ TEST_F(FleetAgent, PublishesOnlyWhatDiffers) {
   until(_loop, [&] { return whole(options.host, changed.truth(options.host)) && third.core.settled(); });
   EXPECT_LE(third.core.published(),
             2U + 20 + 1 + 1 + 1);  // removals; the change and its event; the inventory
+}
+
+// The source could only say what is attached: the kernel had dropped its messages.
+TEST_F(FleetAgent, CountsADeviceThatWasReplacedBetweenTwoLists) {
+  broker at;
+  at.start();
+  generator devices(2);
+  host_agent agent(_loop, named(at, "lab1"), devices);
+  devices.reset_with_another(1);
+  read(at.client());
+  until(_loop, [&] { return whole("lab1", devices.truth("lab1")) && agent.core.settled(); });
+  const auto& seen = _reader->hosts().at("lab1").inventory;
+  EXPECT_EQ(std::make_pair(seen->arrivals, seen->removals), std::make_pair(UINT64_C(1), UINT64_C(1)));
 }
 
 TEST_F(FleetAgent, OfTwoOfOneNameOneEnds) {

@@ -85,6 +85,11 @@ TEST_F(FleetCommands, FailuresAreReported) {
   const outcome incomplete = shell("fleet list");
   EXPECT_EQ(incomplete.status, 1);
   EXPECT_TRUE(has(incomplete.text, "host lab1 is incomplete")) << incomplete.text;
+  const outcome metrics = shell("f=$(mktemp); fleet metrics --once $f; s=$?; cat $f; rm $f; exit $s");
+  EXPECT_EQ(metrics.status, 1);
+  for (const char* const part : {"agent_up{host=\"lab1\"} 1", "complete{host=\"lab1\"} 0"})
+    EXPECT_TRUE(has(metrics.text, part)) << metrics.text;
+  EXPECT_FALSE(has(metrics.text, "fleet_devices{host=\"lab1\"}")) << metrics.text;
   _at.end(SIGKILL);
   const outcome unreachable = shell("fleet list");
   EXPECT_EQ(unreachable.status, 1);

@@ -107,7 +107,11 @@ TEST_F(FleetReader, SkipsWhatIsNotOfAnAgent) {
   until(_loop, [&] { return _reader->complete(); });
   const std::string deep = R"({"schema":1,"vendor_id":"18d1","product_id":"4ee7","location":"0x1","x":)" +
                            std::string(200000, '[') + std::string(200000, ']') + "}";
-  for (const char* const payload : {"", "{", "[]", "{\"schema\":1,\"location\":7}", "\xff", deep.c_str()}) {
+  const std::string large =
+      R"({"schema":1,"state":"online","host":"lab1","start":"1","heartbeat":1e300,)"
+      R"("time":"9999-12-31T23:59:59.000Z","digest":"0000000000000000","devices":1e300})";
+  for (const char* const payload :
+       {"", "{", "[]", "{\"schema\":1,\"location\":7}", "\xff", deep.c_str(), large.c_str()}) {
     for (const char* const topic : {"other/device/x", "lab1/device/x", "lab1/device/0x1000001", "lab1/status",
                                     "lab1/inventory", "lab1/sync"})
       publish(topic, payload);

@@ -1,0 +1,49 @@
+// What the commands that read have in common: a loop, a reader and standard output.
+#ifndef YUSB_FLEET_SESSION_H_
+#define YUSB_FLEET_SESSION_H_
+
+#include <memory>
+#include <string>
+
+#include "loop.h"
+#include "options.h"
+#include "reader.h"
+
+namespace yusb::fleet {
+
+void complain_incomplete(const std::string& host);
+
+class session {
+ public:
+  // Ends at SIGTERM and SIGINT.
+  session(loop& loop, const options& chosen);
+
+  // Runs until end(); returns its status. `handlers` may leave out `log`, `incomplete` and `lost`. `only`:
+  // one host, as a level of a topic; empty: all.
+  int run(reader::handlers handlers, const std::string& only = "");
+
+  void end(int status);
+
+  // Complains, unless it is for the same reason as the last time.
+  void complain_lost(const std::string& reason);
+
+  // Ends the session where standard output cannot be written; a closed pipe is no failure.
+  void print(const std::string& text);
+
+  bool selects(const shown_device& device) const { return !_chosen.filter || _chosen.filter(device.device); }
+
+  loop& events() { return _loop; }
+  fleet::reader& picture() { return *_reader; }
+
+ private:
+  loop& _loop;
+  const options& _chosen;
+  std::unique_ptr<fleet::reader> _reader;
+  std::string _last_loss;
+  bool _unwritable = false;
+  int _status = exit_ok;
+};
+
+}  // namespace yusb::fleet
+
+#endif  // YUSB_FLEET_SESSION_H_
