@@ -102,7 +102,7 @@ if(TARGET yusb-fleet)
     "USB devices of many hosts over MQTT"
     "An agent publishes the USB devices of its host to an MQTT broker. Anywhere, the\nprogram lists and watches the devices of all hosts, waits for one of them, and\nwrites metrics for Prometheus."
     runtime core)
-  set(CPACK_DEBIAN_FLEET_PACKAGE_SUGGESTS mosquitto)
+  set(CPACK_DEBIAN_FLEET_PACKAGE_SUGGESTS "mosquitto, yusb")
   set(fleet_scripts ${PROJECT_SOURCE_DIR}/fleet/debian)
   set(CPACK_DEBIAN_FLEET_PACKAGE_CONTROL_EXTRA ${fleet_scripts}/postinst ${fleet_scripts}/prerm ${fleet_scripts}/postrm)
 endif()

@@ -15,7 +15,7 @@ BEGIN {
   title["openable_queue"] = "A queue that reports openable devices"
   title["location"] = "Port paths and location IDs"
   title["bus"] = "State of the bus"
-  title["c"] = "The library for C"
+  title["c_library"] = "The library for C"
   title["c_simulator"] = "The simulated bus for C"
   title["simulator"] = "Simulated bus"
   group["Life cycle"] = "life"
@@ -35,7 +35,7 @@ FNR == 1 {
   sub(/.*\//, "", header)
   whole = header
   gsub(/^yusb_|\.h$/, "", whole)
-  sub(/^c_(devices|events)$/, "c", whole)
+  sub(/^c(_devices|_events)?$/, "c_library", whole)  # "c" is the page docs/c.md
   print "/// \\file"
   linkage = ""
   top = 1

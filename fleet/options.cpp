@@ -87,7 +87,8 @@ void add_connection(CLI::App* app, raw_options* raw) {
 }
 
 void add_filter(CLI::App* app, raw_options* raw) {
-  app->add_option("--filter", raw->filters, "Only devices that match, as for yusb(1); repeat\nto require all")
+  app->add_option("--filter", raw->filters,
+                  "Only devices that match, see yusb-filter(7);\nrepeat to require all")
       ->type_name("WHICH[,...]")
       ->allow_extra_args(false)
       ->check(check_filter);

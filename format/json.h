@@ -10,9 +10,9 @@
 
 namespace yusb::format {
 
-// One JSON object and a line end, ASCII only. yusb(1) lists the fields of schema 1 and their types. It never
-// loses a field, and a field never changes its meaning; fields may be added. `openable` is left out if it is
-// not known.
+// One JSON object and a line end, ASCII only. yusb-json(5) lists the fields of schema 1 and their types. It
+// never loses a field, and a field never changes its meaning; fields may be added. `openable` is left out if
+// it is not known.
 std::string json_line(const event& event, std::optional<bool> openable = std::nullopt);
 
 // The same for an event that is not about one device: "listed", "heartbeat". `devices` is the number of

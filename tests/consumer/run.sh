@@ -90,7 +90,7 @@ LD_LIBRARY_PATH=$libraries run_both "$work/pc"
 
 step "the programs of the documents, with their commands"
 PKG_CONFIG_PATH=$pkgconfig LD_LIBRARY_PATH=$libraries quietly "$source_tree/tests/documents/build.sh" \
-  README.md docs/guide.md docs/c.md docs/man/yusb.3
+  README.md docs/guide.md docs/device-details.md docs/testing.md docs/handlers.md docs/c.md docs/man/yusb.3
 mkdir "$work/readme"
 {
   printf 'cmake_minimum_required(VERSION 3.20)\nproject(readme CXX)\nadd_executable(client client.cpp)\n'

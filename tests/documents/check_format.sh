@@ -1,6 +1,6 @@
 #!/bin/sh
-# check_format.sh MANUAL SOURCE...: the manual page names each field of the JSON lines and each kind of filter, which are the
-# quoted lower-case words of the sources.
+# check_format.sh MANUAL SOURCE...: the manual page names each word of a format, such as the fields of the JSON lines.
+# They are the quoted lower-case words of the sources.
 set -eu
 manual=$1
 shift
