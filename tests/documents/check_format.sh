@@ -1,13 +1,13 @@
 #!/bin/sh
-# check_format.sh MANUAL SOURCE...: the manual page names each word of a format, such as the fields of the JSON lines.
-# They are the quoted lower-case words of the sources.
+# check_format.sh FILE SOURCE...: FILE, such as a manual page, names each word of a format: of the JSON lines, the
+# filters or the scenarios. The words are the quoted lower-case words of the sources.
 set -eu
-manual=$1
+file=$1
 shift
 status=0
 for word in $(grep -ohE '"[a-z_]+"' "$@" | tr -d '"' | sort -u); do
-  sed 's/\\//g' "$manual" | grep -qw -- "$word" && continue
-  echo "$manual does not name \"$word\""
+  sed 's/\\//g' "$file" | grep -qw -- "$word" && continue
+  echo "$file does not name \"$word\""
   status=1
 done
 exit $status
