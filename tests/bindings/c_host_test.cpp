@@ -94,30 +94,3 @@ TEST(C, UsersOnManyThreadsStartAndStopTheLibraryAtAnyTime) {
   EXPECT_EQ(yusb_simulator_free(bus), YUSB_OK);
   EXPECT_EQ(yusb::simulator::leaks(), strings());
 }
-
-TEST(C, ThreadsShareTheEventsOfOneQueueUntilItIsClosed) {
-  yusb_log_threshold(YUSB_LOG_ERROR);
-  yusb_simulator* bus = nullptr;
-  yusb_queue* queue = nullptr;
-  ASSERT_EQ(yusb_simulator_create(&bus), YUSB_OK);
-  ASSERT_EQ(yusb_start(), YUSB_OK);
-  ASSERT_EQ(yusb_queue_open(nullptr, &queue), YUSB_OK);
-  std::atomic<int> taken{0};
-  std::vector<std::thread> takers;
-  for (int i = 0; i < 3; ++i) {
-    takers.emplace_back([&] {
-      yusb_event* event = nullptr;
-      while (yusb_queue_next(queue, -1, &event) == YUSB_OK) {
-        ++taken;
-        yusb_event_free(event);
-      }
-    });
-  }
-  plug_and_unplug(bus, 100);
-  EXPECT_TRUE(comes_true([&] { return taken == 200; }));
-  EXPECT_EQ(yusb_queue_close(queue), YUSB_OK);
-  for (std::thread& each : takers) each.join();
-  EXPECT_EQ(yusb_queue_free(queue), YUSB_OK);
-  EXPECT_EQ(yusb_stop(), YUSB_OK);
-  EXPECT_EQ(yusb_simulator_free(bus), YUSB_OK);
-}

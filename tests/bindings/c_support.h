@@ -46,9 +46,7 @@ static inline int plug(const char* port, uint16_t vendor, const char* serial_num
   const yusb_simulated_device device = {.size = sizeof device,
                                         .vendor = vendor,
                                         .product = 0x4EE7,
-                                        .release = 0x0440,
                                         .port_path = port,
-                                        .manufacturer = "Maker",
                                         .product_name = "café 中",
                                         .serial_number = serial_number};
   int id = 0;
@@ -77,23 +75,6 @@ static inline void expect(yusb_queue* queue, yusb_event_kind kind, const char* s
   REQUIRE_OK(yusb_event_free(event));
 }
 
-static inline void expect_nothing(yusb_queue* queue) {
-  yusb_event* event = NULL;
-  REQUIRE_STATUS(yusb_queue_next(queue, 0, &event),
-                 yusb_queue_close(queue) == YUSB_OK ? YUSB_TIMED_OUT : YUSB_OK);
-  REQUIRE_STATUS(yusb_queue_next(queue, -1, &event), YUSB_CLOSED);
-  REQUIRE(event == NULL);
-  REQUIRE_OK(yusb_queue_free(queue));
-}
-
-// Requires that a queue with these filters receives the attached devices that `expected` names.
-static inline void expect_filtered(const yusb_filter* filters, size_t count, const char* expected) {
-  yusb_queue* const queue = open_queue(
-      &(yusb_queue_options){.size = sizeof(yusb_queue_options), .filters = filters, .filter_count = count});
-  for (; *expected != '\0'; ++expected) expect(queue, YUSB_ARRIVAL, (const char[]){*expected, '\0'});
-  expect_nothing(queue);
-}
-
 struct test_case {
   const char* name;
   void (*run)(void);
@@ -101,17 +82,16 @@ struct test_case {
 #define CASE(name) \
   { #name, name }
 
-// Runs the case that the argument names, or lists them all.
+// Runs the case that the program's argument names.
 static inline int run_case(const struct test_case* cases, size_t count, int argument_count,
                            char** arguments) {
-  for (size_t i = 0; i < count; ++i) {
-    if (argument_count == 1) puts(cases[i].name);
-    if (argument_count == 2 && strcmp(arguments[1], cases[i].name) == 0) {
+  for (size_t i = 0; argument_count == 2 && i < count; ++i) {
+    if (strcmp(arguments[1], cases[i].name) == 0) {
       cases[i].run();
       return 0;
     }
   }
-  return argument_count == 1 ? 0 : 2;
+  return 2;
 }
 
 #endif  // YUSB_TESTS_BINDINGS_C_SUPPORT_H_

@@ -1,43 +1,24 @@
-// libYorvanUsbC from C: events, counted users, the log, null and other sizes, forks. What the structures
-// contain is tested in Python, which calls the same library.
+// libYorvanUsbC from C: lifetimes, counted users, the log, sizes, forks. What the structures contain, and the
+// descriptor of a queue, is tested in Python, which calls the same library.
 #define _POSIX_C_SOURCE 200809L
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "c_support.h"
 
-static void follows_devices(void) {
+static void keeps_an_event_after_its_queue_and_the_library(void) {
   start();
-  const int first = plug("1-2", 0x18D1, "A");
+  const int id = plug("1-2", 0x18D1, "A");
   yusb_queue* const queue = open_queue(NULL);
-  const int second = plug("1-2.3", 0x05AC, "B");
-  REQUIRE_OK(yusb_simulator_unplug(bus, first));
-  REQUIRE_STATUS(yusb_simulator_unplug(bus, first), YUSB_GONE);
-
   yusb_event* const arrival = next(queue);
-  const yusb_device* const device = arrival->device;
-  REQUIRE(arrival->size == sizeof *arrival && YUSB_HAS(yusb_device, serial_number, device));
-  REQUIRE(arrival->kind == YUSB_ARRIVAL && device->vendor == 0x18D1 && device->product == 0x4EE7);
-  REQUIRE(device->release == 0x0440 && device->tags == YUSB_ANDROID);
-  REQUIRE_TEXT(device->location, "0x1200000");
-  REQUIRE_TEXT(device->manufacturer, "Maker");
-  REQUIRE_TEXT(device->product_name, "café -");  // the low bytes
-  REQUIRE_TEXT(device->serial_number, "A");
-  expect(queue, YUSB_ARRIVAL, "B");
+  REQUIRE_OK(yusb_simulator_unplug(bus, id));
   expect(queue, YUSB_REMOVAL, "A");
-
-  yusb_device_list* list = NULL;
-  REQUIRE_OK(yusb_devices(&list));
-  REQUIRE(list->count == 1 && list->devices[0]->tags == YUSB_APPLE);
-  REQUIRE_TEXT(list->devices[0]->serial_number, "B");
-  REQUIRE_OK(yusb_device_list_free(list));
-
-  // An event outlives its queue, and the library.
-  REQUIRE_OK(yusb_simulator_unplug(bus, second));
-  expect(queue, YUSB_REMOVAL, "B");
-  expect_nothing(queue);
+  REQUIRE_OK(yusb_queue_free(queue));
   stop();
-  REQUIRE_TEXT(device->serial_number, "A");
+  REQUIRE(arrival->kind == YUSB_ARRIVAL && YUSB_HAS(yusb_device, serial_number, arrival->device));
+  REQUIRE(arrival->device->vendor == 0x18D1 && arrival->device->tags == YUSB_ANDROID);
+  REQUIRE_TEXT(arrival->device->location, "0x1200000");
+  REQUIRE_TEXT(arrival->device->serial_number, "A");
   REQUIRE_OK(yusb_event_free(arrival));
 }
 
@@ -62,11 +43,6 @@ static void counts_its_users(void) {
   REQUIRE_OK(yusb_queue_free(queue));
   REQUIRE_STATUS(yusb_devices(&list), YUSB_NOT_STARTED);
   REQUIRE_OK(yusb_simulator_free(bus));
-  start();  // again, on another bus
-  REQUIRE_OK(yusb_devices(&list));
-  REQUIRE(list->count == 0);
-  REQUIRE_OK(yusb_device_list_free(list));
-  stop();
 }
 
 static void keeps_the_log(void) {
@@ -74,7 +50,6 @@ static void keeps_the_log(void) {
   REQUIRE_OK(yusb_log_keep(2));
   REQUIRE_OK(yusb_simulator_create(&bus));
   REQUIRE_OK(yusb_start());
-  REQUIRE_STATUS(yusb_log_next(0, &line), YUSB_TIMED_OUT);
   plug("1-1", 0x18D1, "é");  // nine lines, the last with the product
   REQUIRE_OK(yusb_log_next(PATIENCE, &line));
   REQUIRE(line->level == YUSB_LOG_INFO && line->dropped == 7);
@@ -85,61 +60,8 @@ static void keeps_the_log(void) {
   REQUIRE_OK(yusb_log_threshold(YUSB_LOG_ERROR));
   plug("1-2", 0x18D1, "B");
   REQUIRE_STATUS(yusb_log_next(0, &line), YUSB_TIMED_OUT);
-  REQUIRE_STATUS(yusb_log_threshold((yusb_log_level)6), YUSB_INVALID_ARGUMENT);
   REQUIRE_OK(yusb_log_keep(0));
   stop();
-}
-
-#define REFUSED(call) REQUIRE_STATUS(call, YUSB_INVALID_ARGUMENT)
-
-static void refuses_null(void) {
-  start();
-  yusb_queue* const queue = open_queue(NULL);
-  const yusb_simulated_device device = {.size = sizeof device, .port_path = "1-1"};
-  const yusb_simulated_device nowhere = {.size = sizeof nowhere, .port_path = "a"};
-  yusb_details* details = NULL;
-  yusb_event* event = NULL;
-  yusb_mode mode;
-  int number = 0;
-  REFUSED(yusb_bus_present(NULL));
-  REFUSED(yusb_devices(NULL));
-  REFUSED(yusb_queue_open(NULL, NULL));
-  REFUSED(yusb_queue_next(queue, 0, NULL));
-  REFUSED(yusb_queue_next(NULL, 0, &event));
-  REFUSED(yusb_queue_descriptor(queue, NULL));
-  REFUSED(yusb_queue_descriptor(NULL, &number));
-  REFUSED(yusb_queue_close(NULL));
-  REFUSED(yusb_device_details(NULL, &details));
-  REFUSED(yusb_device_details(&(yusb_device){.size = sizeof(yusb_device)}, NULL));
-  REFUSED(yusb_mode_name(YUSB_MODE_ADB, NULL));
-  REFUSED(yusb_parse_mode(NULL, &mode));
-  REFUSED(yusb_parse_mode("adb", NULL));
-  REFUSED(yusb_wait_openable(NULL, 0));
-  REFUSED(yusb_log_next(0, NULL));
-  REFUSED(yusb_simulator_create(NULL));
-  REFUSED(yusb_simulator_plug(NULL, &device, &number));
-  REFUSED(yusb_simulator_plug(bus, NULL, &number));
-  REFUSED(yusb_simulator_plug(bus, &device, NULL));
-  REFUSED(yusb_simulator_plug(bus, &nowhere, &number));
-  REFUSED(yusb_simulator_unplug(NULL, 1));
-  REFUSED(yusb_simulator_open_node(NULL, 1));
-  REQUIRE_OK(yusb_device_list_free(NULL));
-  REQUIRE_OK(yusb_event_free(NULL));
-  REQUIRE_OK(yusb_details_free(NULL));
-  REQUIRE_OK(yusb_log_line_free(NULL));
-  REQUIRE_OK(yusb_queue_free(NULL));
-  REQUIRE_OK(yusb_simulator_free(NULL));
-  REQUIRE_OK(yusb_queue_free(queue));
-  stop();
-}
-
-// A structure of a caller that was built with another size, at the end of its memory.
-static void* sized(const void* structure, size_t known, size_t size) {
-  char* const copy = calloc(1, size);
-  REQUIRE(copy != NULL);
-  memcpy(copy, structure, size < known ? size : known);
-  memcpy(copy, &size, sizeof size);
-  return copy;
 }
 
 static void respects_the_callers_sizes(void) {
@@ -157,7 +79,11 @@ static void respects_the_callers_sizes(void) {
                  {sizeof filter + 8, sizeof filter + 7, YUSB_UNSUPPORTED}};
   for (size_t i = 0; i < sizeof callers / sizeof *callers; ++i) {
     const size_t size = callers[i].size;
-    char* const given = sized(&filter, sizeof filter, size < sizeof size ? sizeof size : size);
+    // Allocated without what is behind it.
+    const size_t allocated = size < sizeof size ? sizeof size : size;
+    char* const given = calloc(1, allocated);
+    REQUIRE(given != NULL);
+    memcpy(given, &filter, allocated < sizeof filter ? allocated : sizeof filter);
     memcpy(given, &size, sizeof size);
     if (callers[i].set != 0) given[callers[i].set] = 1;
     yusb_queue* queue = NULL;
@@ -174,26 +100,18 @@ static void respects_the_callers_sizes(void) {
     memcpy(pair + (size_t)i * before_modes, i == 0 ? &filter : &android, before_modes);
     memcpy(pair + (size_t)i * before_modes, &before_modes, sizeof before_modes);
   }
-  expect_filtered((const yusb_filter*)(void*)pair, 2, "A");
+  yusb_queue_options options = {
+      .size = sizeof options, .filters = (const yusb_filter*)(void*)pair, .filter_count = 2};
+  yusb_queue* queue = open_queue(&options);
+  expect(queue, YUSB_ARRIVAL, "A");
+  REQUIRE_OK(yusb_queue_free(queue));
   free(pair);
 
-  const yusb_filter unknown = {.size = sizeof unknown, .tags = 1u << 31};
-  const yusb_filter half = {.size = sizeof half, .fields = YUSB_MATCH_INTERFACE_PROTOCOL};
   const yusb_filter not_utf8 = {.size = sizeof not_utf8, .name = "\xC3"};
-  yusb_queue* queue = NULL;
-  yusb_queue_options options = {.size = sizeof options, .filters = &unknown, .filter_count = 1};
-  REQUIRE_STATUS(yusb_queue_open(&options, &queue), YUSB_UNSUPPORTED);
-  options.filters = &half;
-  REQUIRE_STATUS(yusb_queue_open(&options, &queue), YUSB_INVALID_ARGUMENT);
   options.filters = &not_utf8;
-  REQUIRE_STATUS(yusb_queue_open(&options, &queue), YUSB_INVALID_ARGUMENT);
-  options.filter_count = SIZE_MAX;
-  REQUIRE_STATUS(yusb_queue_open(&options, &queue), YUSB_OUT_OF_MEMORY);
   options.filter_count = 1;
-  options.size = SIZE_MAX;
   REQUIRE_STATUS(yusb_queue_open(&options, &queue), YUSB_INVALID_ARGUMENT);
-  options.size = sizeof options;
-  options.filters = NULL;
+  options.size = SIZE_MAX;  // not initialised
   REQUIRE_STATUS(yusb_queue_open(&options, &queue), YUSB_INVALID_ARGUMENT);
   stop();
 }
@@ -254,8 +172,8 @@ static void answers_in_a_forked_child(void) {
 }
 
 int main(int count, char** arguments) {
-  const struct test_case cases[] = {
-      CASE(follows_devices), CASE(counts_its_users),           CASE(keeps_the_log),
-      CASE(refuses_null),    CASE(respects_the_callers_sizes), CASE(answers_in_a_forked_child)};
+  const struct test_case cases[] = {CASE(keeps_an_event_after_its_queue_and_the_library),
+                                    CASE(counts_its_users), CASE(keeps_the_log),
+                                    CASE(respects_the_callers_sizes), CASE(answers_in_a_forked_child)};
   return run_case(cases, sizeof cases / sizeof *cases, count, arguments);
 }
