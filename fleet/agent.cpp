@@ -20,7 +20,7 @@ std::string made_start() {
 
 agent_options completed(agent_options options) {
   if (options.start.empty()) options.start = made_start();
-  // Of its own: agents of one id would end each other's connections.
+  // Different in each run: a broker disconnects a client when another one connects with the same ID.
   options.connection.client_id =
       "yusb-agent-" + hex(hash(options.prefix + "/" + options.host)) + "-" + options.start;
   return options;
@@ -99,7 +99,8 @@ void agent::on_connected() {
   _announced.reset();
   _retained.reset();
   _connection.subscribe({_root + "device/+", _root + "inventory"}, true);
-  // What the broker retains of the above comes before the echo of what is published to this.
+  // The broker sends the retained messages of the subscription above before it echoes a message that is
+  // published to one of these topics.
   _subscription = _connection.subscribe({_root + "status", _root + "sync"}, false);
 }
 
@@ -118,7 +119,7 @@ void agent::on_message(const message& received) {
   if (_ended || !parsed) return;
   if (parsed->what == "device") on_own_device(parsed->device, received);
   if (parsed->what == "inventory") {
-    // A later one is somebody else's, and is replaced.
+    // A later one was published by another client. It is replaced.
     _announced = _synced ? std::nullopt : parse_inventory(received.payload);
     pump();
   }
@@ -126,7 +127,8 @@ void agent::on_message(const message& received) {
   if (parsed->what == "sync") on_claim(received.payload);
 }
 
-// What the broker has: what it retained, or what somebody else has published now.
+// A message on one of this host's device topics: a retained one, or one that another client has published
+// now.
 void agent::on_own_device(const std::string& name, const message& received) {
   const auto found = _published.find(name);
   if (found != _published.end()) {
@@ -159,8 +161,8 @@ void agent::on_status(const message& received) {
       return end_taken(other->machine);
     }
   }
-  // Cleared, not ours, or of another agent: of one that has not received this one's claim yet, or the last
-  // will of a connection that the broker has only now given up.
+  // The status was cleared, is not an agent's, or is another agent's: one that has not received this one's
+  // claim yet, or one whose last will the broker sends only now. Publish the own status again.
   _status_due = _status_due || _synced;
   pump();
 }
@@ -187,12 +189,12 @@ void agent::on_claim(const std::string& payload) {
       _status_due = true;
       pump();
     } else if (_wait != 0) {
-      claim_name();  // the other one has subscribed too late for the first
+      claim_name();  // the other agent has subscribed too late to receive the first
     }
     return;
   }
   if (_synced || _wait != 0) return;
-  // The name may be taken by an agent that answers this claim.
+  // If another agent has the name, it answers this claim.
   const bool rival = _retained && _retained->state != presence::offline &&
                      (_retained->machine != _options.machine || _retained->start > _options.start);
   const bool known = _established || (_retained && _retained->machine == _options.machine);

@@ -42,9 +42,9 @@ struct agent_options {
   std::string start;    // empty: made from the time
   std::string version;
   std::chrono::seconds heartbeat{30};
-  // How long an agent that the broker says is online may take to answer a claim on its name.
+  // How long to wait for the answer of another agent if the broker has the status of one that is online.
   std::chrono::milliseconds rival_limit{3000};
-  // The same for an agent that connects at the same moment, so that the broker does not show it yet.
+  // How long to wait otherwise: another agent may be connecting at this moment, without a status yet.
   std::chrono::milliseconds newcomer_limit{500};
 };
 
@@ -54,24 +54,25 @@ enum class agent_end {
   name_taken,  // by another machine's agent
 };
 
-// Keeps the retained topics of its host equal to what the source says:
+// Keeps the retained topics of its host equal to what the source reports:
 //
-//   PREFIX/HOST/device/NAME  of each device that is attached
-//   PREFIX/HOST/inventory    their number and digest, after each change and at least once a heartbeat
-//   PREFIX/HOST/status       online; offline by its last will
+//   PREFIX/HOST/device/NAME  one for each attached device
+//   PREFIX/HOST/inventory    the number and the digest of these, after each change and once per heartbeat
+//   PREFIX/HOST/status       online; the last will sets it to offline
 //
-// After each connect it reads them, clears and publishes what differs, then the inventory, then the status.
-// If the broker still calls it online by then, it first publishes that it is restoring. While it is cut off
-// it keeps the latest state only; PREFIX/HOST/event then has gaps in its sequence numbers.
+// Each time it connects, it reads these topics from the broker, clears or publishes those that differ, then
+// publishes the inventory, then the status. If devices differ while the broker has the status online, it
+// first publishes the status restoring. While it is disconnected, it keeps only the current state; the
+// sequence numbers in PREFIX/HOST/event then have a gap.
 //
-// Of two agents of one name, the one that started later stays if both are of one machine; else the one that
-// published first. An agent that finds another one of its name publishes nothing but its claim until it is
-// clear which one stays.
+// If two agents on one machine have the same host name, the one that started later continues; on different
+// machines, the one that published first. An agent that detects another one publishes only its claim until it
+// is decided which one continues.
 class agent {
  public:
   struct handlers {
     std::function<void(const std::string& line)> log;
-    // The agent does nothing from then on.
+    // The agent has stopped, and does nothing more.
     std::function<void(agent_end why, const std::string& reason)> ended;
   };
 
@@ -83,9 +84,9 @@ class agent {
   // Publishes that the host is offline, if the broker can be reached within 2 seconds.
   void stop();
 
-  // The broker has everything.
+  // True if the broker has acknowledged everything that there is to publish.
   bool settled() const;
-  // Publications so far.
+  // The number of publications so far.
   std::uint64_t published() const { return _count; }
 
  private:
@@ -138,7 +139,7 @@ class agent {
   loop::clock::time_point _announced_at;
 
   bool _started = false;      // the source has said what is attached
-  bool _synced = false;       // knows what the broker has, and may publish
+  bool _synced = false;       // what the broker has is known, and it may publish
   bool _established = false;  // was synced once
   bool _restoring = false;    // the inventory waits until the topics are equal after a connect
   bool _status_due = false;

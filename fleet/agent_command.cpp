@@ -57,7 +57,7 @@ int run_agent(loop& loop, const options& chosen) {
   agent.start();
   notify_service("READY=1");
   loop.run();
-  // The end of the source would wait for a device that is being read.
+  // The destructor of the source would wait while a device is being read.
   std::_Exit(status);
 }
 

@@ -1,4 +1,4 @@
-// What an agent does with changes of its devices: its topics follow them.
+// How an agent publishes the changes of its devices.
 #include <utility>
 
 #include "agent.h"
@@ -36,7 +36,7 @@ void agent::take(device_change change) {
     if (attached == now.end() || replaced(before.payload, attached->second)) remove(name);
   }
   for (const auto& [name, payload] : now) set(name, payload, _started);
-  // Not before: what is not known yet to be attached would be cleared.
+  // Not earlier: the topics of devices that the source has not reported yet would be cleared.
   if (!std::exchange(_started, true)) _connection.start();
 }
 
@@ -71,7 +71,7 @@ void agent::on_acknowledged(int id, const std::string& refusal) {
     return _connection.fail("the broker refuses to let this agent publish to " + _root + "#: " + refusal);
   if (_stopping && _in_flight.empty()) return end(agent_end::stopped);
   pump();
-  // Not before: an agent that may not publish everything would else connect again without any delay.
+  // Not earlier: an agent that the broker forbids to publish would otherwise reconnect without a delay.
   if (settled()) _connection.settled();
 }
 

@@ -17,8 +17,8 @@
 
 namespace yusb::fleet {
 
-// Reads the devices on a thread of its own, since one that does not respond can take seconds. The library
-// must be initialised while it lives.
+// Reads the devices on its own thread, because a device that does not respond can take seconds. The library
+// must be initialised while the source exists.
 class bus_source final : public device_source {
  public:
   // Throws std::system_error, and what yusb::openable_queue throws.

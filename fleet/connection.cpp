@@ -22,8 +22,8 @@ struct mosquitto_library {
   mosquitto_library() { mosquitto_lib_init(); }
 };
 
-// The first error that the library has logged on this thread since the last reason_of(). Its results do not
-// say which file, or what is wrong with a certificate.
+// The first error that the MQTT library has logged on this thread since the last reason_of(). The results of
+// its functions do not name the file that cannot be read, or the fault of a certificate.
 thread_local std::string _logged;
 
 void on_log(mosquitto*, void*, int level, const char* text) {
@@ -40,8 +40,8 @@ std::string reason_of(int result) {
   return result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result);
 }
 
-// Before the broker has answered. It says nothing when it refuses a certificate, or when one side alone uses
-// TLS.
+// For failures before the broker has answered. A broker sends no reason if it refuses a certificate, or if
+// only one side uses TLS.
 std::string first_reason_of(int result, bool tls) {
   const bool closed = result == MOSQ_ERR_CONN_LOST || (result == MOSQ_ERR_ERRNO && errno == EPROTO);
   if (!closed) return reason_of(result);
@@ -53,7 +53,7 @@ const char* c_string(const std::string& text) { return text.empty() ? nullptr : 
 
 }  // namespace
 
-// What the library calls, from its functions that the loop calls.
+// The MQTT library calls these from the functions of it that the loop calls.
 struct connection::callbacks {
   static void connected(mosquitto*, void* object, int reason, int, const mosquitto_property*) {
     auto& self = *static_cast<connection*>(object);
@@ -117,7 +117,7 @@ void connection::disconnect() {
     mosquitto_disconnect_v5_callback_set(client.get(), nullptr);
     mosquitto_disconnect(client.get());
   };
-  // A handler holds the library's lock, and what it sends stays in a queue.
+  // In a handler, the library holds its lock, and the DISCONNECT would stay in its queue.
   _in_library ? _loop.post(leave) : leave();
 }
 
@@ -155,7 +155,7 @@ void connection::connect() {
   }
   if (result != MOSQ_ERR_SUCCESS) return retry(reason_of(result));
 
-  // The attempt resolves the broker's name, which can take long. `client` is left alone until it is done.
+  // This resolves the broker's name, which can take long. Nothing else uses `client` until it is done.
   const auto outcome = std::make_shared<std::pair<int, std::string>>();
   _loop.background(
       [outcome, client = _client, broker = _options.broker, keep_alive = _options.keep_alive] {
@@ -207,8 +207,8 @@ void connection::on_socket(std::uint32_t events) {
 void connection::tick() {
   const std::shared_ptr<mosquitto> client = _client;
   _tick = _loop.after(std::chrono::seconds(1), [this] { tick(); });
-  // It answers pings, which the library sends once a keep-alive. The library alone may not notice while it
-  // sends.
+  // The broker answers the pings that the library sends once per keep-alive. The library itself may not
+  // notice a missing answer while it has other messages to send.
   if (_connected && loop::clock::now() - _heard > _options.keep_alive * 3 / 2)
     return fail("the broker has fallen silent");
   _in_library = true;
@@ -225,7 +225,7 @@ void connection::update_events() {
 }
 
 void connection::drop() {
-  // Now, for once the library closes the descriptor its number may be another connection's.
+  // Before the library closes the descriptor: afterwards another connection may get the same number.
   if (_socket != -1) _loop.unwatch(_socket);
   _socket = -1;
   for (const loop::timer each : {_tick, _connecting}) _loop.cancel(each);
@@ -240,7 +240,7 @@ void connection::fail(const std::string& reason) {
   _failing = true;
   if (_socket != -1) _loop.unwatch(_socket);
   _socket = -1;
-  // The library may be on the stack.
+  // Posted, because the library may have called this.
   _loop.post([reason, weak = std::weak_ptr<connection*>(_self)] {
     const auto self = weak.lock();
     if (self != nullptr && (*self)->_failing) (*self)->retry(reason);

@@ -45,16 +45,15 @@ struct connection_options {
 struct message {
   std::string topic;
   std::string payload;
-  bool retained = false;  // received: it was not sent just now; sent: the broker is to retain it
-  // Received: how long ago it was published, by the broker's clock. 0 if its sender is not a connection of
-  // this program.
+  bool retained = false;  // received: the broker had stored it; sent: the broker is to store it
+  // Of a received one: how long ago it was published, by the broker's clock. 0 if another program sent it.
   std::chrono::seconds age{0};
 };
 
 // Does not block: names are resolved on the loop's background thread. A broker that does not answer an
 // attempt within the connect limit, or sends nothing for one and a half keep-alives, counts as lost. After
-// each loss the connection waits for a random time between none and a limit that doubles with every failed
-// attempt, then connects again. What was not acknowledged before the loss is forgotten.
+// each loss it waits for a random time, whose limit doubles with every failed attempt, and connects again. It
+// does not repeat publications that were not acknowledged before the loss.
 class connection {
  public:
   // Called by the loop, between start() and stop(). They may publish and subscribe, and call fail() and
@@ -81,12 +80,12 @@ class connection {
   // Gives this connection up and makes another one.
   void fail(const std::string& reason);
 
-  // The connection serves its purpose: the next loss counts as the first.
+  // Call it when the connection has proved useful: the next loss then counts as the first.
   void settled() { _attempts = 0; }
 
   // With QoS 1. Returns an ID for `acknowledged`, which is not called if the connection is lost.
   int publish(const message& sent);
-  // With QoS 0; one ID for `subscribed`. With `others_only`, without what this client publishes.
+  // With QoS 0. Returns one ID for `subscribed`. `others_only` leaves out what this client publishes.
   int subscribe(const std::vector<std::string>& filters, bool others_only);
   void unsubscribe(const std::string& filter);
 

@@ -22,7 +22,7 @@ class host_table {
   explicit host_table(kind rows);
 
   std::string heading();
-  // `device` is null for the host alone. `sign` is of reports.
+  // `device` is null in a line about the host alone. `sign` is used in reports only.
   void fit(const host& of, const shown_device* device, const char* sign) {
     _table.fit(cells(of, device, sign));
   }

@@ -17,7 +17,7 @@
 
 namespace yusb::fleet {
 
-// Everything is called on the thread that calls run(), and calls back there, unless it says otherwise.
+// Unless noted, functions are called on the thread that calls run(), and call back on it.
 class loop {
  public:
   using clock = std::chrono::steady_clock;
@@ -32,20 +32,20 @@ class loop {
   loop(const loop&) = delete;
   loop& operator=(const loop&) = delete;
 
-  // Calls `call` while `descriptor` has any of the epoll `events`. Replaces what was asked for it before.
-  // Throws std::system_error.
+  // Calls `call` while `descriptor` has any of the epoll `events`. Replaces an earlier watch of the
+  // descriptor. Throws std::system_error.
   void watch(int descriptor, std::uint32_t events, ready call);
   void set_events(int descriptor, std::uint32_t events);
   void unwatch(int descriptor);
 
-  // Calls once. cancel() ignores a timer that has been called or cancelled.
+  // Calls `call` once, after `delay`. cancel() does nothing if the timer has been called or cancelled.
   timer after(std::chrono::milliseconds delay, task call);
   void cancel(timer id);
 
-  // Calls soon. From any thread.
+  // Calls `call` as soon as possible. May be called from any thread.
   void post(task call);
 
-  // Runs `work` on the background thread, after earlier work, and then calls `done` here.
+  // Runs `work` on the background thread, after earlier work, and then calls `done` on the loop's thread.
   void background(task work, task done);
 
   // Returns after stop().

@@ -46,7 +46,7 @@ int run_program(int argc, char** argv) {
   loop loop;
   const int status = run(loop, *given.run);
   std::fflush(stdout);
-  // The end of the loop would wait for a name that is being resolved.
+  // The destructor of the loop would wait while a host name is being resolved.
   std::_Exit(status);
 }
 

@@ -13,8 +13,9 @@
 
 namespace yusb::fleet {
 
-// Each retained message expires after this time. So a receiver learns its age: the broker lowers the expiry
-// interval by the time that it has kept the message. Five years: long enough for every device topic.
+// The expiry interval of retained messages. From it a receiver computes a message's age, because the broker
+// reduces the interval by the time for which it has stored the message. Five years are long enough for every
+// device topic.
 constexpr std::uint32_t lifetime = 5U * 365 * 24 * 3600;
 
 // What a message is published with.

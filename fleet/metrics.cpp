@@ -15,7 +15,7 @@ namespace {
 
 std::string label(const std::string& text) {
   std::string made;
-  // One label that is not UTF-8 would make a reader reject the file.
+  // The exporter would reject the whole file if one label were not UTF-8.
   for (const char c : format::visible(text)) {
     if (c == '\\' || c == '"') made += '\\';
     made += c;
@@ -23,7 +23,7 @@ std::string label(const std::string& text) {
   return made;
 }
 
-// The samples of one metric by what is in their braces.
+// The values of one metric, by their labels.
 using samples = std::map<std::string, std::uint64_t>;
 
 std::string block(const char* name, const char* type, const char* help, const samples& values) {

@@ -33,7 +33,7 @@ int run_metrics(loop& loop, const options& chosen) {
   fleet::loop::timer due = 0;
   std::function<void()> write = [&] {
     due = loop.after(pause, write);
-    // Anything else would show devices as gone. Old files are for the exporter's own timestamp.
+    // An incomplete picture would show devices as gone. The exporter reports the age of an old file.
     if (!running.picture().settled()) return;
     if (!replace_file(chosen.file, metrics_text(running.picture().hosts()))) return running.end(exit_failure);
     if (chosen.once) running.end(incomplete ? exit_failure : exit_ok);

@@ -62,33 +62,34 @@ void add_connection(CLI::App* app, raw_options* raw) {
       ->type_name("URL")
       ->required()
       ->check(check_broker);
-  app->add_option("--prefix", raw->values.prefix, "The first levels of all topics (yusb)")
+  app->add_option("--prefix", raw->values.prefix, "The first levels of all topics (default: yusb)")
       ->type_name("TOPIC")
       ->check(check_prefix);
-  app->add_option("--user", raw->values.connection.user, "The name to log in with")->type_name("NAME");
-  app->add_option(
-         "--password-file", raw->password_file,
-         "A file with the password; without the option\nmqtt-password among the service's credentials")
+  app->add_option("--user", raw->values.connection.user, "The user name for the broker")->type_name("NAME");
+  app->add_option("--password-file", raw->password_file,
+                  "A file with the password (default: the service's\ncredential mqtt-password)")
       ->type_name("FILE");
-  app->add_option("--ca", raw->values.connection.ca_file,
-                  "Certificates that sign the broker's (the system's)")
+  app->add_option(
+         "--ca", raw->values.connection.ca_file,
+         "The CA certificates that the broker's certificate is\nverified with (default: the system's)")
       ->type_name("FILE")
-      ->check(CLI::ExistingFile);
+      ->check(CLI::ExistingFile.description(""));
   CLI::Option* const certificate =
       app->add_option("--cert", raw->values.connection.certificate_file, "This client's certificate")
           ->type_name("FILE")
-          ->check(CLI::ExistingFile);
-  CLI::Option* const key =
-      app->add_option("--key", raw->values.connection.key_file, "Its key, without a password")
-          ->type_name("FILE")
-          ->check(CLI::ExistingFile);
+          ->check(CLI::ExistingFile.description(""));
+  CLI::Option* const key = app->add_option("--key", raw->values.connection.key_file,
+                                           "The key of that certificate, without a password")
+                               ->type_name("FILE")
+                               ->check(CLI::ExistingFile.description(""));
   certificate->needs(key);
   key->needs(certificate);
 }
 
 void add_filter(CLI::App* app, raw_options* raw) {
   app->add_option("--filter", raw->filters,
-                  "Only devices that match, see yusb-filter(7);\nrepeat to require all")
+                  "Only devices that match; see yusb-filter(7). Repeat\nthe option to combine filters: a "
+                  "device must match\nall.")
       ->type_name("WHICH[,...]")
       ->allow_extra_args(false)
       ->check(check_filter);
@@ -149,25 +150,31 @@ command_line parse_command_line(int argc, const char* const* argv) {
   raw_options raw;
   CLI::App app("Publishes a host's USB devices to an MQTT broker, and shows those of all hosts.",
                "yusb-fleet");
-  app.set_version_flag("--version", "yusb-fleet " YUSB_VERSION);
+  app.set_help_flag("-h,--help", "Print the options, or those of a command");
+  app.set_version_flag("--version", "yusb-fleet " YUSB_VERSION, "Print the version");
+  app.get_formatter()->label("SUBCOMMAND", "COMMAND");
   app.require_subcommand(0, 1);
   app.footer(
-      "Exit status: 0 success; 1 failure; 2 invalid command line; 3 'wait' did not see what\nit waits for. "
+      "Exit status: 0 success; 1 failure; 2 invalid command line; 3 'wait' did not see\nwhat it waits for. "
       "See yusb-fleet(1).");
 
   CLI::App* const agent = app.add_subcommand("agent", "Publish this host's devices");
   add_filter(agent, &raw);
-  agent->add_option("--host", raw.values.host, "This host's name in the fleet (the system's)")
+  agent
+      ->add_option("--host", raw.values.host,
+                   "This host's name in the fleet (default: the\nsystem's host name)")
       ->type_name("NAME");
   agent
-      ->add_option("--heartbeat", raw.heartbeat,
-                   "The longest silence (30s); readers call a host\nstale after three")
+      ->add_option(
+          "--heartbeat", raw.heartbeat,
+          "How often to publish if nothing changes (default:\n30s); a host is stale after three of these")
       ->type_name("DURATION")
       ->check(check_heartbeat);
   CLI::App* const list = app.add_subcommand("list", "List the hosts and their devices");
   add_filter(list, &raw);
   add_json(list, &raw);
-  CLI::App* const watch = app.add_subcommand("watch", "List them, then report every change");
+  CLI::App* const watch =
+      app.add_subcommand("watch", "List the hosts and their devices, then report every\nchange");
   add_filter(watch, &raw);
   add_json(watch, &raw);
   add_limit(watch, "--for", "Exit after this time: 250ms, 10s, 5m", &raw);
@@ -177,18 +184,23 @@ command_line parse_command_line(int argc, const char* const* argv) {
   add_json(wait, &raw);
   wait->add_flag("--gone", raw.values.gone, "Wait until no host has a matching device instead");
   add_limit(wait, "--timeout", "Exit with status 3 after this time: 250ms, 10s, 5m", &raw);
-  CLI::App* const forget = app.add_subcommand("forget", "Clear the topics of a host that is retired");
-  forget->add_option("HOST", raw.values.host, "Its name")->required();
+  CLI::App* const forget = app.add_subcommand("forget", "Clear the topics of a host that no longer exists");
+  forget->add_option("HOST", raw.values.host, "The name of the host")->required();
   CLI::App* const metrics =
-      app.add_subcommand("metrics", "Keep a file for Prometheus' node exporter up to date");
-  metrics->add_option("FILE", raw.values.file, "The file, replaced as a whole; its name ends in .prom")
+      app.add_subcommand("metrics", "Keep a file for Prometheus' node exporter up to\ndate");
+  metrics
+      ->add_option("FILE", raw.values.file,
+                   "The file, replaced atomically; the exporter reads\nonly names that end in .prom")
       ->required();
-  metrics->add_flag("--once", raw.values.once, "Write it once");
+  metrics->add_flag("--once", raw.values.once, "Write the file once, then exit");
 
   const std::pair<CLI::App*, command> commands[] = {{agent, command::agent},   {list, command::list},
                                                     {watch, command::watch},   {wait, command::wait},
                                                     {forget, command::forget}, {metrics, command::metrics}};
-  for (const auto& [each, chosen] : commands) add_connection(each, &raw);
+  for (const auto& [each, chosen] : commands) {
+    each->group("Commands");
+    add_connection(each, &raw);
+  }
 
   if (argc <= 1) return {std::nullopt, app.help(), exit_ok};
   try {
@@ -200,8 +212,7 @@ command_line parse_command_line(int argc, const char* const* argv) {
     }
     return {finished(std::move(raw)), {}, exit_ok};
   } catch (const CLI::CallForHelp&) {
-    return {std::nullopt, app.get_subcommands().empty() ? app.help() : app.get_subcommands().front()->help(),
-            exit_ok};
+    return {std::nullopt, app.help(), exit_ok};
   } catch (const CLI::CallForVersion& version) {
     return {std::nullopt, std::string(version.what()) + "\n", exit_ok};
   } catch (const CLI::ParseError& wrong) {

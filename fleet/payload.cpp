@@ -19,21 +19,22 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-// Anybody may publish larger and deeper ones. The library's time grows with the square of an object's fields,
-// and its stack with the depth. A device of 32 interfaces, the most that Linux allows, with the longest names
-// has 30 kB and depth 3.
+// Limits, because any client may publish a payload: the JSON library takes time in proportion to the square
+// of an object's fields, and stack in proportion to the depth. The largest payload of an agent has 30 kB and
+// depth 3: a device with 32 interfaces, the most that Linux allows, and the longest names.
 constexpr std::size_t longest_payload = 64 * 1024;
 constexpr int deepest = 8;
 
-// Discarded (not an object) if `text` is not JSON, or too large. Without what is too deep.
+// The result is discarded (not an object) if `text` is too large or not JSON. Values that are too deep are
+// left out.
 json parse(std::string_view text) {
   if (text.size() > longest_payload) return json(json::value_t::discarded);
   const auto shallow = [](int depth, json::parse_event_t, const json&) { return depth <= deepest; };
   return json::parse(text, shallow, false);
 }
 
-// The fields of an object of anybody's making. A missing one, or one of another type or range, is the
-// fallback.
+// Returns a field of an object from any client, or the fallback if it is missing or has another type or
+// range.
 template <typename Value>
 Value field(const json& object, const char* name, Value fallback) {
   const auto found = object.find(name);

@@ -19,7 +19,7 @@ enum class presence {
 
 // PREFIX/HOST/status
 struct status {
-  format::time_point when;  // by the agent's clock; of a last will: of the connection
+  format::time_point when;  // by the agent's clock; in a last will, the time of the connection
   presence state = presence::offline;
   std::string host;
   std::string start;    // names one run of an agent; a later one's is greater
@@ -41,7 +41,7 @@ struct inventory {
 std::string to_payload(const inventory& made);
 std::optional<inventory> parse_inventory(std::string_view payload);
 
-// PREFIX/HOST/sync: an agent to itself, and to another one of its name.
+// PREFIX/HOST/sync: an agent's claim on its host name, for itself and for other agents with that name.
 struct claim {
   std::string start;
   std::string machine;
@@ -59,7 +59,7 @@ std::uint64_t digest(std::string_view name, std::string_view payload);
 // The device of a payload; empty if it is not one of ours.
 std::optional<format::known_device> parse_device(std::string_view payload);
 
-// Whether both payloads of one name are of the same device, attached once. Both are of parse_device().
+// True if two devices of one topic, from parse_device(), are one device that stayed attached.
 bool same_attachment(const format::known_device& a, const format::known_device& b);
 
 // PREFIX/HOST/event: the device's payload with another "event" and "time", and with "start" and "sequence".

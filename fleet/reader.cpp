@@ -92,8 +92,8 @@ void reader::on_lost(const std::string& reason) {
 void reader::on_subscribed(int id) {
   if (id == _first) {
     _connection.subscribe({_prefix + "/" + _only + "/device/+"}, false);
-    // Brokers answer this one when they have sent what they retain of the one before. If one does not, hosts
-    // are read again.
+    // Brokers acknowledge this subscription after they have sent the retained messages of the previous one.
+    // If a broker does not, hosts are read again.
     _last = _connection.subscribe({_prefix + "/+/end"}, false);
   } else if (id == _last) {
     _listed = true;
@@ -181,7 +181,7 @@ void reader::on_cleared(const topic& cleared, bool live) {
   if (cleared.what == "device") remove_received(from, cleared.device);
   if (cleared.what == "status") from.status.reset();
   if (cleared.what == "inventory") from.inventory.reset();
-  // No agent clears these; a broker without its database sends nothing.
+  // The host was forgotten: an agent never clears these, and a broker that lost its database sends nothing.
   if (live && cleared.what != "device" && !from.status && !from.inventory && from.received.empty()) {
     _loop.cancel(from.repair);
     from.state = host_state::forgotten;
@@ -195,7 +195,7 @@ void reader::on_cleared(const topic& cleared, bool live) {
 }
 
 void reader::on_status(host& from, fleet::status made, const message& received) {
-  // The last will of an earlier agent says nothing of the one that has taken over.
+  // This is the last will of an earlier agent, and another one has taken over.
   const bool offline = made.state == presence::offline;
   const bool replaced =
       from.status && from.status->state != presence::offline && made.start != from.status->start;

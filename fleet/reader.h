@@ -44,8 +44,8 @@ struct host {
       devices;  // the last picture that was whole; else what the broker has of a host that is not online
   bool incomplete =
       false;  // online, and its topics still differ from its inventory after they were read again
-  // The last status or inventory, by the broker's clock as far as it can be told. Of an offline host: since
-  // when it is.
+  // When the last status or inventory was published, according to the broker; for an offline host, since when
+  // it has been offline.
   format::time_point last_sign() const;
 
  private:
@@ -53,8 +53,8 @@ struct host {
   device_map received;       // may be between two pictures
   std::uint64_t digest = 0;  // the sum of those
   bool reported = false;
-  bool outdated = false;        // what is retained is older than `devices`: the broker has an old database
-  bool accepted = false;        // differs from its inventory, but no agent is there to change that
+  bool outdated = false;  // the broker has an old database: what it retains is older than `devices`
+  bool accepted = false;  // differs from its inventory, and no agent is connected that could change this
   format::time_point shown_at;  // when the agent made the inventory of `devices`
   unsigned repairs = 0;         // without success
   std::uint64_t repaired = 0;   // the digest after the last one
@@ -65,36 +65,36 @@ struct host {
 
 enum class device_news { arrival, removal, change };
 
-// A host's devices change only from one whole picture to the next: to what is received once its number and
-// digest are those of the inventory. So a device is reported removed only if its agent says so, also while
-// the broker restarts or has dropped messages. Where they stay different, the host's topics are read again,
-// for about five seconds. Then an online host is reported incomplete, and read again with its next inventory.
-// Any other host counts as complete as soon as the broker has sent the same twice: its agent was interrupted,
-// and its devices are as last known.
+// A host's devices are updated only when the picture of the host is whole: when number and digest of the
+// devices that were received equal those in the inventory. So a removal is reported only if the agent has
+// published it, even while the broker restarts or drops messages. If they differ, the host's topics are read
+// again, for about five seconds. If they still differ, an online host is reported as incomplete, and is read
+// again with its next inventory. Any other host counts as complete as soon as the broker has sent the same
+// devices twice: its agent was interrupted, and the devices are the last known ones.
 class reader {
  public:
   struct handlers {
     std::function<void(const host&, device_news, const shown_device&)> device;
     std::function<void(const host&)> state;                   // a new host, or another state
-    std::function<void()> complete;                           // every host is whole; after each connect
-    std::function<void(const std::string& host)> incomplete;  // it stays different
+    std::function<void()> complete;                           // every host is whole; once per connection
+    std::function<void(const std::string& host)> incomplete;  // its picture stays incomplete
     std::function<void(const std::string& line)> log;
     std::function<void(const std::string& reason)> lost;
     std::function<void()> published = {};  // the broker has accepted a publication through broker()
   };
 
-  // `only`: one host, as a level of a topic; empty: all.
+  // `only` is one host, as a level of a topic. If it is empty, all hosts are read.
   reader(loop& loop, connection_options options, std::string prefix, std::string only, handlers handlers);
   ~reader();
 
   void start() { _connection.start(); }
-  // By the topics' level.
+  // By the level of their topics.
   const std::map<std::string, host>& hosts() const { return _hosts; }
   bool complete() const { return _complete; }
-  // Complete but for the hosts that were reported incomplete.
+  // True if every host is whole or was reported as incomplete.
   bool settled() const;
   connection& broker() { return _connection; }
-  // The topics that the broker has of a host, also those with payloads that are not of an agent.
+  // The topics of a host that the broker retains, even if their payloads are not an agent's.
   std::set<std::string> topics(const std::string& level) const;
 
  private:

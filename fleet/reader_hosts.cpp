@@ -9,7 +9,7 @@ namespace yusb::fleet {
 namespace {
 
 constexpr unsigned most_repairs = 4;  // after 0.3, 0.9, 2.1 and 4.5 s
-// Longer than an agent takes between a device and the inventory.
+// Longer than the time between an agent's messages about a device and about its inventory.
 constexpr std::chrono::milliseconds repair_delay(300);
 constexpr std::size_t most_at_once = 8;  // hosts, so that the answers fit into the broker's queue
 constexpr int missed_heartbeats = 3;
@@ -27,13 +27,14 @@ void reader::check(const std::string& level, host& each) {
     _loop.cancel(std::exchange(each.repair, 0));
     each.repairs = 0;
     each.incomplete = false;
-    // Without an inventory nothing is known. A status comes before the end of the list, if there is one.
+    // Without an inventory, the devices are not known. If there is a status, it arrives before _listed is
+    // set.
     if (each.inventory && !each.outdated && !each.accepted && (each.status || _listed)) {
       each.shown_at = each.inventory->when;
       show(each);
     }
   } else if (_listed && each.repair == 0 && !each.repairing && each.repairs < most_repairs) {
-    // Longer each time: messages may be under way.
+    // The delay doubles each time, because messages may still be on their way.
     each.repair = _loop.after(repair_delay * (1U << each.repairs), [this, level] { repair(level); });
   }
 }
@@ -81,7 +82,7 @@ void reader::repair(const std::string& level) {
     accept(each);
     return check_complete();
   }
-  // Subscribing again makes the broker send what it retains again; what it does not send is gone.
+  // After a second subscription the broker sends its retained messages again. What it does not send is gone.
   each.repairing = true;
   each.received.clear();
   each.digest = 0;

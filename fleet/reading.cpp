@@ -12,7 +12,7 @@ namespace yusb::fleet {
 
 namespace {
 
-// Of a host that is silent, since when.
+// The time since which a host has been silent; empty if it is not silent.
 std::optional<format::time_point> since(const host& of) {
   const bool silent = of.state == host_state::offline || of.state == host_state::stale;
   return silent ? std::make_optional(of.last_sign()) : std::nullopt;
@@ -155,7 +155,7 @@ int run_forget(loop& loop, const options& chosen) {
       complain("the broker knows no host " + chosen.host);
       return running.end(exit_failure);
     }
-    // The status is the last in their order, and says that the host is known.
+    // The status is cleared last, because it shows that the host is known.
     for (const std::string& each : topics) running.picture().broker().publish({each, "", true});
   };
   return running.run({ignore_device,

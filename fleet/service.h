@@ -1,4 +1,4 @@
-// What the program has from the service manager, and says to it.
+// The interface to the service manager, the signals that end the program, and the machine's ID.
 #ifndef YUSB_FLEET_SERVICE_H_
 #define YUSB_FLEET_SERVICE_H_
 
@@ -11,10 +11,10 @@
 
 namespace yusb::fleet {
 
-// sd_notify(3)'s protocol. Does nothing without a service manager that asks for it.
+// Sends a state to the service manager, as sd_notify(3) does. Does nothing without one.
 void notify_service(const std::string& state);
 
-// How long the service manager lets a service be silent; empty if it does not mind.
+// The longest time that the service manager allows between two "WATCHDOG=1"; empty if it has no watchdog.
 std::optional<std::chrono::milliseconds> watchdog_limit();
 
 // Calls `stop` on SIGINT or SIGTERM, unless the program was started with that signal ignored. Blocks both for

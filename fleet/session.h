@@ -18,16 +18,16 @@ class session {
   // Ends at SIGTERM and SIGINT.
   session(loop& loop, const options& chosen);
 
-  // Runs until end(); returns its status. `handlers` may leave out `log`, `incomplete` and `lost`. `only`:
-  // one host, as a level of a topic; empty: all.
+  // Runs until end(), and returns its status. `log`, `incomplete` and `lost` of `handlers` may be empty.
+  // `only` is one host, as a level of a topic; if it is empty, all hosts are read.
   int run(reader::handlers handlers, const std::string& only = "");
 
   void end(int status);
 
-  // Complains, unless it is for the same reason as the last time.
+  // Prints that there is no connection, unless the last time had the same reason.
   void complain_lost(const std::string& reason);
 
-  // Ends the session where standard output cannot be written; a closed pipe is no failure.
+  // If standard output cannot be written, ends the session: with success if it is a closed pipe.
   void print(const std::string& text);
 
   bool selects(const shown_device& device) const { return !_chosen.filter || _chosen.filter(device.device); }

@@ -68,7 +68,7 @@ std::string name_of(std::string_view level) {
 
 namespace {
 
-// Else two levels could show as hosts of one name.
+// Otherwise two levels could be shown as hosts with the same name.
 bool made_by_level(std::string_view text) {
   const bool shortened = text.size() == kept + 17 && text[kept] == '~';
   return shortened || level(name_of(text)) == text;

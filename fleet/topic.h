@@ -15,9 +15,9 @@ std::uint64_t hash(std::string_view text);
 // 16 hexadecimal digits.
 std::string hex(std::uint64_t value);
 
-// `name` as one level of a topic: what is not a letter, a digit, ".", "_" or "-" of ASCII is percent-encoded.
-// Of a result longer than 128 bytes, the first 100 and "~" and hex(hash(name)) remain. Different names have
-// different levels, unless their hashes are equal.
+// Returns `name` as one level of a topic: every byte that is not an ASCII letter, digit, ".", "_" or "-" is
+// percent-encoded. A result of more than 128 bytes is cut to 100, followed by "~" and hex(hash(name)).
+// Different names have different levels, unless their hashes are equal.
 std::string level(std::string_view name);
 
 // The name that level() was made from, as far as the level still holds it.
@@ -30,7 +30,7 @@ struct topic {
   std::string device;  // as a level; of "device" alone
 };
 
-// Empty if `text` is none of ours, or if level() does not make its second level.
+// Empty if `text` is not one of these topics, or if level() does not return such a HOST.
 std::optional<topic> parse_topic(std::string_view prefix, std::string_view text);
 
 }  // namespace yusb::fleet

@@ -36,7 +36,7 @@ class generator final : public device_source {
     _attached.erase(name(number));
     report({device_change::kind::removal, name(number), {}, {}});
   }
-  // Another device is at this place, and only a list of all tells it.
+  // Another device replaces this one, and only a reset reports it.
   void reset_with_another(unsigned number) {
     std::string& there = _attached.at(name(number));
     const std::string serial = "\"S" + std::to_string(number) + "\"";
