@@ -66,8 +66,8 @@ class YUSB_BUS_EXPORT node_waiter {
 }  // namespace detail
 
 // Waits until the record's device can be opened, is gone, or the limit has passed. `record` is the device's
-// record. `limit` is at most a year; with 0 or less it only tests. A device is the record's if device_details
-// would return its details.
+// record. `limit` is at most a year; with 0 or less it only tests. The record's device is found as by
+// device_details.
 //
 // May be called from any thread, but not under the library's locks: there it does not wait, returns
 // `refused`, and the library writes a line to the log. It starts no thread. Throws std::bad_alloc.

@@ -27,10 +27,11 @@
 // One location has at most one device. If the list briefly holds several records for a location (a fast
 // replug), the first is the device; when it leaves the list, its removal is reported, and then the arrival of
 // the next. Records without numbers (YUsbInfoDevice::empty) or without a location are never reported, nor are
-// removals that removed nothing from the list. A watcher cannot follow two calls of a host. It takes
-// yusb::common_device_remove with an empty record for a removal of nothing. If the record has the location of
-// one listed device and the instance path of another, it assumes that the removed record is the one with
-// both, or else the first with either.
+// removals that removed nothing from the list. A host that changes the list itself can mislead a watcher with
+// two calls of yusb::common_device_remove. With an empty record, the watcher reports no removal, even if a
+// device was removed. With a record that has the location of one listed device and the instance path of
+// another, the watcher assumes that the removed device is the one that has both, or else the first one that
+// has either.
 //
 // Life cycle. Construct a watcher after yusb::global_initialize; stop or destroy it before
 // yusb::global_release: using it later is undefined. There may be any number of watchers. They can be moved,
@@ -94,8 +95,8 @@ class watcher {
   watcher() = default;
 
   // Starts watching. `callback` is called for each event. `filter` is called once per device, at its arrival.
-  // `end` decides whether the end causes removals. Throws std::invalid_argument if the callback is empty, and
-  // as described at the top of this file.
+  // `end` decides whether stop() and the destructor cause removals. Throws std::invalid_argument if the
+  // callback is empty, and as described at the top of this file.
   explicit watcher(watch_callback callback, device_filter filter = {}, watch_end end = watch_end::silent) {
     if (!callback) throw std::invalid_argument("yusb::watcher: the callback is empty");
     auto made = std::make_unique<detail::subscription>(std::move(callback), std::move(filter),
@@ -139,8 +140,8 @@ class watch_queue {
  public:
   // Starts watching; arrivals of the listed devices are in the queue when this returns. `filter` is called as
   // by a watcher. `capacity` is in events, of about 100 bytes each plus the strings; with 0, every event is a
-  // resync. `end` decides whether the end causes removals. Throws std::runtime_error and std::bad_alloc as
-  // described at the top of this file.
+  // resync. `end` decides whether close() and the destructor cause removals. Throws std::runtime_error and
+  // std::bad_alloc as described at the top of this file.
   explicit watch_queue(device_filter filter = {}, std::size_t capacity = 1024,
                        watch_end end = watch_end::silent)
       : _state(std::make_shared<state>(capacity)),

@@ -21,13 +21,13 @@ std::string utf8_of(std::string_view bytes);
 // UTF-8. Null is an empty string.
 std::optional<YString> record_text(const char* utf8);
 
-// Returns whether a string is UTF-8. Null is.
+// True if a string is UTF-8, or null.
 inline bool is_utf8(const char* text) { return record_text(text).has_value(); }
 
 // Copies a caller's structure of any version; it begins with its size.
 template <typename Structure>
 yusb_status read_structure(const Structure* given, Structure* copy) {
-  constexpr std::size_t longest = 4096;  // of any version; more is an uninitialised size
+  constexpr std::size_t longest = 4096;  // of any version; a larger size is not initialised
   if (given->size < sizeof given->size || given->size > longest) return YUSB_INVALID_ARGUMENT;
   *copy = {};
   std::memcpy(copy, given, given->size < sizeof *copy ? given->size : sizeof *copy);

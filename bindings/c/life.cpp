@@ -14,7 +14,7 @@ namespace {
 
 std::mutex _mutex;
 unsigned _users = 0;     // under _mutex
-unsigned _starts = 0;    // under _mutex; those of the users that yusb_stop ends
+unsigned _starts = 0;    // under _mutex; how many of them yusb_start has added
 bool _attached = false;  // under _mutex: C++ code has started the library
 
 std::atomic<unsigned> _in_use{0};

@@ -13,8 +13,8 @@
 
 namespace yusb::c {
 
-// Exists while a fork would leave the child unable to use the library: one per user of the library, call and
-// simulator.
+// One exists for each user of the started library, each running call and each simulator. A child that is
+// forked meanwhile cannot use the library.
 class in_use {
  public:
   in_use() noexcept;
@@ -23,7 +23,7 @@ class in_use {
   in_use& operator=(const in_use&) = delete;
 };
 
-// True in a child that was forked while an in_use existed: there, locks may be held forever.
+// True in a child that was forked while an in_use existed: locks may stay locked forever there.
 bool is_forked() noexcept;
 
 // YUSB_FORKED, YUSB_REFUSED under the library's locks, or YUSB_OK.

@@ -52,7 +52,7 @@ struct port_source : __CFRunLoopSource {
 
   const std::unique_ptr<session> watch;
   std::vector<std::weak_ptr<notification>> notifications;
-  // A removal that was read while the initial devices were read.
+  // A removal that the bus reported among the initial devices; it is handled after them.
   std::optional<change> held;
 
   std::array<int, 2> poll_fds() const override { return watch->poll_fds(); }

@@ -11,7 +11,8 @@ namespace {
 
 std::string_view view(const YString& text) { return {text.data(), text.size()}; }
 
-// Fast path for most strings: ASCII without zeros, not too long for a descriptor. They are equal in a record.
+// Fast path for most strings: ASCII without zeros, not too long for a descriptor. A record holds the same
+// bytes.
 bool is_plain(std::string_view text) {
   const auto plain = [](char c) { return static_cast<signed char>(c) > 0; };
   return text.size() <= (string_descriptor_limit - 2) / 2 && std::all_of(text.begin(), text.end(), plain);

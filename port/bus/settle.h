@@ -4,10 +4,10 @@
 
 namespace yusb::port {
 
-// A change is to be handled, or no session exists to handle it. May be called from any thread.
+// To call when a change must be handled, or when no session exists. May be called from any thread.
 void mark_busy();
 
-// All changes are handled. May be called from any thread.
+// To call when all changes are handled. May be called from any thread.
 void mark_idle();
 
 }  // namespace yusb::port

@@ -95,7 +95,7 @@ openability linux_nodes::check(entry& waited) {
     }
   }
   const bool open = faccessat(AT_FDCWD, waited.node.c_str(), R_OK | W_OK, AT_EACCESS) == 0;
-  // Tested after the node, so that the node was not that of a device that is gone.
+  // After the test of the node: if the device is still attached, the node was that device's.
   const std::optional<device_identity> now = sysfs_device(waited.path).identity();
   if (now.has_value() && !(*now == waited.identity)) return openability::gone;
   return open ? openability::openable : openability::timed_out;
@@ -116,7 +116,7 @@ bool linux_nodes::look_up(entry& found, std::error_code& exhausted) {
   return true;
 }
 
-// Watches from the top, so that the watch on its parent reports a folder that appears meanwhile.
+// Watches the folders from the top down: if one appears meanwhile, the watch on its parent reports it.
 void linux_nodes::watch_folders(std::uint32_t bus) {
   if (!_inotify) return;
   char folder[32];

@@ -48,7 +48,8 @@ void enlarge_queue(int socket) {
   }
 }
 
-// Other processes can send to this socket too, but not from port 0, and with their own credentials.
+// Other processes can send to this socket too. But only the kernel sends from port 0, and the credentials of
+// a message are those of its sender.
 bool from_kernel(msghdr& message, const sockaddr_nl& sender) {
   if (sender.nl_family != AF_NETLINK || sender.nl_pid != 0) return false;
   for (cmsghdr* item = CMSG_FIRSTHDR(&message); item != nullptr; item = CMSG_NXTHDR(&message, item)) {

@@ -42,7 +42,7 @@ class attachment : public device {
   openability node() const;
   // The time at which it becomes openable; time_point::max() if only open_node makes it openable.
   clock::time_point opens_at() const;
-  // Starts, or ends, making an eventfd readable whenever node() may have changed.
+  // notify() makes an eventfd readable whenever node() may have changed, until forget().
   void notify(int eventfd);
   void forget(int eventfd);
 

@@ -20,20 +20,21 @@
 // ignores null. Strings are UTF-8 with a terminating zero. Strings from the library are never null, and valid
 // until their structure is freed.
 //
-// Sizes. Each structure begins with its size. In a structure of its own, the caller sets the size, and sets
-// unused members to 0: `yusb_filter phones = {.size = sizeof phones, .tags = YUSB_ANDROID};`. If a later
-// version of the library adds members, they are 0 for callers that do not have them. Members that the library
-// does not have must be 0 (YUSB_UNSUPPORTED). In a structure from the library, `size` says which members it
-// has: test YUSB_HAS before you read a member that was added after version 5.1.0. Arrays from the library are
-// arrays of pointers; arrays of the caller are arrays of structures of one size.
+// Sizes. Each structure begins with its size. In a structure that it passes to the library, the caller sets
+// the size, and sets unused members to 0, as in
+// `yusb_filter phones = {.size = sizeof phones, .tags = YUSB_ANDROID};`. If a later version of the library
+// adds members, they are 0 for callers that do not have them. If a member that this version of the library
+// does not have is not 0, the function returns YUSB_UNSUPPORTED. In a structure from the library, `size` says
+// which members it has: test YUSB_HAS before you read a member that was added after version 5.1.0. Arrays
+// from the library are arrays of pointers; arrays of the caller are arrays of structures of one size.
 //
 // Threads. Every function may be called on any thread, but an object must not be freed while another thread
 // uses it. A function that waits for the library is refused (YUSB_REFUSED) under the library's locks, that
 // is, in handlers and watchers of C++ code in the same process.
 //
-// Forks. This is about children that were forked without exec while the library was started, a simulator
-// existed or a call was running. In such a child every function returns YUSB_FORKED immediately, except those
-// that free structures. If only C++ code used the library, the child must not call it at all.
+// Forks. In a child that was forked without exec, while the library was started, a simulator existed or a
+// call was running, every function returns YUSB_FORKED immediately, except those that free structures. If
+// only C++ code used the library, the child must not call it at all.
 //
 // Out of memory. Functions return YUSB_OUT_OF_MEMORY. But a failed allocation terminates the process while an
 // event is stored, while the device list is copied (in yusb_devices, in yusb_queue_open, and in the first

@@ -43,7 +43,7 @@ YUSB_C_EXPORT const char* yusb_status_text(yusb_status status);
 // Starts the library, or counts one more user of it. Devices that are already attached are listed shortly
 // afterwards: see yusb_settle. If C++ code in the process has called yusb::global_initialize, this uses the
 // running library, and that code must not call yusb::global_release before the last yusb_stop. Otherwise C++
-// code must call neither function.
+// code must call neither of these two functions.
 // YUSB_OUT_OF_MEMORY, YUSB_REFUSED. If the system refuses a thread or a file descriptor, this returns
 // YUSB_OK, the log has an error, and yusb_settle returns YUSB_TIMED_OUT.
 YUSB_C_EXPORT yusb_status yusb_start(void);

@@ -75,9 +75,9 @@ typedef struct yusb_event {
 // YUSB_NOT_STARTED, YUSB_OUT_OF_MEMORY, YUSB_REFUSED, YUSB_UNSUPPORTED.
 YUSB_C_EXPORT yusb_status yusb_queue_open(const yusb_queue_options* options, yusb_queue** queue);
 
-// Takes the next event, for which it waits until the limit has passed; free it with yusb_event_free. Several
+// Takes the next event, or waits for one until the limit has passed; free it with yusb_event_free. Several
 // threads may call it at the same time: each event goes to one of them.
-// YUSB_TIMED_OUT, YUSB_CLOSED, YUSB_OUT_OF_MEMORY: the next call returns the event, even if the descriptor is
+// YUSB_TIMED_OUT, YUSB_CLOSED. YUSB_OUT_OF_MEMORY: the next call returns the event, even if the descriptor is
 // not readable.
 YUSB_C_EXPORT yusb_status yusb_queue_next(yusb_queue* queue, int64_t limit, yusb_event** event);
 
@@ -101,7 +101,7 @@ YUSB_C_EXPORT yusb_status yusb_queue_free(yusb_queue* queue);
 
 // ---- The log ----
 //
-// The log is one for the process. Its lines go to standard error at first, from YUSB_LOG_TRACE on.
+// The process has one log. By default all its lines, from YUSB_LOG_TRACE on, go to standard error.
 
 typedef enum yusb_log_level {
   YUSB_LOG_TRACE = 0,
@@ -126,9 +126,9 @@ YUSB_C_EXPORT yusb_status yusb_log_threshold(yusb_log_level level);
 // drops the stored lines and sends the log to standard error again. Replaces a sink that C++ code has set.
 YUSB_C_EXPORT yusb_status yusb_log_keep(size_t capacity);
 
-// Takes the oldest stored line, for which it waits until the limit has passed; free it with
+// Takes the oldest stored line, or waits for one until the limit has passed; free it with
 // yusb_log_line_free. yusb_log_keep(0) does not end the wait: use a limit in a thread that must end.
-// YUSB_TIMED_OUT, YUSB_OUT_OF_MEMORY: the line stays stored.
+// YUSB_TIMED_OUT. YUSB_OUT_OF_MEMORY: the line stays stored.
 YUSB_C_EXPORT yusb_status yusb_log_next(int64_t limit, yusb_log_line** line);
 
 YUSB_C_EXPORT yusb_status yusb_log_line_free(yusb_log_line* line);

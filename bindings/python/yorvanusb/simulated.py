@@ -10,7 +10,7 @@ from .watching import close_all
 
 
 class SimulatedDevice:
-    """A device on a simulated bus. Its functions return when the change is in the device list and in every watch."""
+    """A device on a simulated bus. unplug() returns when the change is in the device list and in every watch."""
 
     def __init__(self, bus: SimulatedBus, number: int) -> None:
         self._bus = bus
@@ -116,7 +116,8 @@ class SimulatedBus:
     def close(self) -> None:
         """Closes all watches and restores the host's bus. A second call does nothing.
 
-        Waits a few seconds for threads that are in a watch. Raises BusyError if one is still there; then call it again.
+        Waits a few seconds for calls on watches that run on other threads. Raises BusyError if one still runs; then call
+        it again.
         """
         if not self._simulator:
             return

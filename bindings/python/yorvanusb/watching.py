@@ -264,7 +264,7 @@ _watches_lock = threading.Lock()
 
 
 def close_all() -> None:
-    """Closes and frees all watches. Waits, a few seconds at most, until threads that wait in one have left it."""
+    """Closes and frees all watches. Waits, a few seconds at most, for threads whose calls on them are returning."""
     with _watches_lock:
         watches = list(_watches)
     for each in watches:

@@ -20,9 +20,9 @@ namespace yusb {
 // be called from any thread.
 YUSB_BUS_EXPORT bool bus_present();
 
-// Waits until the library has handled every event that the bus has reported: after yusb::global_initialize,
-// until every device attached at that time is listed and delivered; on a simulated bus, also until every
-// change made before this call is. If the bus keeps changing, that may never happen. `limit` is how long to
+// Waits until the library has handled every event that the bus has reported. After yusb::global_initialize,
+// every device attached at that time is then listed and delivered; on a simulated bus, so is every change
+// made before this call. If the bus keeps changing, that may never happen. `limit` is how long to
 // wait at most. False if the limit has passed; it always passes if the library is not initialised. May be
 // called from any thread, but not in a handler.
 //
