@@ -22,7 +22,7 @@ using filter = std::function<bool(const known_device&)>;
 //   port=PATH                         its port path: usb1, 1-2, 1-2.3
 //   class=CC                          the class of the device or of one of its interfaces, hexadecimal
 //   interface=CC[/SS[/PP]]            class, subclass and protocol of one of its interfaces, hexadecimal
-//   mode=NAME                         what it is doing, by the names of yusb_details.h
+//   mode=NAME                         what it offers, by the names of yusb_details.h
 //   name=TEXT                         a part of its manufacturer or product string, whatever the case
 //   serial=TEXT                       its whole serial number, as it is or as the programs show it. TEXT
 //                                     extends to the end of the filter, commas included.

@@ -289,9 +289,9 @@ YUSB_EXPORT bool platform_hotplug_stop(_yusb_platform_context* context) noexcept
 
 }  // namespace yusb
 
-// The dynamic loader calls the last two of these when it loads and unloads the library, and each calls one of
-// the first two. They create and destroy nothing. On macOS the library is never unloaded, so
-// _yorvan_usb_dynamic_library_fini runs when the process exits.
+// The dynamic loader calls _yorvan_usb_dynamic_library_init when it loads the library, and ..._fini when it
+// unloads it. They call the other two functions; none creates or destroys anything. On macOS the library is
+// never unloaded, so _yorvan_usb_dynamic_library_fini runs when the process exits.
 YUSB_EXPORT bool yorvan_usb_dynamic_library_initialize() noexcept;
 YUSB_EXPORT void yorvan_usb_dynamic_library_release() noexcept;
 YUSB_EXPORT void _yorvan_usb_dynamic_library_init() noexcept;

@@ -68,7 +68,7 @@ struct usb_details {
 // Returns the details of the device that is attached now at the record's location. The result is empty if
 // that device has other IDs or strings than the record, if the device is gone, or if the process or the
 // system is out of file descriptors or memory. Two devices with equal IDs and strings that are attached to
-// one port in turn cannot be told apart.
+// one port, one after the other, cannot be told apart.
 //
 // It takes no lock of the library and does not access the device, so a handler may call it. The kernel does
 // not return strings while it configures or resets the device: a device that does not respond can block the

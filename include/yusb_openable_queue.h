@@ -40,8 +40,8 @@ struct openable_event {
 // A watch_queue that also reports when each device can be opened. Between the arrival and the removal of a
 // device it reports at most one `openable` or `timed_out`, and exactly one if the device stays attached for
 // the time limit. It never reports a device as openable that is already gone, even if its removal has not
-// been reported yet. After a resync it reports each of its devices again. It does not report devices that a
-// host has listed and the bus does not know.
+// been reported yet. After a resync it reports each of its devices again. For a device that a host has
+// listed and the bus does not know, it reports neither.
 //
 // It starts no thread: next() tests the devices, so reports wait until the client calls next(). Only one
 // thread at a time may call next(); another may call close() meanwhile.

@@ -81,9 +81,9 @@ void add_filter(CLI::App* app, raw_options* raw) {
                   "android, id=VVVV:PPPP, vendor=VVVV,\n"
                   "location=0xNNNNNNNN, port=1-2.3, class=CC,\n"
                   "interface=CC/SS/PP, mode=NAME (see below),\n"
-                  "name=TEXT, serial=TEXT; not: before one negates\n"
-                  "it. Repeat the option to combine filters: a\n"
-                  "device must match all.")
+                  "name=TEXT, serial=TEXT; or 'not:' and one of these\n"
+                  "for all other devices. Repeat the option to\n"
+                  "combine filters: a device must match all.")
       ->type_name("WHICH[,...]")
       ->allow_extra_args(false)
       ->check(check_filter);
@@ -102,7 +102,7 @@ CLI::App* add_list(CLI::App* app, raw_options* raw) {
 }
 
 CLI::App* add_show(CLI::App* app, raw_options* raw) {
-  CLI::App* const show = app->add_subcommand("show", "Print everything known of a device");
+  CLI::App* const show = app->add_subcommand("show", "Print everything that is known about a device");
   show->add_option("DEVICE", raw->selector,
                    "Its port (1-2.3), location (0x1230000) or ID\n(VVVV:PPPP); several devices may match")
       ->check(check_selector);
@@ -111,7 +111,7 @@ CLI::App* add_show(CLI::App* app, raw_options* raw) {
 }
 
 CLI::App* add_watch(CLI::App* app, raw_options* raw) {
-  CLI::App* const watch = app->add_subcommand("watch", "List attached devices, then arrivals and removals");
+  CLI::App* const watch = app->add_subcommand("watch", "List the attached devices, then report changes");
   add_filter(watch, raw);
   add_json(watch, raw);
   add_flag(watch, "--new", &raw->values.only_new, "Leave out the devices that are already attached");

@@ -64,7 +64,7 @@ class _Queue:
             removals_at_close=removals_at_close,
         )
         self._library = _c.library()
-        self._process = os.getpid()  # in a forked child the lock may be held for good
+        self._process = os.getpid()  # in a forked child the lock may stay locked forever
         # Guards what follows; notified when the queue is freed. A signal handler may close a watch of its own thread.
         self._lock = threading.Condition(threading.RLock())
         self._queue: ctypes.c_void_p | None = ctypes.c_void_p()
