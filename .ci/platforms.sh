@@ -26,16 +26,16 @@ architectures=$(dpkg --print-architecture)
 cpu=
 compilers=c++
 packages="cmake ninja-build libcli11-dev nlohmann-json3-dev libfmt-dev pkg-config man-db systemd"
-libraries="libutf8proc-dev libgtest-dev libumockdev-dev umockdev"
+libraries="libutf8proc-dev libgtest-dev libumockdev-dev umockdev libmosquitto-dev mosquitto"
 case $name in
   i386)
     architectures=i386
-    packages="$packages g++ $libraries libmosquitto-dev mosquitto"
+    packages="$packages g++ python3-pytest $libraries"
     ;;
   trixie)
     suite=trixie
     compilers="c++ clang++"
-    packages="$packages g++ clang $libraries"
+    packages="$packages g++ clang python3-pytest $libraries"
     ;;
   arm64 | s390x)
     case $name in

@@ -99,7 +99,9 @@ TEST_F(FleetAgent, OfTwoOfOneNameOneEnds) {
 
   // The older one does not know of its successor before it is connected again.
   network.cut();
-  until(_loop, [&] { return is("lab1", host_state::offline); });
+  until(_loop, [&] {
+    return is("lab1", host_state::offline) && older.log.find("not connected") != std::string::npos;
+  });
   const std::uint64_t published = older.core.published();
   generator devices(5, 3);
   host_agent newer(_loop, named(at, "lab1"), devices);

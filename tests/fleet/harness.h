@@ -115,7 +115,6 @@ inline agent_options named(const broker& at, const std::string& host, const std:
   made.host = host;
   made.machine = machine;
   made.heartbeat = std::chrono::seconds(1);
-  made.rival_limit = std::chrono::milliseconds(300);
   made.newcomer_limit = std::chrono::milliseconds(50);
   return made;
 }
