@@ -250,7 +250,7 @@ void connection::fail(const std::string& reason) {
 void connection::retry(const std::string& reason) {
   drop();
   const auto limit = std::min<std::chrono::milliseconds>(
-      _options.longest_delay, std::chrono::milliseconds(500) * (1U << std::min(_attempts, 10U)));
+      _options.longest_delay, _options.first_delay * (1U << std::min(_attempts, 10U)));
   ++_attempts;
   const auto delay = std::uniform_int_distribution<long long>(0, limit.count())(_random);
   _retry = _loop.after(std::chrono::milliseconds(delay), [this] { connect(); });

@@ -36,6 +36,8 @@ struct connection_options {
   std::string key_file;
   std::string client_id;
   std::chrono::seconds keep_alive{30};  // at least 5
+  // Between attempts: the first limit, which doubles, and the last one.
+  std::chrono::milliseconds first_delay{500};
   std::chrono::milliseconds longest_delay{30000};
   // From the start of the TCP connection to the broker's CONNACK. An idle broker takes milliseconds; one that
   // has just restarted takes seconds for a thousand TLS handshakes, which must not be given up and repeated.

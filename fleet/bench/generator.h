@@ -36,6 +36,8 @@ class generator final : public device_source {
     _attached.erase(name(number));
     report({device_change::kind::removal, name(number), {}, {}});
   }
+  // The device is detached, and only the next reset reports it.
+  void lose(unsigned number) { _attached.erase(name(number)); }
   // Another device replaces this one, and only a reset reports it.
   void reset_with_another(unsigned number) {
     std::string& there = _attached.at(name(number));

@@ -4,9 +4,7 @@
 //
 // PROGRAM is yusb-fleet; each process has a mocked USB bus of DEVICES devices (umockdev-run). Prints one row
 // of the table in docs/performance.md.
-#include <netinet/in.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,7 +13,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <random>
@@ -23,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "broker.h"
 #include "fleet/agent.h"
 #include "fleet/reader.h"
 #include "generator.h"
@@ -53,51 +51,11 @@ double quantile(std::vector<double> values, double part) {
   return values.at(static_cast<std::size_t>(part * static_cast<double>(values.size() - 1)));
 }
 
-// Mosquitto with the shipped limits of its queues.
-class broker {
- public:
-  broker()
-      : _folder(std::filesystem::temp_directory_path() / ("yusb-fleet-load-" + std::to_string(getpid()))) {
-    std::filesystem::create_directory(_folder);
-    const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    bind(descriptor, reinterpret_cast<sockaddr*>(&address), size);
-    getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
-    close(descriptor);
-    _port = ntohs(address.sin_port);
-    std::ofstream(_folder / "conf") << "listener " << _port << " 127.0.0.1\nallow_anonymous true\n"
-                                    << "max_queued_messages 0\nmax_queued_bytes 67108864\nlog_type none\n";
-  }
-  ~broker() {
-    stop();
-    std::filesystem::remove_all(_folder);
-  }
-  void start() {
-    _process = fork();
-    if (_process != 0) return;
-    execlp("mosquitto", "mosquitto", "-c", (_folder / "conf").c_str(), nullptr);
-    _exit(127);
-  }
-  void stop() {
-    kill(_process, SIGKILL);
-    waitpid(_process, nullptr, 0);
-  }
-  pid_t process() const { return _process; }
-  std::filesystem::path folder() const { return _folder; }
-  connection_options client() const {
-    connection_options made;
-    made.broker = {false, "127.0.0.1", _port};
-    return made;
-  }
-
- private:
-  const std::filesystem::path _folder;
-  int _port = 0;
-  pid_t _process = 0;
-};
+connection_options client_of(const broker& at) {
+  connection_options made;
+  made.broker = {false, "127.0.0.1", at.port()};
+  return made;
+}
 
 // A reader on a thread of its own.
 class reading {
@@ -197,9 +155,9 @@ std::string mocked_bus(unsigned devices) {
 
 std::vector<pid_t> start_processes(const broker& at, unsigned count, unsigned devices, const char* program) {
   std::vector<pid_t> made;
-  const std::string bus = at.folder() / "bus.umockdev";
+  const std::string bus = at.file("bus.umockdev");
   std::ofstream(bus) << mocked_bus(devices);
-  const std::string url = "mqtt://127.0.0.1:" + std::to_string(at.client().broker.port);
+  const std::string url = "mqtt://127.0.0.1:" + std::to_string(at.port());
   for (unsigned i = 0; i < count; ++i) {
     made.push_back(fork());
     if (made.back() != 0) continue;
@@ -227,13 +185,15 @@ int main(int argc, char** argv) {
   descriptors.rlim_cur = descriptors.rlim_max;
   setrlimit(RLIMIT_NOFILE, &descriptors);
 
-  broker at;
+  // The shipped limits of its queues.
+  broker at("max_queued_messages 0\nmax_queued_bytes 67108864\nlog_type none\n");
   at.start();
+  const connection_options client = client_of(at);
   loop loop;
   const double before = megabytes(getpid());
   const auto started = clock_type::now();
   std::vector<std::unique_ptr<core>> cores;
-  for (unsigned i = 0; i < hosts; ++i) cores.push_back(std::make_unique<core>(loop, at.client(), i, count));
+  for (unsigned i = 0; i < hosts; ++i) cores.push_back(std::make_unique<core>(loop, client, i, count));
   const auto settled = [&] {
     return std::all_of(cores.begin(), cores.end(),
                        [](const auto& each) { return each->publisher->settled(); });
@@ -250,7 +210,7 @@ int main(int argc, char** argv) {
   const double without = megabytes(getpid());
   for (int i = 0; i < pictures + 1; ++i) {
     reading.reset();
-    reading = std::make_unique<class reading>(at.client(), all);
+    reading = std::make_unique<class reading>(client, all);
     until(
         loop, [&] { return reading->took() != 0; }, "the reader has the whole picture");
     if (i == 0) reader_size = megabytes(getpid()) - without;
@@ -279,10 +239,10 @@ int main(int argc, char** argv) {
 
   // The broker loses everything.
   reading.reset();
-  at.stop();
+  at.end(SIGKILL);
   at.start();
   const auto killed = clock_type::now();
-  reading = std::make_unique<class reading>(at.client(), all);
+  reading = std::make_unique<class reading>(client, all);
   until(
       loop, [&] { return reading->took() != 0; }, "the broker has everything again");
   const double recovered = milliseconds_since(killed);

@@ -5,95 +5,42 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/epoll.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <functional>
-#include <future>
+#include <csignal>
 #include <map>
 #include <string>
-#include <thread>
 
 #include "fleet/loop.h"
 
 namespace yusb::fleet {
 
-// Forwards connections to a port, on a thread of its own.
-class proxy {
+// Forwards the connections of a listening socket to a port.
+class forwarder {
  public:
-  explicit proxy(int target) : _target(local(target)), _listener(socket(AF_INET, SOCK_STREAM, 0)) {
-    sockaddr_in any = local(0);
-    socklen_t size = sizeof any;
-    bind(_listener, reinterpret_cast<sockaddr*>(&any), size);
-    listen(_listener, 10);
-    getsockname(_listener, reinterpret_cast<sockaddr*>(&any), &size);
-    _port = ntohs(any.sin_port);
-    _thread = std::thread([this] {
-      listen_again();
-      _loop.run();
-    });
-  }
-  ~proxy() {
-    _loop.post([this] { _loop.stop(); });
-    _thread.join();
-    for (const auto& [from, to] : _links) close(from);
-    close(_listener);
-  }
-
-  int port() const { return _port; }
-
-  // Forwards nothing, not even that a side has closed its connection: a partition.
-  void cut() {
-    run([this] {
-      for (const auto& [from, to] : _links) _loop.unwatch(from);
-      _loop.unwatch(_listener);
-    });
-  }
-  void heal() {
-    run([this] {
-      for (const auto& [from, to] : _links) watch(from);
-      listen_again();
-    });
-  }
-  // Drops the next message of this topic that the broker sends.
-  void drop_next(const std::string& topic) {
-    run([this, topic] { _dropped = topic; });
-  }
-
- private:
-  // On the thread; returns when it is done.
-  void run(const std::function<void()>& task) {
-    std::promise<void> done;
-    _loop.post([&] {
-      task();
-      done.set_value();
-    });
-    done.get_future().wait();
-  }
-  static sockaddr_in local(int port) {
-    sockaddr_in made{};
-    made.sin_family = AF_INET;
-    made.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    made.sin_port = htons(static_cast<std::uint16_t>(port));
-    return made;
-  }
-  void listen_again() {
-    _loop.watch(_listener, EPOLLIN, [this](std::uint32_t) {
-      const int client = accept(_listener, nullptr, nullptr);
+  forwarder(int listener, const sockaddr_in& target) {
+    std::signal(SIGUSR1, [](int) { _dropping = 1; });
+    _loop.watch(listener, EPOLLIN, [this, listener, target](std::uint32_t) {
+      const int client = accept(listener, nullptr, nullptr);
       const int broker = socket(AF_INET, SOCK_STREAM, 0);
-      if (connect(broker, reinterpret_cast<const sockaddr*>(&_target), sizeof _target) != 0) {
+      if (connect(broker, reinterpret_cast<const sockaddr*>(&target), sizeof target) != 0) {
         close(client);
         close(broker);
         return;
       }
-      _links[client] = broker;
-      _links[broker] = client;
+      link(client, broker);
+      link(broker, client);
       _to_client[broker] = "";
-      watch(client);
-      watch(broker);
     });
+    _loop.run();
   }
-  void watch(int from) {
+
+ private:
+  void link(int from, int to) {
+    _links[from] = to;
     _loop.watch(from, EPOLLIN, [this, from](std::uint32_t) { forward(from); });
   }
   void forward(int from) {
@@ -115,7 +62,7 @@ class proxy {
     send(to, text.data(), text.size(), MSG_NOSIGNAL);
   }
   // Takes the whole packets from `bytes`, and returns them without the one to drop.
-  std::string filtered(std::string& bytes) {
+  static std::string filtered(std::string& bytes) {
     std::string kept;
     for (;;) {
       std::size_t length = 0;
@@ -128,22 +75,66 @@ class proxy {
       const std::string packet = bytes.substr(0, head + length);
       bytes.erase(0, head + length);
       const bool publish = (static_cast<unsigned char>(packet[0]) >> 4U) == 3;
-      if (publish && !_dropped.empty() && packet.find(_dropped) != std::string::npos)
-        _dropped.clear();
+      if (_dropping != 0 && publish && packet.find("/device/") != std::string::npos)
+        _dropping = 0;
       else
         kept += packet;
     }
   }
 
-  const sockaddr_in _target;
-  const int _listener;
-  int _port = 0;
-  // Of the thread.
+  static inline volatile std::sig_atomic_t _dropping = 0;
   loop _loop;
   std::map<int, int> _links;              // descriptors, both ways
   std::map<int, std::string> _to_client;  // by the broker's: the bytes of a packet that is not whole
-  std::string _dropped;
-  std::thread _thread;
+};
+
+// A forwarder in a process of its own, which is stopped for a partition.
+class proxy {
+ public:
+  explicit proxy(int target) {
+    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in any = local(0);
+    socklen_t size = sizeof any;
+    bind(listener, reinterpret_cast<sockaddr*>(&any), size);
+    listen(listener, 10);
+    getsockname(listener, reinterpret_cast<sockaddr*>(&any), &size);
+    _port = ntohs(any.sin_port);
+    _process = fork();
+    if (_process == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      forwarder(listener, local(target));
+    }
+    close(listener);
+  }
+  ~proxy() {
+    kill(_process, SIGKILL);
+    waitpid(_process, nullptr, 0);
+  }
+  proxy(const proxy&) = delete;
+  proxy& operator=(const proxy&) = delete;
+
+  int port() const { return _port; }
+
+  // Forwards nothing, not even that a side has closed its connection: a partition.
+  void cut() const {
+    kill(_process, SIGSTOP);
+    waitpid(_process, nullptr, WUNTRACED);
+  }
+  void heal() const { kill(_process, SIGCONT); }
+  // Drops the next message of a device topic that the broker sends.
+  void drop_next_device() const { kill(_process, SIGUSR1); }
+
+ private:
+  static sockaddr_in local(int port) {
+    sockaddr_in made{};
+    made.sin_family = AF_INET;
+    made.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    made.sin_port = htons(static_cast<std::uint16_t>(port));
+    return made;
+  }
+
+  int _port = 0;
+  pid_t _process = 0;
 };
 
 }  // namespace yusb::fleet

@@ -4,6 +4,7 @@ Python itself must run with umockdev's preloaded library, which its functions ne
 YUSB are the programs, and YUSB_PRELOAD is what a program preloads that sees a mocked bus.
 """
 import ctypes
+import json
 import os
 import pathlib
 import signal
@@ -166,8 +167,10 @@ class Lab:
 
     def topics(self):
         """A client that prints each message as TOPIC PAYLOAD."""
-        port = self.url.rpartition(':')[2]
-        return self.start('mosquitto_sub', '-p', port, '-v', '-t', 'yusb/#')
+        return self.start('mosquitto_sub', '-L', f'{self.url}/yusb/#', '-v')
+
+    def publish(self, topic, payload):
+        subprocess.run(['mosquitto_pub', '-L', f'{self.url}/yusb/{topic}', '-r', '-m', json.dumps(payload)], check=True)
 
 
 def run(*command, **options):

@@ -76,12 +76,14 @@ def test_tells_the_states_of_hosts_apart(lab, fleet):
     row = next(line for line in run(*lab.command('list'))[1].splitlines() if 'B2' in line)
     assert row.split()[1] == 'offline', 'its devices are as last known'
     assert run(*lab.command('wait', '--filter', 'serial=B2', '--timeout', '100ms'))[0] == 3, 'only where it is online'
+    assert run(*lab.command('wait', '--gone', '--filter', 'serial=B2', '--timeout', '100ms'))[0] == 3, 'not known to be gone'
 
     status, _, said = run(*lab.command('forget', 'lab1'))
     assert status == 1 and 'online' in said
     assert run(*lab.command('forget', 'lab9'))[0] == 1
-    assert run(*lab.command('forget', 'lab2')) == (0, '', '')
-    assert 'lab2' not in run(*lab.command('list'))[1]
+    lab.publish('lab2/device/x', {'not': 'of an agent'})
+    assert run(*lab.command('forget', 'lab2'))[0] == 0
+    assert 'lab2' not in ''.join(run(*lab.command('list'))[1:])
 
     fleet.broker.kill()
     status, printed, said = run(*lab.command('list'))
@@ -92,12 +94,20 @@ def test_tells_the_states_of_hosts_apart(lab, fleet):
     assert '"removal"' not in watch.end(signal.SIGTERM)[1]
 
 
-def test_skips_what_no_agent_has_published(lab, fleet):
-    for topic, payload in [('lab1/device/x', '{"schema":1}'), ('lab7/status', 'online'), ('lab7/x/y/z', 'x')]:
-        assert run('mosquitto_pub', '-p', lab.url.rpartition(':')[2], '-r', '-t', f'yusb/{topic}', '-m', payload)[0] == 0
+def test_reports_the_host_whose_devices_the_broker_does_not_send(lab):
+    lab.broker()
+    # The agents of the first two were killed between two messages.
+    for host, state in ('lab1', 'offline'), ('lab2', 'restoring'), ('lab3', 'online'):
+        lab.publish(f'{host}/status', {'schema': 1, 'host': host, 'state': state, 'start': '1', 'heartbeat': 60})
+        lab.publish(f'{host}/inventory', {'schema': 1, 'devices': 2, 'digest': '0' * 16})
+        lab.publish(f'{host}/device/0x1', {'schema': 1, 'vendor_id': '18d1', 'product_id': '4ee7', 'location': '0x1'})
     status, printed, said = run(*lab.command('list', '--json'))
-    assert status == 0 and 'skipped: yusb/lab7/status' in said
-    assert {each['host'] for each in objects(printed) if each.get('port')} == {'lab1', 'lab2'}
+    assert status == 1 and said.count('incomplete') == 1 and 'host lab3 is incomplete' in said
+    assert {each['host'] for each in objects(printed) if 'location' in each} == {'lab1', 'lab2'}
+    metrics = lab.folder / 'yusb.prom'
+    assert run(*lab.command('metrics', metrics, '--once'))[0] == 1
+    assert 'yusb_fleet_complete{host="lab3"} 0' in metrics.read_text()
+    assert 'yusb_fleet_devices{host="lab3"}' not in metrics.read_text()
 
 
 def test_writes_metrics_for_prometheus(lab, fleet):
