@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -18,12 +19,32 @@
 
 namespace yusb::fleet {
 
+inline sockaddr_in loopback(int port) {
+  sockaddr_in made{};
+  made.sin_family = AF_INET;
+  made.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  made.sin_port = htons(static_cast<std::uint16_t>(port));
+  return made;
+}
+
+// Returns a socket that is bound to a free port.
+inline int bound_socket(int* port) {
+  const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address = loopback(0);
+  socklen_t size = sizeof address;
+  bind(descriptor, reinterpret_cast<sockaddr*>(&address), size);
+  getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
+  *port = ntohs(address.sin_port);
+  return descriptor;
+}
+
 class broker {
  public:
   // `settings` are lines of its configuration. A database, if they ask for one, is in its folder.
   explicit broker(const std::string& settings) {
     char folder[] = "/tmp/yusb-fleet-XXXXXX";
     _folder = mkdtemp(folder);
+    close(bound_socket(&_port));
     std::filesystem::permissions(_folder, std::filesystem::perms::all);  // it may drop its privileges
     std::ofstream(file("conf")) << "listener " << _port << " 127.0.0.1\nallow_anonymous true\n"
                                 << "persistence_location " << _folder.string() << "/\n"
@@ -57,19 +78,7 @@ class broker {
   std::filesystem::path file(const char* name) const { return _folder / name; }
 
  private:
-  static int free_port() {
-    const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    bind(descriptor, reinterpret_cast<sockaddr*>(&address), size);
-    getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
-    close(descriptor);
-    return ntohs(address.sin_port);
-  }
-
-  const int _port = free_port();
+  int _port = 0;
   std::filesystem::path _folder;
   pid_t _process = 0;
 };

@@ -2,7 +2,6 @@
 #ifndef TESTS_FLEET_PROXY_H_
 #define TESTS_FLEET_PROXY_H_
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/epoll.h>
 #include <sys/prctl.h>
@@ -14,6 +13,7 @@
 #include <map>
 #include <string>
 
+#include "fleet/bench/broker.h"
 #include "fleet/loop.h"
 
 namespace yusb::fleet {
@@ -92,17 +92,12 @@ class forwarder {
 class proxy {
  public:
   explicit proxy(int target) {
-    const int listener = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in any = local(0);
-    socklen_t size = sizeof any;
-    bind(listener, reinterpret_cast<sockaddr*>(&any), size);
+    const int listener = bound_socket(&_port);
     listen(listener, 10);
-    getsockname(listener, reinterpret_cast<sockaddr*>(&any), &size);
-    _port = ntohs(any.sin_port);
     _process = fork();
     if (_process == 0) {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
-      forwarder(listener, local(target));
+      forwarder(listener, loopback(target));
     }
     close(listener);
   }
@@ -125,14 +120,6 @@ class proxy {
   void drop_next_device() const { kill(_process, SIGUSR1); }
 
  private:
-  static sockaddr_in local(int port) {
-    sockaddr_in made{};
-    made.sin_family = AF_INET;
-    made.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    made.sin_port = htons(static_cast<std::uint16_t>(port));
-    return made;
-  }
-
   int _port = 0;
   pid_t _process = 0;
 };

@@ -4,16 +4,7 @@
 namespace yusb::fleet {
 namespace {
 
-class FleetReader : public Fleet {
- protected:
-  void publish(const std::string& topic, const std::string& payload) {
-    _reader->broker().publish({"yusb/" + topic, payload, true});
-  }
-  std::size_t devices(const std::string& host) const {
-    const auto found = _reader->hosts().find(host);
-    return found == _reader->hosts().end() ? 0 : found->second.devices.size();
-  }
-};
+class FleetReader : public Fleet {};
 
 TEST_F(FleetReader, CallsAHostStaleThatMissesItsHeartbeats) {
   agent_options options = named("lab1");
@@ -32,23 +23,6 @@ TEST_F(FleetReader, CallsAHostStaleThatMissesItsHeartbeats) {
   EXPECT_EQ(_states["lab1"], std::set<host_state>{host_state::stale});
   agent.signal(SIGCONT);
   until(_loop, [&] { return is("lab1", host_state::online); });
-}
-
-// Their agents were cut off before they published a status.
-TEST_F(FleetReader, HasTheDevicesOfEveryHostWhenItIsComplete) {
-  read();
-  until(_loop, [&] { return _reader->complete(); });
-  const std::string name = generator::name(0);
-  const std::string payload = generator(1).next()->devices.begin()->second;
-  for (const char* const host : {"lab1", "lab2", "lab3"}) {
-    publish(std::string(host) + "/device/" + name, payload);
-    publish(std::string(host) + "/inventory", to_payload(inventory{{}, 1, digest(name, payload), 0, 0}));
-  }
-  until(_loop, [&] { return devices("lab3") == 1; });
-  _shown_when_complete.clear();
-  read();
-  until(_loop, [&] { return _reader->complete(); });
-  EXPECT_EQ(_shown_when_complete.size(), 3U);
 }
 
 TEST_F(FleetReader, ReadsAgainWhatTheBrokerDropped) {
@@ -82,7 +56,7 @@ TEST_F(FleetReader, SkipsWhatIsNotOfAnAgent) {
                                     large.c_str(), numbers.c_str()}) {
     for (const char* const topic : {"other/device/x", "lab1/device/x", "lab1/device/0x1000001", "lab1/status",
                                     "lab1/inventory", "lab1/sync"})
-      publish(topic, payload);
+      _reader->broker().publish({std::string("yusb/") + topic, payload, true});
   }
   devices.attach(7);
   until(_loop, [&] { return whole("lab1", devices.truth("lab1")) && agent.core.settled(); });

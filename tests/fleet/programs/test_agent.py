@@ -82,7 +82,6 @@ def test_keeps_its_password_to_itself(lab, bus, place):
 
 
 @pytest.mark.parametrize('arguments, message', [
-    (['agent'], '--broker'),
     (['agent', '--broker', 'http://x'], "'http://x' is not mqtt"),
     (['agent', '--broker', 'mqtt://lab1:s3cret@x'], "an address with '@' is not mqtt"),
     (['agent', '--broker', 'mqtt://x', '--filter', 'mode=nonsense'], 'nonsense'),
@@ -94,8 +93,6 @@ def test_keeps_its_password_to_itself(lab, bus, place):
     (['agent', '--broker', 'mqtts://x', '--cert', '/dev/null'], '--key'),
     (['agent', '--broker', 'mqtts://x', '--ca', '/nonexistent'], '/nonexistent'),
     (['wait', '--broker', 'mqtt://x', '--timeout', 'soon'], "'soon' is not a duration"),
-    (['forget', '--broker', 'mqtt://x'], 'HOST'),
-    (['nonsense'], 'nonsense'),
 ])
 def test_rejects_a_wrong_command_line(arguments, message):
     status, printed, said = run(FLEET, *arguments)

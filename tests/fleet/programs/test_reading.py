@@ -66,6 +66,8 @@ def test_watch_and_wait_follow_a_phone_from_host_to_host(lab, fleet):
     assert (status, json.loads(printed)['host'], json.loads(printed)['serial_number']) == (0, 'lab3', 'A1')
     watch.line('"lab3"', '"arrival"', '"initial":false')
     assert watch.end(signal.SIGINT)[0] == 0
+    lab.publish('lab4/status', {'schema': 1, 'host': 'lab4', 'state': 'restoring', 'start': '1'})
+    assert run(*lab.command('wait', '--gone', '--filter', 'serial=A2', '--timeout', '1s'))[0] == 3, 'it may be at lab4'
 
 
 def test_tells_the_states_of_hosts_apart(lab, fleet):
