@@ -1,7 +1,4 @@
 // Details on the Linux bus, with umockdev's mocked sysfs; and the parser of descriptors.
-#include <sys/resource.h>
-#include <unistd.h>
-
 #include <yusb_location.h>
 
 #include "bus/descriptors.h"
@@ -37,26 +34,14 @@ TEST(LinuxDetailsDescriptors, AreReadUpToTheFirstWhoseLengthCannotBe) {
   const bytes first = "090400000008065000"_hex, second = "090401000003000000"_hex;
   const bytes start = configuration(1) + first;
   EXPECT_EQ(interfaces(start + "0724"_hex + bytes(5, 4) + second), "0:8 1:3 ") << "others are skipped";
-  EXPECT_EQ(interfaces(start + second + configuration(2) + "090402000003000000"_hex), "0:8 1:3 ");
-  EXPECT_EQ(interfaces(configuration(2) + second + start), "0:8 ");
   for (const bytes& junk : {bytes(2, 0), "0104"_hex, "C804"_hex, "08"_hex})
     EXPECT_EQ(interfaces(start + junk + second).substr(0, 4), "0:8 ") << junk;
-  EXPECT_EQ(interfaces(start + second.substr(0, 8)), "0:8 ");
   EXPECT_EQ(interfaces(start + "0804010000030000"_hex), "0:8 ") << "too short for an interface";
   EXPECT_EQ(interfaces("0802120001010080"_hex + first), "none") << "too short for a configuration";
-  EXPECT_EQ(interfaces(""), "none");
-  EXPECT_EQ(find_configuration(device + start + configuration(2), 0).value().interfaces.size(), 1u)
-      << "the first";
-
   EXPECT_EQ(interfaces(configuration(1) + "090400010001000000"_hex + "090400000002000000"_hex + first),
             "0:2 ")
       << "alternate setting 0, once";
-  bytes large = configuration(1);
-  while (large.size() < 65536) large += "FF24"_hex + bytes(253, 4);
-  EXPECT_EQ(interfaces(large + second), "1:3 ");
-
   EXPECT_FALSE(parse_device_descriptor(device.substr(0, 17)).has_value());
-  EXPECT_FALSE(parse_device_descriptor("11"_hex + device.substr(1)).has_value());
 }
 
 struct LinuxDetails : MockedSysfs {
@@ -113,10 +98,7 @@ TEST_F(LinuxDetails, AreWhatSysfsHoldsOfTheDevice) {
   EXPECT_EQ(std::tie(found->speed, found->max_power, found->configurations, found->active_configuration),
             std::tuple(5000.0, 250 * 8, 2, 2));
   EXPECT_EQ(std::tie(found->manufacturer, found->product_name, found->serial_number),
-            std::tuple("caf\xC3\xA9",
-                       "\xE4\xB8\xAD"
-                       "A",
-                       "0A1B"));
+            std::tuple("caf\u00E9", "\u4E2DA", "0A1B"));
   ASSERT_EQ(found->interfaces.size(), 2u);
   const usb_interface& adb = found->interfaces[0];
   EXPECT_EQ(std::tie(adb.number, adb.class_code, adb.subclass, adb.protocol, adb.name, adb.driver),
@@ -133,53 +115,17 @@ TEST_F(LinuxDetails, AreThoseOfTheRecordsDeviceOnly) {
   EXPECT_EQ(std::tie(found->speed, found->active_configuration, found->max_power), std::tuple(1.5, 0, 500));
   EXPECT_EQ(found->manufacturer, "");
 
-  YUsbInfoDevice other = same;
-  for (const auto change :
-       {&YUsbInfoDevice::setVendorID, &YUsbInfoDevice::setProductID, &YUsbInfoDevice::setRevisedID}) {
-    other = same;
-    (other.*change)(1);
-    EXPECT_FALSE(details_of(record_key(other)).has_value());
-  }
+  YUsbInfoDevice successor = same;
+  successor.setRevisedID(1);
+  EXPECT_FALSE(details_of(record_key(successor)).has_value());
   for (const auto change :
        {&YUsbInfoDevice::setDescribe, &YUsbInfoDevice::setSerialNumber, &YUsbInfoDevice::setLocation}) {
-    for (const char* const text : {"", "Sx", "0x1200000", "1100000", "0x110000000", "0x1010000"}) {
-      other = same;
-      (other.*change)(text);
-      EXPECT_FALSE(details_of(record_key(other)).has_value()) << text;
-    }
+    YUsbInfoDevice other = same;
+    (other.*change)("0x1200000");
+    EXPECT_FALSE(details_of(record_key(other)).has_value());
   }
   umockdev_testbed_set_attribute(bed.get(), "/sys/devices/1-1", "devnum", "");
   EXPECT_FALSE(details_of(record_key(same)).has_value()) << "it is leaving";
-}
-
-TEST_F(LinuxDetails, AreCompleteOrAnErrorWhenOutOfDescriptors) {
-  plug("1-1", {"serial=S\\n", "bConfigurationValue=1\\n"});
-  const record_key wanted = key("1-1", {"", "", "S"});
-  rlimit before;
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  const rlimit lowered = {64, before.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lowered), 0);
-  std::vector<int> taken;
-  for (int made; (made = dup(0)) >= 0;) taken.push_back(made);
-  std::vector<std::optional<usb_details>> found(8);  // umockdev's thread may hold some
-  std::vector<std::error_code> errors(found.size());
-  for (std::size_t left = 0; left < found.size(); ++left) {
-    found[left] = linux_details(wanted, errors[left]);
-    close(taken.back());
-    taken.pop_back();
-  }
-  for (const int each : taken) close(each);
-  setrlimit(RLIMIT_NOFILE, &before);
-
-  // Checked only now, because a sanitizer needs descriptors to check types.
-  int complete = 0;
-  for (std::size_t left = 0; left < found.size(); ++left) {
-    EXPECT_EQ(errors[left], found[left].has_value() ? std::errc{} : std::errc::too_many_files_open) << left;
-    if (!found[left].has_value()) continue;
-    EXPECT_EQ(found[left]->serial_number + found[left]->device_node, "S/dev/bus/usb/001/007");
-    ++complete;
-  }
-  EXPECT_TRUE(complete > 0 && complete < 8);
 }
 
 TEST_F(LinuxDetails, AreFoundForALocationMadeFromAHash) {

@@ -51,22 +51,20 @@ struct LinuxDevice : MockedBus {
 TEST_F(LinuxDevice, AnswersWithStringsFromTheKernelsCache) {
   std::string full;
   for (int i = 0; i < 127; ++i) full += "中";
-  plug("1-1", 5, {" \xC3\xA9\xF0\x9F\x98\x80\nx\n", "no newline\xFF", full + "\n"});
+  plug("1-1", 5, {" \xC3\xA9\xF0\x9F\x98\x80\nx\n", "\xED\xA0\x80", full + "\n"});
   changes();
   EXPECT_EQ(ask(7), status_ok);
   EXPECT_EQ(reply, std::string("\x0E\x03 \0\xE9\0\x3D\xD8\0\xDE\n\0x\0", 14));
-  EXPECT_EQ(ask(8, 5), status_ok);
-  EXPECT_EQ(reply, std::string("\x18\x03n\0o", 5));
+  EXPECT_EQ(ask(7, 5), status_ok);
+  EXPECT_EQ(reply.size(), 5u);
+  EXPECT_EQ(ask(8), status_ok);
+  EXPECT_EQ(reply, "\x08\x03\xFD\xFF\xFD\xFF\xFD\xFF") << "a surrogate in UTF-8 is three invalid bytes";
   EXPECT_EQ(ask(9), status_ok);
   EXPECT_EQ(reply.size(), 254u);
   plug("1-2", 6, {std::string(125, 'x') + "\U0001F600\n"});
   changes();
   EXPECT_EQ(ask(7), status_ok);
   EXPECT_EQ(reply.size(), 252u) << "half a pair of surrogates is no character";
-  plug("1-3", 7, {"\xED\xA0\x80\n"});
-  changes();
-  EXPECT_EQ(ask(7), status_ok);
-  EXPECT_EQ(reply, "\x08\x03\xFD\xFF\xFD\xFF\xFD\xFF") << "a surrogate in UTF-8 is three invalid bytes";
 }
 
 TEST_F(LinuxDevice, AsksTheDeviceItselfForWhatTheCacheLacks) {
