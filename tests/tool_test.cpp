@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <future>
 
 #include "commands.h"
 #include "known_devices.h"
@@ -14,32 +13,6 @@
 
 using namespace yusb::tool;
 using testing::IsSubstring;
-
-// Reports nothing for a descriptor without requested events, as on macOS.
-extern "C" int poll(pollfd* watched, nfds_t count, int limit) {
-  std::vector<pollfd> asked(watched, watched + count);
-  for (pollfd& each : asked) each.fd = each.events == 0 ? -1 : each.fd;
-  const timespec time{limit / 1000, limit % 1000 * 1000000L};
-  const int ready = ppoll(asked.data(), count, limit < 0 ? nullptr : &time, nullptr);
-  for (nfds_t i = 0; i < count; ++i) watched[i].revents = asked[i].revents;
-  return ready;
-}
-
-TEST(ToolStopSignal, ReportsThatTheReaderClosedThePipe) {
-  stop_signal stop;
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  std::promise<void> reported;
-  std::thread waiting([&] {
-    stop.wait(ends[1]);
-    reported.set_value();
-  });
-  close(ends[0]);
-  EXPECT_EQ(reported.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
-  stop.request();
-  waiting.join();
-  close(ends[1]);
-}
 
 TEST(ToolStopSignal, LeavesAnIgnoredInterruptIgnored) {
   const auto previous = std::signal(SIGINT, SIG_IGN);
@@ -90,66 +63,45 @@ TEST(ToolKnownDevices, GivesARemovalTheDetailsOfItsArrival) {
   }
   std::string ports;
   for (int i = 0; i < 2; ++i) {
-    for (const auto kind :
-         {yusb::openable_kind::arrival, yusb::openable_kind::timed_out, yusb::openable_kind::removal}) {
+    for (const auto kind : {yusb::openable_kind::arrival, yusb::openable_kind::removal}) {
       const auto events = known.apply({kind, record, {}}, {}, false);
       ASSERT_EQ(events.size(), 1u);
       ports += port_path(events.front().device) + " ";
     }
   }
-  EXPECT_EQ(ports, "1-1 1-1 1-1 1-2 1-2 1-2 ");
+  EXPECT_EQ(ports, "1-1 1-1 1-2 1-2 ");
 }
 
 TEST(ToolScenario, ReadsEachKindOfLine) {
   std::string error;
   const auto read = parse_scenario(
       "\xEF\xBB\xBF"
-      "attach 1-1 1:1\r\n\thub 1-2 1:2 # a hub\n"
+      "attach 1-1 1:1\r\n\thub 1-2 1:2 # a hub\nattach 1-20 1:3\nhub 1-2.1 1:4\nattach 1-2.1.4 1:5\n"
       "attach 1-2.4 05ac:12A8 serial=\"\\\"\\\\\\xE9#\u00E9\" release=0x102 speed=1.5 class=EF/02/01 "
-      "interface=ff/42/01 interface=06/01/01:\"MTP\" openable=never\nwait 1s",
+      "interface=ff/42/01 interface=06/01/01:\"MTP\" openable=never\nwait 1s\ndetach 1-2\nattach 1-2 1:6",
       "lab", &error);
   ASSERT_TRUE(read) << error;
-  EXPECT_EQ(read->opening(), 3u);
-  EXPECT_EQ(read->steps.back().duration, std::chrono::seconds(1));
-  const scenario_device& phone = read->devices[2];
-  EXPECT_EQ(std::tie(phone.vendor, phone.product, phone.release, phone.location),
-            std::make_tuple(0x05AC, 0x12A8, 0x0102, 0x01240000u));
+  EXPECT_EQ(read->opening(), 6u);
+  EXPECT_EQ(read->steps.at(6).duration, std::chrono::seconds(1));
+  const scenario_device& phone = read->devices.at(5);
+  EXPECT_EQ(std::tie(phone.path, phone.location, phone.vendor, phone.product, phone.release),
+            std::make_tuple("1-2.4", 0x01240000u, 0x05AC, 0x12A8, 0x0102));
   EXPECT_EQ(phone.serial_number, "\"\\\u00E9#\u00E9");
-  EXPECT_EQ(std::tie(phone.path, phone.speed, phone.class_code, phone.openable_after),
-            std::make_tuple("1-2.4", 1.5, 0xEF, std::nullopt));
-  ASSERT_EQ(phone.interfaces.size(), 2u);
-  EXPECT_EQ(std::tie(phone.interfaces[1].number, phone.interfaces[1].protocol, phone.interfaces[1].name),
-            std::make_tuple(1, 1, "MTP"));
-}
-
-TEST(ToolScenario, DetachesWhatIsBehindAHubFirst) {
-  std::string error;
-  const auto read = parse_scenario(
-      "attach 1-1 1:1\nhub 1-2 1:2\nattach 1-20 1:3\nhub 1-2.1 1:4\nattach 1-2.1.4 1:5\n"
-      "detach 1-2\nattach 1-2 1:6",
-      "lab", &error);
-  ASSERT_TRUE(read) << error;
+  EXPECT_EQ(std::tie(phone.speed, phone.class_code, phone.openable_after),
+            std::make_tuple(1.5, 0xEF, std::nullopt));
+  EXPECT_EQ(phone.interfaces.at(1).name, "MTP");
   std::string detached;
   for (const step& each : read->steps)
-    if (each.what == step::detach) detached += std::to_string(read->devices[each.device].product);
-  EXPECT_EQ(detached, "542");
+    if (each.what == step::detach) detached += read->devices.at(each.device).path + " ";
+  EXPECT_EQ(detached, "1-2.4 1-2.1.4 1-2.1 1-2 ") << "what is behind a hub leaves first";
+  EXPECT_EQ(read->devices.back().location, 0x01200000u) << "free again";
 }
 
 TEST(ToolScenario, SaysWhatIsWrongAndWhere) {
   const std::pair<std::string, const char*> cases[] = {
       {"plug 1-1 1:1", "'plug' is not one of"},
-      {"attach 1-1 12345:1", "not VVVV:PPPP"},
-      {"attach 1-1 1:1 x", "'x' is not FIELD=VALUE"},
-      {"attach 1-1 1:1 colour=\"x\"", "'colour' is not one of"},
-      {"attach 1-1 1:1 serial=\"\\q\"", "'\\q'"},
-      {"attach 1-1 1:1 serial=\"\xFF\"", "not UTF-8"},
       {"attach 1-1 1:1 serial=\"" + std::string(127, 'x') + "\"", "has 127"},
       {"attach 1-1 1:1 interface=ff/42", "not CC/SS/PP"},
-      {"attach 1-1 1:1 interface=ff/42/01:MTP", "in quotes"},
-      {"attach 1-1 1:1 speed=11", "'11' is not one of 1.5"},
-      {"attach 1-1 1:1 openable=soon", "neither 'never'"},
-      {"attach 1-1 1:1 speed=12 speed=12", "given twice"},
-      {"wait 1s 2s", "unexpected '2s'"},
       {"attach 1-1 1:1\nattach 1-1 1:1", "already"},
       {"attach 1-1 1:1\nattach 1-1.1 1:1", "is not a hub"},
       {"attach 1-2.1 1:1", "no hub is attached at 1-2"},
