@@ -14,16 +14,10 @@ TEST(Apple, ANotificationIsArmedOnceByReadingItsIteratorToTheEnd) {
     CFRunLoopAddSource(loop, IONotificationPortGetRunLoopSource(port), kCFRunLoopDefaultMode);
     int calls = 0;
     io_iterator_t iterator = IO_OBJECT_NULL;
-    bus.plug(make_device(1, 1, 1));
-    EXPECT_EQ(IOServiceAddMatchingNotification(
-                  port, kIOFirstMatchNotification, IOServiceMatching("IOUSBDevice"),
-                  [](void* counted, io_iterator_t) { ++*static_cast<int*>(counted); }, &calls, &iterator),
+    const auto count = [](void* counted, io_iterator_t) { ++*static_cast<int*>(counted); };
+    EXPECT_EQ(IOServiceAddMatchingNotification(port, kIOFirstMatchNotification,
+                                               IOServiceMatching("IOUSBDevice"), count, &calls, &iterator),
               KERN_SUCCESS);
-    const auto drain = [iterator] {
-      int devices = 0;
-      for (; const io_service_t service = IOIteratorNext(iterator); ++devices) IOObjectRelease(service);
-      return devices;
-    };
     const auto calls_after_another_device = [&] {
       bus.plug(make_device(1, 1, 1));
       CFRunLoopStop(loop);  // too early, so it is lost
@@ -36,12 +30,9 @@ TEST(Apple, ANotificationIsArmedOnceByReadingItsIteratorToTheEnd) {
       return calls;
     };
     EXPECT_EQ(calls_after_another_device(), 0) << "never read";
-    IOObjectRelease(IOIteratorNext(iterator));
-    EXPECT_EQ(calls_after_another_device(), 0) << "not read to the end";
-    EXPECT_EQ(drain(), 2);
+    while (const io_service_t service = IOIteratorNext(iterator)) IOObjectRelease(service);
     EXPECT_EQ(calls_after_another_device(), 1);
     EXPECT_EQ(calls_after_another_device(), 1) << "not read since";
-    EXPECT_EQ(drain(), 2);
     IOObjectRelease(iterator);
     IONotificationPortDestroy(port);
     CFRunLoopRun();  // returns at once: no source is left

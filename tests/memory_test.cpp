@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <yusb_openable_queue.h>
 #include <yusb_watcher.h>
 
 #include <new>
@@ -63,7 +62,7 @@ struct world {
   const yusb::watch_callback callback = [](auto&, auto) {};
   const yusb::device_visitor visitor = [](auto&) { return true; };
   std::optional<yusb::watcher> watcher;
-  std::optional<yusb::watch_queue> queue, overflowed;
+  std::optional<yusb::watch_queue> queue;
 
   world() {
     bus.plug(make_device(1, 2, 0x100));
@@ -71,7 +70,6 @@ struct world {
     yusb::common_device_append(pods);
     watcher.emplace(callback, filter, yusb::watch_end::removals);
     queue.emplace();
-    overflowed.emplace(yusb::device_filter(), 0);
   }
 
   void start() {
@@ -82,7 +80,7 @@ struct world {
   }
 
   void release() {
-    watcher.reset(), queue.reset(), overflowed.reset();
+    watcher.reset(), queue.reset();
     yusb::global_release();
   }
 
@@ -152,12 +150,10 @@ TEST(Memory, EndsEachCallAsTheHeadersSay) {
       {"its end", [](world& w) { context_notify_object_remove(w.context, &w.client); }, "terminates"},
       {"device_traverse", [](world& w) { device_traverse(nullptr, w.visitor); }, "terminates"},
       {"device_is_exist", [](world& w) { device_is_exist(nullptr, w.pods); }, ""},
-      {"device_is_apple", [](world& w) { device_is_apple(w.pods); }, "terminates"},
       {"device_is_airpods", [](world& w) { device_is_airpods(w.pods); }, "terminates"},
       {"device_is_android", [](world& w) { device_is_android(w.pods); }, "terminates, throws, terminates"},
       {"airpods_traverse", [](world& w) { airpods_traverse(nullptr, w.visitor); }, "terminates"},
       {"a serial number", [](world& w) { airpods_get_serial_number(w.pods); }, "throws"},
-      {"a record", [](world& w) { YUsbInfoDevice(w.pods).setFactory(w.pods.describe()); }, ""},
       {"entering the set", [](world& w) { common_object_remove(w.context), common_object_append(w.context); },
        "terminates"},
       {"an arrival",
@@ -182,17 +178,11 @@ TEST(Memory, EndsEachCallAsTheHeadersSay) {
       {"a line", [](world& w) { YLog::output(EYORVAN_LOG_LEVEL_INFO, "%s%d", w.line.c_str() + 1, 1); }, ""},
       {"a long line", [](world& w) { YLog::output(EYORVAN_LOG_LEVEL_INFO, "%s", w.long_line.c_str()); },
        "returns"},
-      {"a text", [](world&) { YString("text"); }, "throws"},
-      {"its copy", [](world& w) { (YString(w.pods.factory()) = w.pods.describe()).contains(""); }, ""},
-      {"a filter", [](world& w) { w.filter(w.pods); }, ""},
       {"a watcher", [](world& w) { watcher(w.callback, w.filter); }, "throws, terminates"},
       {"its end", [](world& w) { w.watcher->stop(); }, ""},
       {"a queue", [](world&) { watch_queue(); }, "throws, terminates"},
       {"its end", [](world& w) { w.queue->close(); }, ""},
-      {"an event", [](world& w) { w.queue->next(std::chrono::milliseconds(0)); }, ""},
-      {"a resync", [](world& w) { w.overflowed->next(std::chrono::milliseconds(0)); }, "throws"},
-      {"the bus", [](world&) { bus_present(), bus_settle(); }, ""},
-      {"a device", [](world& w) { w.bus.plug({}); }, "throws"}};
+      {"an event", [](world& w) { w.queue->next(std::chrono::milliseconds(0)); }, ""}};
   for (const auto& [name, call, expected] : calls) EXPECT_EQ(outcomes(call), expected) << name;
   const use read_a_device = [](world& w) { w.release(), w.start(), global_release(); };
   EXPECT_EQ(outcomes(read_a_device, on::other_threads), "terminates") << "the monitor thread";
@@ -203,39 +193,6 @@ TEST(Memory, LeavesTheRestWorkingWhenOneAllocationFails) {
   for (const own_allocation& failing : own_allocations) {
     EXPECT_EXIT(fail_allocation(failing), testing::ExitedWithCode(0), "") << failing.of;
   }
-}
-
-struct MemoryQueue : Library {};
-
-TEST_F(MemoryQueue, KeepsAResyncThatCouldNotBeCopied) {
-  yusb::watch_queue queue({}, 0);
-  append({"a"});
-  begin_failing(on::this_thread, 1, false);
-  EXPECT_THROW(queue.next(std::chrono::milliseconds(0)), std::bad_alloc);
-  EXPECT_EQ(queue.next(std::chrono::milliseconds(0)).value().devices.size(), 1u);
-}
-
-TEST_F(MemoryQueue, LosesNoEventOfAnOpenableQueue) {
-  bus.plug(make_device(0x18D1, 0x4EE7, 0x01100000));
-  settle();
-  int failures = 0;
-  for (bool failed = true; failed; ++failures) {
-    yusb::openable_queue queue;
-    std::optional<yusb::openable_event> event;
-    begin_failing(on::this_thread, failures + 1, false);
-    for (int calls = 0; calls < 2 && !event; ++calls) {
-      try {
-        event = queue.next(std::chrono::milliseconds(0));
-      } catch (const std::bad_alloc&) {
-      }
-    }
-    failed = end_failing();
-    ASSERT_TRUE(event && event->kind == yusb::openable_kind::arrival) << failures;
-    event = queue.next(kPatience);
-    ASSERT_TRUE(event && event->kind == yusb::openable_kind::openable) << failures;
-    EXPECT_FALSE(queue.next(std::chrono::milliseconds(0))) << failures;
-  }
-  EXPECT_GE(failures, 4);
 }
 
 TEST(Memory, CutsALineThatCannotBeFormattedOrEscaped) {

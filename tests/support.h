@@ -114,7 +114,11 @@ class recorder : public yusb_device_event_interface {
   std::function<void(const YUsbInfoDevice&, _yusb_device_event)> then;
 
   void on_device_event(const YUsbInfoDevice& device, _yusb_device_event event) override {
-    keep("+-"[event] + std::string(device.empty() ? "(empty)" : device.location().data()));
+    {
+      const std::lock_guard<std::mutex> lock(_mutex);
+      _heard += _heard.empty() ? "" : " ";
+      _heard += "+-"[event] + std::string(device.empty() ? "(empty)" : device.location().data());
+    }
     if (then) then(device, event);
   }
 
@@ -125,11 +129,6 @@ class recorder : public yusb_device_event_interface {
   }
 
  private:
-  void keep(const std::string& text) {
-    const std::lock_guard<std::mutex> lock(_mutex);
-    _heard += (_heard.empty() ? "" : " ") + text;
-  }
-
   std::mutex _mutex;
   std::string _heard;  // under _mutex
 };
@@ -148,26 +147,13 @@ class log_capture {
     return std::exchange(_lines, {});
   }
 
-  // The same, but waits until there is a line.
-  strings await(char level) {
-    {
-      std::unique_lock<std::mutex> lock(_mutex);
-      const auto wanted = [level](const std::string& line) { return line[0] >= level; };
-      const auto logged = [&] { return std::any_of(_lines.begin(), _lines.end(), wanted); };
-      EXPECT_TRUE(_changed.wait_for(lock, kPatience, logged));
-    }
-    return take(level);
-  }
-
  private:
   static void keep(EYORVAN_LOG_LEVEL level, const char* line, std::size_t size, void* self) {
     const std::lock_guard<std::mutex> lock(static_cast<log_capture*>(self)->_mutex);
     static_cast<log_capture*>(self)->_lines.push_back(std::to_string(level) + " " + std::string(line, size));
-    static_cast<log_capture*>(self)->_changed.notify_all();
   }
 
   std::mutex _mutex;
-  std::condition_variable _changed;
   strings _lines;  // under _mutex
 };
 
