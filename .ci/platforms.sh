@@ -27,15 +27,16 @@ cpu=
 compilers=c++
 packages="cmake ninja-build libcli11-dev nlohmann-json3-dev libfmt-dev pkg-config man-db systemd"
 libraries="libutf8proc-dev libgtest-dev libumockdev-dev umockdev libmosquitto-dev mosquitto"
+fleet="python3-pytest openssl mosquitto-clients" # for the tests of its programs
 case $name in
   i386)
     architectures=i386
-    packages="$packages g++ python3-pytest $libraries"
+    packages="$packages g++ $fleet $libraries"
     ;;
   trixie)
     suite=trixie
     compilers="c++ clang++"
-    packages="$packages g++ clang python3-pytest $libraries"
+    packages="$packages g++ clang $fleet $libraries"
     ;;
   arm64 | s390x)
     case $name in
