@@ -1,4 +1,9 @@
+#include <netdb.h>
+#include <sys/socket.h>
+
+#include <algorithm>
 #include <charconv>
+#include <memory>
 
 #include "connection.h"
 
@@ -26,6 +31,20 @@ std::optional<broker_address> parse_broker(std::string_view text) {
   const bool plain = made.host.find_first_of(" \t@/?#") == std::string::npos;
   if (made.host.empty() || !plain || made.port < 1 || made.port > 65535) return std::nullopt;
   return made;
+}
+
+std::vector<std::string> local_addresses(const std::string& host) {
+  addrinfo wanted{};
+  wanted.ai_socktype = SOCK_STREAM;
+  addrinfo* list = nullptr;
+  if (getaddrinfo(host.c_str(), nullptr, &wanted, &list) != 0) return {""};
+  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owned(list, freeaddrinfo);
+  std::vector<std::string> made;
+  for (const addrinfo* each = list; each != nullptr; each = each->ai_next) {
+    const char* const any = each->ai_family == AF_INET6 ? "::" : "0.0.0.0";
+    if (std::find(made.begin(), made.end(), any) == made.end()) made.emplace_back(any);
+  }
+  return made.size() > 1 ? made : std::vector<std::string>{""};
 }
 
 }  // namespace yusb::fleet

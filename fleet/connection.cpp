@@ -8,10 +8,9 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <utility>
 
+#include "failure.h"
 #include "message_age.h"
 
 namespace yusb::fleet {
@@ -22,32 +21,11 @@ struct mosquitto_library {
   mosquitto_library() { mosquitto_lib_init(); }
 };
 
-// The first error that the MQTT library has logged on this thread since the last reason_of(). The results of
-// its functions do not name the file that cannot be read, or the fault of a certificate.
-thread_local std::string _logged;
-
-void on_log(mosquitto*, void*, int level, const char* text) {
-  if (level != MOSQ_LOG_ERR || !_logged.empty()) return;
-  _logged = text;
-  // "OpenSSL Error[0]: error:0A000086:SSL routines::certificate verify failed"
-  if (_logged.find("OpenSSL Error") == 0) _logged.erase(0, _logged.rfind(':') + 1);
-  if (_logged.find("Error: ") == 0) _logged.erase(0, 7);
-}
-
-std::string reason_of(int result) {
-  const std::string logged = std::exchange(_logged, {});
-  if (!logged.empty() && result == MOSQ_ERR_TLS) return "TLS: " + logged;
-  return result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result);
-}
-
-// For failures before the broker has answered. A broker sends no reason if it refuses a certificate, or if
-// only one side uses TLS.
-std::string first_reason_of(int result, bool tls) {
-  const bool closed = result == MOSQ_ERR_CONN_LOST || (result == MOSQ_ERR_ERRNO && errno == EPROTO);
-  if (!closed) return reason_of(result);
-  return std::string("the broker closed the connection without an answer; does it expect ") +
-         (tls ? "another client certificate?" : "mqtts://?");
-}
+struct attempt {
+  int result;
+  std::string reason;
+  bool last_family;
+};
 
 const char* c_string(const std::string& text) { return text.empty() ? nullptr : text.c_str(); }
 
@@ -128,7 +106,7 @@ void connection::connect() {
   });
   mosquitto* const client = _client.get();
   if (client == nullptr) return retry("out of memory");
-  mosquitto_log_callback_set(client, on_log);
+  mosquitto_log_callback_set(client, keep_logged);
   mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
   mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
   mosquitto_connect_v5_callback_set(client, callbacks::connected);
@@ -156,17 +134,23 @@ void connection::connect() {
   if (result != MOSQ_ERR_SUCCESS) return retry(reason_of(result));
 
   // This resolves the broker's name, which can take long. Nothing else uses `client` until it is done.
-  const auto outcome = std::make_shared<std::pair<int, std::string>>();
+  const auto made = std::make_shared<attempt>();
   _loop.background(
-      [outcome, client = _client, broker = _options.broker, keep_alive = _options.keep_alive] {
-        const int done = mosquitto_connect_async(client.get(), broker.host.c_str(), broker.port,
-                                                 static_cast<int>(keep_alive.count()));
-        *outcome = {done, done == MOSQ_ERR_SUCCESS ? "" : first_reason_of(done, broker.tls)};
+      [made, client = _client, broker = _options.broker, keep_alive = _options.keep_alive, family = _family] {
+        forget_logged();
+        // The library tries one address, which may be of a family that the broker or the network lacks.
+        const auto local = local_addresses(broker.host);
+        made->last_family = family + 1 >= local.size();
+        made->result = mosquitto_connect_bind_async(client.get(), broker.host.c_str(), broker.port,
+                                                    static_cast<int>(keep_alive.count()),
+                                                    c_string(local[std::min(family, local.size() - 1)]));
+        if (made->result != MOSQ_ERR_SUCCESS) made->reason = first_reason_of(made->result, broker.tls);
       },
-      [outcome, client = _client, weak = std::weak_ptr<connection*>(_self)] {
+      [made, client = _client, weak = std::weak_ptr<connection*>(_self)] {
         const auto self = weak.lock();
         if (self == nullptr || (*self)->_client != client) return;
-        if (outcome->first != MOSQ_ERR_SUCCESS) return (*self)->retry(outcome->second);
+        (*self)->_last_family = made->last_family;
+        if (made->result != MOSQ_ERR_SUCCESS) return (*self)->retry(made->reason);
         (*self)->attempted();
       });
 }
@@ -174,6 +158,7 @@ void connection::connect() {
 void connection::attempted() {
   _socket = mosquitto_socket(_client.get());
   if (_socket < 0) return retry("connection refused");
+  forget_logged();
   _heard = loop::clock::now();
   _events = EPOLLIN | EPOLLOUT;
   _loop.watch(_socket, _events, [this](std::uint32_t events) { on_socket(events); });
@@ -191,6 +176,7 @@ void connection::check(int result) {
 
 void connection::on_socket(std::uint32_t events) {
   if ((events & EPOLLIN) != 0) _heard = loop::clock::now();
+  if ((events & EPOLLERR) == 0) _reached = true;
   const std::shared_ptr<mosquitto> client = _client;  // a handler may call stop()
   // Most brokers leave Nagle's algorithm on. With delayed acknowledgements, the second of two messages would
   // take 40 ms. The kernel forgets this option by itself.
@@ -230,7 +216,7 @@ void connection::drop() {
   _socket = -1;
   for (const loop::timer each : {_tick, _connecting}) _loop.cancel(each);
   _client.reset();
-  _connected = false;
+  _connected = _reached = false;
   _failing = false;
   _refusal.clear();
 }
@@ -248,7 +234,11 @@ void connection::fail(const std::string& reason) {
 }
 
 void connection::retry(const std::string& reason) {
+  const bool another = !_reached && !_last_family;
   drop();
+  _family = another ? _family + 1 : 0;
+  _last_family = true;
+  if (another) return connect();
   const auto limit = std::min<std::chrono::milliseconds>(
       _options.longest_delay, _options.first_delay * (1U << std::min(_attempts, 10U)));
   ++_attempts;

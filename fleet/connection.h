@@ -27,6 +27,10 @@ struct broker_address {
 // mqtt://HOST[:PORT] or mqtts://HOST[:PORT]; an IPv6 address in brackets. Empty if `text` is neither.
 std::optional<broker_address> parse_broker(std::string_view text);
 
+// The local addresses from which to connect to `host`: the wildcard address of each family in which it has
+// addresses, in the resolver's order. One empty text if it has one family, or none. Blocks.
+std::vector<std::string> local_addresses(const std::string& host);
+
 struct connection_options {
   broker_address broker;
   std::string user;  // empty: without one
@@ -52,8 +56,9 @@ struct message {
   std::chrono::seconds age{0};
 };
 
-// Does not block: names are resolved on the loop's background thread. A broker that does not answer an
-// attempt within the connect limit, or sends nothing for one and a half keep-alives, counts as lost. After
+// Does not block: names are resolved on the loop's background thread. An attempt connects to an address of
+// each family that the broker's host has, one after the other. A broker that does not answer within the
+// connect limit, or sends nothing for one and a half keep-alives, counts as lost. After
 // each loss it waits for a random time, whose limit doubles with every failed attempt, and connects again. It
 // does not repeat publications that were not acknowledged before the loss.
 class connection {
@@ -111,12 +116,15 @@ class connection {
   std::shared_ptr<mosquitto> _client;  // of the current attempt
   int _socket = -1;                    // that the loop watches
   std::uint32_t _events = 0;
-  bool _connected = false;
+  bool _reached = false;    // the TCP connection is established
+  bool _connected = false;  // the broker has accepted the client
   bool _failing = false;
   bool _in_library = false;  // a handler is being called by it
   std::string _refusal;
   loop::clock::time_point _heard;  // when the broker last sent something
   unsigned _attempts = 0;
+  std::size_t _family = 0;  // the index in local_addresses() of this attempt
+  bool _last_family = true;
   loop::timer _tick = 0;
   loop::timer _retry = 0;
   loop::timer _connecting = 0;

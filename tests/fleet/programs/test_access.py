@@ -1,4 +1,5 @@
 """TLS, certificates and access rules, with the configuration that is shipped for the broker."""
+import re
 import signal
 import subprocess
 
@@ -41,12 +42,16 @@ def test_follows_a_host_over_tls_with_client_certificates(lab, bus, keys):
     assert run(*lab.command('wait', '--filter', 'serial=A1', '--timeout', '30s', *own))[0] == 0
 
 
+CLOSED = 'the broker closed the connection without an answer; does it expect'
+
+
 @pytest.mark.parametrize('fault, message', [
     ('another authority', 'TLS: certificate verify failed'),
     ('another host name', 'TLS: host name verification failed'),
-    ('a certificate of another authority', 'closed the connection without an answer; does it expect another client certificate?'),
-    ('no certificate', 'closed the connection without an answer; does it expect another client certificate?'),
-    ('no TLS', 'closed the connection without an answer; does it expect mqtts://?')])
+    # The broker's alert may arrive before the end of the connection.
+    ('a certificate of another authority', rf'{CLOSED} another client certificate\?|TLS: .* alert unknown ca'),
+    ('no certificate', rf'{CLOSED} another client certificate\?|TLS: .* alert certificate required'),
+    ('no TLS', rf'{CLOSED} mqtts://\?')])
 def test_says_what_is_wrong_with_tls(lab, bus, keys, fault, message):
     lab.broker(f'{tls(keys)}require_certificate true\n', tls=True)
     options = ['--ca', keys / ('other.pem' if fault == 'another authority' else 'ca.pem')]
@@ -57,9 +62,9 @@ def test_says_what_is_wrong_with_tls(lab, bus, keys, fault, message):
     elif fault == 'no TLS':
         lab.url, options = lab.url.replace('mqtts', 'mqtt'), []
     bus.plug('1-1')
-    lab.agent(bus, 'lab1', *options).line('not connected: ', message)
+    assert re.search(message, lab.agent(bus, 'lab1', *options).line('not connected: '))
     status, printed, said = run(*lab.command('list', *options))
-    assert (status, printed) == (1, '') and message in said
+    assert (status, printed) == (1, '') and re.search(message, said)
 
 
 def test_a_host_cannot_write_another_hosts_topics(lab, bus):
