@@ -25,8 +25,14 @@ int run_agent(loop& loop, const options& chosen) {
   std::function<void()> stop;
   on_termination(loop, [&stop] { stop(); });  // before the library starts its thread
   global_initialize();
-  bus_source source(chosen.filter);
   int status = exit_ok;
+  bus_source source(chosen.filter, [&] {
+    loop.post([&] {
+      complain("the USB bus cannot be read");
+      status = exit_failure;
+      loop.stop();
+    });
+  });
   agent_options options;
   options.connection = chosen.connection;
   options.prefix = chosen.prefix;

@@ -26,7 +26,8 @@ std::string key(const YUsbInfoDevice& record) { return format::utf8(record.locat
 
 }  // namespace
 
-bus_source::bus_source(format::filter filter) : _filter(std::move(filter)), _ready(opened_eventfd()) {
+bus_source::bus_source(format::filter filter, std::function<void()> unreadable)
+    : _filter(std::move(filter)), _unreadable(std::move(unreadable)), _ready(opened_eventfd()) {
   _thread = std::thread([this] { run(); });
 }
 
@@ -62,16 +63,18 @@ void bus_source::add(const YUsbInfoDevice& record, std::map<std::string, std::st
 }
 
 void bus_source::run() {
-  bus_settle();
+  bool readable = bus_settle();
   const std::chrono::milliseconds now(0);
   std::map<std::string, std::string> devices;
   while (const auto event = _queue.next(now)) {
+    readable = true;  // a bus that does not stop changing
     if (event->kind == openable_kind::removal) devices.erase(key(event->device));
     if (event->kind == openable_kind::resync) devices.clear();
     for (const YUsbInfoDevice& each : event->devices) add(each, &devices);
     if (event->kind != openable_kind::removal && event->kind != openable_kind::resync)
       add(event->device, &devices);
   }
+  if (!readable && !_queue.closed()) return _unreadable();
   _known = devices;
   report({device_change::kind::reset, {}, {}, std::move(devices)});
   while (!_queue.closed()) {

@@ -2,8 +2,8 @@
 #ifndef YUSB_FLEET_BUS_SOURCE_H_
 #define YUSB_FLEET_BUS_SOURCE_H_
 
-#include <condition_variable>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -21,8 +21,10 @@ namespace yusb::fleet {
 // must be initialised while the source exists.
 class bus_source final : public device_source {
  public:
-  // Throws std::system_error, and what yusb::openable_queue throws.
-  explicit bus_source(format::filter filter);
+  // `unreadable` is called on the source's thread if the bus has reported nothing for 30 seconds. The source
+  // then has no change: a list without devices would have the agent clear what is attached. Throws
+  // std::system_error, and what yusb::openable_queue throws.
+  bus_source(format::filter filter, std::function<void()> unreadable);
   ~bus_source() override;
 
   int descriptor() override { return _ready; }
@@ -36,6 +38,7 @@ class bus_source final : public device_source {
   void report(device_change change);
 
   const format::filter _filter;
+  const std::function<void()> _unreadable;
   const int _ready;  // an eventfd
   openable_queue _queue;
   std::map<std::string, std::string> _known;  // reported; of the thread

@@ -27,6 +27,7 @@ void forget_logged() { _logged.clear(); }
 std::string reason_of(int result) {
   const std::string logged = std::exchange(_logged, {});
   if (!logged.empty()) return "TLS: " + logged;
+  if (result == MOSQ_ERR_ERRNO && errno == 0) result = MOSQ_ERR_CONN_LOST;  // within a message
   return result == MOSQ_ERR_ERRNO ? std::strerror(errno) : mosquitto_strerror(result);
 }
 

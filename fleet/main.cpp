@@ -1,4 +1,8 @@
 // The program yusb-fleet: the USB devices of many hosts over MQTT.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -9,10 +13,25 @@
 
 #include "commands.h"
 #include "options.h"
+#include "session.h"
 
 namespace {
 
 using namespace yusb::fleet;
+
+// Else a file or a connection could get the number of a standard stream that the caller has closed.
+void occupy_standard_descriptors() {
+  for (int each = STDIN_FILENO; each <= STDERR_FILENO; ++each) {
+    // Read-only: writing to a closed stream still fails.
+    if (fcntl(each, F_GETFD) < 0) static_cast<void>(!open("/dev/null", O_RDONLY));
+  }
+}
+
+int show(const std::string& text) {
+  const bool written =
+      std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+  return written ? exit_ok : complain_unwritable(errno);
+}
 
 int run(loop& loop, const options& chosen) {
   switch (chosen.chosen) {
@@ -35,17 +54,14 @@ int run(loop& loop, const options& chosen) {
 int run_program(int argc, char** argv) {
   const command_line given = parse_command_line(argc, argv);
   if (!given.run) {
-    if (given.status != exit_ok) {
-      complain(given.text);
-      complain("try 'yusb-fleet --help'");
-    }
-    if (given.status == exit_ok) std::fwrite(given.text.data(), 1, given.text.size(), stdout);
+    if (given.status == exit_ok) return show(given.text);
+    complain(given.text);
+    complain("try 'yusb-fleet --help'");
     return given.status;
   }
   YLog::setThreshold(static_cast<EYORVAN_LOG_LEVEL>(EYORVAN_LOG_LEVEL_FATAL + 1));
   loop loop;
   const int status = run(loop, *given.run);
-  std::fflush(stdout);
   // The destructor of the loop would wait while a host name is being resolved.
   std::_Exit(status);
 }
@@ -53,6 +69,7 @@ int run_program(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  occupy_standard_descriptors();
   std::signal(SIGPIPE, SIG_IGN);  // writing to a closed connection reports EPIPE instead
   try {
     return run_program(argc, argv);

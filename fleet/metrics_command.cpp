@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -16,12 +18,18 @@ constexpr std::chrono::seconds pause(5);  // between two writes
 
 // The node exporter reads the file at any moment, so it is replaced.
 bool replace_file(const std::string& name, const std::string& text) {
+  struct stat old {};
+  if (lstat(name.c_str(), &old) == 0 && !S_ISREG(old.st_mode)) {  // such as /dev/stdout
+    complain("cannot write " + name + ": not a regular file");
+    return false;
+  }
   const std::string fresh = name + ".new";
   std::FILE* const file = std::fopen(fresh.c_str(), "w");
   bool written = file != nullptr && std::fwrite(text.data(), 1, text.size(), file) == text.size();
   if (file != nullptr) written = std::fclose(file) == 0 && written;
   if (written && std::rename(fresh.c_str(), name.c_str()) == 0) return true;
   complain("cannot write " + name + ": " + std::strerror(errno));
+  if (file != nullptr) std::remove(fresh.c_str());
   return false;
 }
 

@@ -103,6 +103,16 @@ void add_limit(CLI::App* app, const char* name, const char* description, raw_opt
   app->add_option(name, raw->limit, description)->type_name("DURATION")->check(check_duration);
 }
 
+// Without the values of unknown options, of which one may be a password, because the message may be logged.
+std::string unknown(const std::vector<std::string>& arguments) {
+  std::string names;
+  for (const std::string& each : arguments) {
+    if (each.size() > 1 && each[0] == '-')
+      names += ' ' + (each[1] == '-' ? each.substr(0, each.find('=')) : each.substr(0, 2));
+  }
+  return names.empty() ? "unexpected argument: " + arguments.back() : "unknown option:" + names;
+}
+
 // Throws CLI::ValidationError.
 std::string read_password(std::string file) {
   const char* const credentials = std::getenv("CREDENTIALS_DIRECTORY");
@@ -215,6 +225,8 @@ command_line parse_command_line(int argc, const char* const* argv) {
     return {std::nullopt, app.help(), exit_ok};
   } catch (const CLI::CallForVersion& version) {
     return {std::nullopt, std::string(version.what()) + "\n", exit_ok};
+  } catch (const CLI::ExtrasError&) {
+    return {std::nullopt, unknown(app.remaining(true)), exit_usage};
   } catch (const CLI::ParseError& wrong) {
     return {std::nullopt, wrong.what(), exit_usage};
   }

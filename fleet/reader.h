@@ -91,6 +91,8 @@ class reader {
   // By the level of their topics.
   const std::map<std::string, host>& hosts() const { return _hosts; }
   bool complete() const { return _complete; }
+  // True if the picture of every host is whole now.
+  bool whole() const;
   // True if every host is whole or was reported as incomplete.
   bool settled() const;
   connection& broker() { return _connection; }

@@ -91,6 +91,11 @@ void reader::repair(const std::string& level) {
   _repairs[_connection.subscribe({root + "/end"}, false)] = level;
 }
 
+bool reader::whole() const {
+  return _listed &&
+         std::all_of(_hosts.begin(), _hosts.end(), [this](const auto& each) { return whole(each.second); });
+}
+
 bool reader::settled() const {
   return _listed && std::all_of(_hosts.begin(), _hosts.end(), [this](const auto& each) {
            return each.second.incomplete || whole(each.second);
@@ -98,9 +103,8 @@ bool reader::settled() const {
 }
 
 void reader::check_complete() {
-  if (!_listed || _complete) return;
-  _complete =
-      std::all_of(_hosts.begin(), _hosts.end(), [this](const auto& each) { return whole(each.second); });
+  if (_complete) return;
+  _complete = whole();
   if (_complete) _handlers.complete();
 }
 

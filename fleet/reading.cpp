@@ -115,9 +115,9 @@ int run_wait(loop& loop, const options& chosen) {
                                             to_string(of.state))
                               : table.line(of, &device, ""));
   };
-  // An offline host's devices are not known to be gone.
+  // An offline host's devices are not known to be gone, nor those of a host whose picture is not whole.
   const auto look_gone = [&] {
-    if (!chosen.gone || !running.picture().complete()) return;
+    if (!chosen.gone || !running.picture().whole()) return;
     for (const auto& [level, host] : running.picture().hosts()) {
       if (host.state == host_state::unknown) return;
       for (const auto& [name, device] : host.devices) {
@@ -126,6 +126,12 @@ int run_wait(loop& loop, const options& chosen) {
     }
     running.end(exit_ok);
   };
+  // No handler tells that a picture has become whole without a change of its devices.
+  std::function<void()> look_again = [&] {
+    look_gone();
+    loop.after(std::chrono::seconds(1), look_again);
+  };
+  if (chosen.gone) loop.post(look_again);
   return running.run({[&](const host& of, device_news news, const shown_device& device) {
                         news == device_news::removal ? look_gone() : look(of, device);
                       },
@@ -161,7 +167,7 @@ int run_forget(loop& loop, const options& chosen) {
   return running.run({ignore_device,
                       ignore_host,
                       clear,
-                      {},
+                      [&](const std::string&) { clear(); },  // it is online
                       {},
                       [&](const std::string& reason) {
                         running.complain_lost(reason);

@@ -47,7 +47,7 @@ std::optional<std::chrono::milliseconds> watchdog_limit() {
   return std::chrono::milliseconds(microseconds / 1000);
 }
 
-void on_termination(loop& loop, std::function<void()> stop) {
+int on_termination(loop& loop, std::function<void()> stop) {
   sigset_t signals;
   sigemptyset(&signals);
   for (const int signal : {SIGINT, SIGTERM}) {
@@ -62,6 +62,7 @@ void on_termination(loop& loop, std::function<void()> stop) {
     signalfd_siginfo info;
     if (read(descriptor, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) stop();
   });
+  return descriptor;
 }
 
 std::string machine_name() {

@@ -18,8 +18,9 @@ void notify_service(const std::string& state);
 std::optional<std::chrono::milliseconds> watchdog_limit();
 
 // Calls `stop` on SIGINT or SIGTERM, unless the program was started with that signal ignored. Blocks both for
-// the threads that are started later; call it first. Throws std::system_error.
-void on_termination(loop& loop, std::function<void()> stop);
+// the threads that are started later; call it first. Returns a descriptor that is readable from a signal
+// until `stop` is called. Throws std::system_error.
+int on_termination(loop& loop, std::function<void()> stop);
 
 // 16 hexadecimal digits that name this machine, made from /etc/machine-id or else from the host's name, which
 // they do not reveal.

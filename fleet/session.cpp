@@ -1,8 +1,16 @@
 #include "session.h"
 
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "commands.h"
@@ -20,8 +28,21 @@ void complain_incomplete(const std::string& host) {
   complain("the picture of host " + host + " is incomplete: the broker did not send all of it");
 }
 
+int complain_unwritable(int error) {
+  if (error == EPIPE) return exit_ok;
+  complain(std::string("cannot write to standard output: ") + std::strerror(error));
+  return exit_failure;
+}
+
 session::session(loop& loop, const options& chosen) : _loop(loop), _chosen(chosen) {
-  on_termination(_loop, [this] { end(exit_ok); });
+  const auto succeed = [this] { end(exit_ok); };
+  const bool watching = chosen.chosen == command::watch;
+  if (watching || (chosen.chosen == command::metrics && !chosen.once))
+    _signals = on_termination(_loop, succeed);
+  // A write notices that nothing reads a pipe any more, but the next one may be hours away.
+  struct stat output {};
+  if (watching && fstat(STDOUT_FILENO, &output) == 0 && S_ISFIFO(output.st_mode))
+    _loop.watch(STDOUT_FILENO, 0, [succeed](std::uint32_t) { succeed(); });  // EPOLLERR
 }
 
 int session::run(reader::handlers handlers, const std::string& only) {
@@ -46,12 +67,26 @@ void session::complain_lost(const std::string& reason) {
   _last_loss = line;
 }
 
+bool session::may_write() const {
+  pollfd watched[] = {{STDOUT_FILENO, POLLOUT, 0}, {_signals, POLLIN, 0}};
+  while (poll(watched, 2, -1) < 0) continue;
+  return watched[0].revents != 0;
+}
+
 void session::print(const std::string& text) {
-  if (_unwritable) return;
-  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return;
-  _unwritable = true;
-  if (errno != EPIPE) complain(std::string("cannot write to standard output: ") + std::strerror(errno));
-  end(errno == EPIPE ? exit_ok : exit_failure);
+  std::string_view rest = text;
+  while (!rest.empty() && !_unwritable) {
+    _unwritable = !may_write();
+    if (_unwritable) return;  // the loop handles the signal
+    // A pipe that is ready takes PIPE_BUF bytes without blocking.
+    const ssize_t written = write(STDOUT_FILENO, rest.data(), std::min<std::size_t>(rest.size(), PIPE_BUF));
+    if (written >= 0) {
+      rest.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno != EINTR && errno != EAGAIN) {
+      _unwritable = true;
+      end(complain_unwritable(errno));
+    }
+  }
 }
 
 }  // namespace yusb::fleet

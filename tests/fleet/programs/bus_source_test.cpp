@@ -26,7 +26,7 @@ TEST_F(FleetBus, ReportsWhenADeviceCanBeOpened) {
   simulated_device phone = make_device(0x18D1, 0x4EE7, 0x01100000);
   phone.openable_after = std::nullopt;
   attach(phone);
-  bus_source source({});
+  bus_source source({}, [] {});
   const device_change first = next(source);
   ASSERT_EQ(first.what, device_change::kind::reset);
   EXPECT_TRUE(has(first.devices.at("0x1100000"), "\"openable\":false"));

@@ -1,10 +1,13 @@
 """list, watch, wait, forget and metrics over several hosts."""
+import contextlib
 import json
+import os
 import shutil
 import signal
+import subprocess
 
 import pytest
-from lab import YUSB, Bus, run
+from lab import LIMIT, YUSB, Bus, environment, run
 
 
 class Fleet:
@@ -106,10 +109,34 @@ def test_reports_the_host_whose_devices_the_broker_does_not_send(lab):
     status, printed, said = run(*lab.command('list', '--json'))
     assert status == 1 and said.count('incomplete') == 1 and 'host lab3 is incomplete' in said
     assert {each['host'] for each in objects(printed) if 'location' in each} == {'lab1', 'lab2'}
+    status, _, said = run(*lab.command('forget', 'lab3'))
+    assert status == 1 and 'lab3 is online' in said
     metrics = lab.folder / 'yusb.prom'
     assert run(*lab.command('metrics', metrics, '--once'))[0] == 1
     assert 'yusb_fleet_complete{host="lab3"} 0' in metrics.read_text()
     assert 'yusb_fleet_devices{host="lab3"}' not in metrics.read_text()
+
+
+def test_ends_at_a_signal_and_when_nothing_reads_its_output(lab, fleet):
+    def started(output, name, *arguments):
+        return subprocess.Popen(lab.command(name, *arguments), stdout=output, env=environment())
+
+    _, full = os.pipe()
+    os.set_blocking(full, False)
+    with contextlib.suppress(BlockingIOError):
+        while True:
+            os.write(full, bytes(4096))
+    os.set_blocking(full, True)
+    stuck = started(full, 'watch')
+    waiting = started(None, 'wait', '--filter', 'serial=none')
+    quiet = started(subprocess.PIPE, 'watch', '--filter', 'serial=none')
+    for _ in fleet.agents:
+        quiet.stdout.readline()
+    quiet.stdout.close()
+    assert quiet.wait(LIMIT) == 0, 'although it has nothing more to write'
+    for program, status in (stuck, 0), (waiting, -signal.SIGTERM):
+        program.terminate()
+        assert program.wait(LIMIT) == status
 
 
 def test_writes_metrics_for_prometheus(lab, fleet):
@@ -126,6 +153,10 @@ def test_writes_metrics_for_prometheus(lab, fleet):
                  'yusb_fleet_devices_by_class{host="lab1",class="09"} 1', 'yusb_fleet_devices_by_mode{host="lab2",mode="fastboot"} 1',
                  'yusb_fleet_devices{host="lab3"} 0', 'yusb_fleet_arrivals_total{host="lab1"} 0'):
         assert line in text.splitlines()
+    device = lab.folder / 'yusb.prom.device'
+    os.mkfifo(device)
+    assert run(*lab.command('metrics', device, '--once'))[0] == 1 and device.is_fifo(), 'it would replace /dev/stdout'
+    device.unlink()
     assert not list(lab.folder.glob('yusb.prom?*'))
     if not shutil.which('promtool'):
         pytest.skip('promtool is not installed: the format is not checked')
