@@ -22,7 +22,6 @@ player::~player() { finish(); }
 
 void player::start(std::function<void()> at_end) {
   _thread = std::thread([this, at_end = std::move(at_end)] {
-    bus_settle(settle_limit);
     for (std::size_t i = _scenario.opening(); i < _scenario.steps.size(); ++i) {
       play(_scenario.steps[i]);
       // A device that is detached before the library has read its strings is never reported.

@@ -23,7 +23,7 @@ class player {
   player& operator=(const player&) = delete;
 
   // Plays the rest on a thread. Calls `at_end` on that thread when the library has handled all of it. Call
-  // start() once at most.
+  // start() once at most, when the library has listed the opening.
   void start(std::function<void()> at_end);
 
   // Stops playing. When this returns, `at_end` has returned or is never called.
