@@ -26,8 +26,8 @@ architectures=$(dpkg --print-architecture)
 cpu=
 compilers=c++
 packages="cmake ninja-build libcli11-dev nlohmann-json3-dev libfmt-dev pkg-config man-db systemd"
-libraries="libutf8proc-dev libgtest-dev libumockdev-dev umockdev libmosquitto-dev mosquitto"
-fleet="python3-pytest openssl mosquitto-clients" # for the tests of its programs
+libraries="libutf8proc-dev libgtest-dev libumockdev-dev umockdev"
+fleet="libmosquitto-dev mosquitto mosquitto-clients openssl python3-pytest" # yusb-fleet and its tests
 case $name in
   i386)
     architectures=i386
