@@ -124,7 +124,8 @@ void agent::on_message(const message& received) {
     pump();
   }
   if (parsed->what == "status") on_status(received);
-  if (parsed->what == "sync") on_claim(received.payload);
+  // No agent has a claim retained. One that is would end every agent of this name.
+  if (parsed->what == "sync" && !received.retained) on_claim(received.payload);
 }
 
 // A message on one of this host's device topics: a retained one, or one that another client has published
