@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <yusb_openable_queue.h>
 #include <yusb_watcher.h>
 
 #include <new>
@@ -193,6 +194,31 @@ TEST(Memory, LeavesTheRestWorkingWhenOneAllocationFails) {
   for (const own_allocation& failing : own_allocations) {
     EXPECT_EXIT(fail_allocation(failing), testing::ExitedWithCode(0), "") << failing.of;
   }
+}
+
+struct MemoryQueue : Library {};
+
+TEST_F(MemoryQueue, LosesNoEventOfAnOpenableQueue) {
+  bus.plug(make_device(0x18D1, 0x4EE7, 0x01100000));
+  settle();
+  int failures = 0;
+  for (bool failed = true; failed; ++failures) {
+    yusb::openable_queue queue;
+    std::optional<yusb::openable_event> event;
+    begin_failing(on::this_thread, failures + 1, false);
+    for (int calls = 0; calls < 2 && !event; ++calls) {
+      try {
+        event = queue.next(std::chrono::milliseconds(0));
+      } catch (const std::bad_alloc&) {
+      }
+    }
+    failed = end_failing();
+    ASSERT_TRUE(event && event->kind == yusb::openable_kind::arrival) << failures;
+    event = queue.next(kPatience);
+    ASSERT_TRUE(event && event->kind == yusb::openable_kind::openable) << failures;
+    EXPECT_FALSE(queue.next(std::chrono::milliseconds(0))) << failures;
+  }
+  EXPECT_GE(failures, 4);
 }
 
 TEST(Memory, CutsALineThatCannotBeFormattedOrEscaped) {
