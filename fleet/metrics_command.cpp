@@ -1,4 +1,5 @@
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -23,7 +24,7 @@ bool replace_file(const std::string& name, const std::string& text) {
     complain("cannot write " + name + ": not a regular file");
     return false;
   }
-  const std::string fresh = name + ".new";
+  const std::string fresh = name + "." + std::to_string(getpid());  // of several writers, the last one wins
   std::FILE* const file = std::fopen(fresh.c_str(), "w");
   bool written = file != nullptr && std::fwrite(text.data(), 1, text.size(), file) == text.size();
   if (file != nullptr) written = std::fclose(file) == 0 && written;

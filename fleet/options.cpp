@@ -44,8 +44,9 @@ std::string check_duration(const std::string& text) {
 
 std::string check_heartbeat(const std::string& text) {
   const auto parsed = format::parse_duration(text);
-  const bool fits = parsed && *parsed >= std::chrono::seconds(1) && *parsed <= std::chrono::hours(1);
-  return fits ? std::string() : "'" + text + "' is not a duration from 1s to 60m";
+  const bool fits = parsed && *parsed >= std::chrono::seconds(1) && *parsed <= std::chrono::hours(1) &&
+                    *parsed % std::chrono::seconds(1) == std::chrono::seconds(0);
+  return fits ? std::string() : "'" + text + "' is not a duration from 1s to 60m in whole seconds";
 }
 
 std::string check_prefix(const std::string& text) {

@@ -12,17 +12,6 @@ TEST(CoreYString, CopiesItselfOrAnother) {
   EXPECT_STREQ(a.data(), "other");
 }
 
-TEST(CoreYLog, HandsOverWholeLinesAboveTheThreshold) {
-  log_capture log;
-  const std::string long_text(5000, 'y');
-  YLog::setThreshold(EYORVAN_LOG_LEVEL_ERROR);
-  YLog::output(EYORVAN_LOG_LEVEL_ERROR, "%s", long_text.c_str());
-  YLog::output(EYORVAN_LOG_LEVEL_INFO, "hidden");
-  YLog::output(EYORVAN_LOG_LEVEL_FATAL, "%d", 7);
-  YLog::setThreshold(EYORVAN_LOG_LEVEL_TRACE);
-  EXPECT_EQ(log.take(), (strings{"4 " + long_text, "5 7"}));
-}
-
 TEST(CoreYLog, ShowsOneLineACallOnStandardErrorWhateverItHolds) {
   testing::internal::CaptureStderr();
   YLog::output(EYORVAN_LOG_LEVEL_INFO, "a\tb\nforged \x1B[31m\x7F %c \xE9", 0);

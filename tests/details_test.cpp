@@ -69,29 +69,3 @@ TEST_F(Details, FiltersChooseByWhatIsAttachedNow) {
   EXPECT_FALSE(with_port("1-2.3")(record));
   EXPECT_TRUE(except(with_port("1-2.3"))(record));
 }
-
-// Returns the modes of a device with these interfaces: "adb mtp ".
-std::string modes(std::uint16_t vendor, std::uint16_t product,
-                  const std::vector<usb_interface>& interfaces = {}) {
-  usb_details details;
-  details.vendor = vendor;
-  details.product = product;
-  details.interfaces = interfaces;
-  std::string text;
-  for (const device_mode mode : device_modes(details).list()) text += to_string(mode) + std::string(" ");
-  return text;
-}
-
-TEST(DetailsModes, AreThoseOfPublishedIdentifiers) {
-  EXPECT_EQ(modes(0x18D1, 0x4EE7, {{0, 0x06, 1, 1, "MTP", ""}, {1, 0xFF, 0x42, 1, "", ""}}), "adb mtp ");
-  EXPECT_EQ(modes(0x18D1, 0x4EE0, {{0, 0xFF, 0x42, 3, "", ""}}), "fastboot ");
-  EXPECT_EQ(modes(0x05AC, 0x12A8,
-                  {{0, 0x06, 1, 1, "PTP", ""}, {1, 0xFF, 0xFE, 2, "", ""}, {2, 0xFF, 0xFD, 1, "", ""}}),
-            "ptp tethering usbmux ");
-  EXPECT_EQ(modes(1, 1, {{0, 2, 2, 1, "", ""}, {1, 1, 3, 0, "", ""}, {2, 3, 1, 1, "", ""}}),
-            "midi serial hid ");
-  EXPECT_EQ(modes(1, 1, {{0, 0xFE, 1, 2, "", ""}}), "dfu ");
-  EXPECT_EQ(modes(0x05AC, 0x1227), "dfu ");
-  EXPECT_EQ(modes(0x05AC, 0x1281), "recovery ");
-  EXPECT_EQ(modes(0x18D1, 0x2D05), "accessory ");
-}

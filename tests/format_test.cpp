@@ -100,14 +100,6 @@ TEST(FormatJson, CarriesTheDetailsAndWholeStringsInOneAsciiLine) {
   EXPECT_EQ(json::parse(line), expected);
 }
 
-TEST(FormatJson, HasTheSameFieldsOfADeviceThatIsGone) {
-  const known_device gone{make_record(0x05AC, 0x139A, "0x1200000", nullptr, {every_byte(), "p", "s"}), {}};
-  const json event = json::parse(json_line({{}, event_kind::arrival, gone, false}));
-  EXPECT_EQ(event.size(), json::parse(json_line({{}, event_kind::arrival, phone(), false})).size());
-  EXPECT_EQ(event["manufacturer"], utf8(every_byte()));
-  EXPECT_EQ(event["port"], nullptr);
-}
-
 TEST(FormatFilter, PassesWhatAnAlternativeMatches) {
   const std::pair<bool, strings> cases[] = {
       {true,

@@ -1,31 +1,11 @@
 // The parts of the program yusb.
-#include <poll.h>
-#include <unistd.h>
-
-#include <csignal>
-
-#include "commands.h"
 #include "known_devices.h"
 #include "scenario.h"
-#include "stop_signal.h"
 #include "support.h"
 #include "tree.h"
 
 using namespace yusb::tool;
 using testing::IsSubstring;
-
-TEST(ToolStopSignal, LeavesAnIgnoredInterruptIgnored) {
-  const auto previous = std::signal(SIGINT, SIG_IGN);
-  {
-    const stop_signal stop;
-    pollfd asked = {stop.descriptor(), POLLIN, 0};
-    raise(SIGINT);
-    EXPECT_EQ(poll(&asked, 1, 0), 0);
-    raise(SIGTERM);
-    EXPECT_EQ(poll(&asked, 1, 0), 1);
-  }
-  std::signal(SIGINT, previous);
-}
 
 TEST(ToolTree, HangsADeviceFromTheNearestListedHub) {
   strings paths = {"",      "300-1", "usb2", "1-2.3",   "1-4",   "1-16.1",
@@ -112,15 +92,4 @@ TEST(ToolScenario, SaysWhatIsWrongAndWhere) {
     EXPECT_EQ(error.rfind(two_lines ? "a\\x0Afile:2: " : "a\\x0Afile:1: ", 0), 0u) << error;
     EXPECT_PRED_FORMAT2(IsSubstring, reason, error);
   }
-}
-
-TEST(ToolWait, SeesNothingGoneBeforeTheFirstEnumeration) {
-  player silent({{}, {{step::wait, 0, std::chrono::minutes(10)}}}, make_simulated_bus());
-  yusb::simulator bus;  // replaces the player's
-  yusb::simulated_device slow = make_device(1, 1, 0x01100000);
-  slow.product_name = "slow";
-  slow.replies[2].delay = std::chrono::milliseconds(500);  // the time limit passes before it is listed
-  bus.plug(slow);
-  const char* const arguments[] = {"yusb", "wait", "--gone", "--timeout", "20ms"};
-  EXPECT_EQ(run(*parse_command_line(5, arguments).run, &silent), exit_timed_out);
 }

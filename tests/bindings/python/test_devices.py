@@ -74,19 +74,6 @@ def test_refuses_a_filter_that_means_nothing(usb_bus, wrong):
         yorvanusb.watch(wrong)
 
 
-def test_there_is_one_simulated_bus_and_it_ends(usb_bus):
-    with pytest.raises(yorvanusb.BusyError):
-        yorvanusb.SimulatedBus()
-    events = yorvanusb.watch()
-    usb_bus.close()
-    usb_bus.close()
-    assert list(events) == []
-    with pytest.raises(ValueError):
-        usb_bus.plug('1-2', vendor=1, product=1)
-    with yorvanusb.SimulatedBus():
-        assert yorvanusb.devices() == []
-
-
 def test_without_the_c_library_the_import_works_and_a_call_says_what_is_missing(monkeypatch):
     def find_nothing(name):
         raise OSError(f'{name}: cannot open shared object file')
