@@ -12,6 +12,7 @@
 #include <fstream>
 
 #include "mocked_bus.h"
+#include "own_network.h"
 
 // umockdev does not intercept this function, and root may open everything, so it tests the permissions of
 // others.
@@ -109,6 +110,23 @@ TEST_F(LinuxNodes, OfDevicesThatLeaveAreReportedWithAndWithoutANode) {
   unlink((root + "/sys/devices/2-1/devnum").c_str());
   unlink((root + "/dev/bus/usb/002/007").c_str());
   EXPECT_EQ(later(), "2 gone");
+}
+
+TEST_F(LinuxNodes, AreCheckedEverySecondWithoutUevents) {
+  const record_key record = plug("1-1");
+  const int status = status_in_own_network([&] {
+    nodes.add(1, record);
+    if (!now().empty() || !nodes.due().has_value()) return 1;
+    const auto due = *nodes.due();
+    unlink((root + "/sys/devices/1-1/devnum").c_str());
+    std::string answer = now();
+    if (!answer.empty() && std::chrono::steady_clock::now() < due) return 2;
+    std::this_thread::sleep_until(due);
+    if (answer.empty()) answer = now();
+    return answer == "1 gone" && !nodes.due().has_value() ? 0 : 3;
+  });
+  if (status == no_user_namespaces) GTEST_SKIP() << "no user namespaces here";
+  EXPECT_EQ(status, 0);
 }
 
 }  // namespace

@@ -1,11 +1,29 @@
 // The parts of the program yusb.
+#include <poll.h>
+
+#include <csignal>
+
 #include "known_devices.h"
 #include "scenario.h"
+#include "stop_signal.h"
 #include "support.h"
 #include "tree.h"
 
 using namespace yusb::tool;
 using testing::IsSubstring;
+
+TEST(ToolStopSignal, LeavesAnIgnoredInterruptIgnored) {
+  const auto previous = std::signal(SIGINT, SIG_IGN);
+  {
+    const stop_signal stop;
+    pollfd asked = {stop.descriptor(), POLLIN, 0};
+    raise(SIGINT);
+    EXPECT_EQ(poll(&asked, 1, 0), 0);
+    raise(SIGTERM);
+    EXPECT_EQ(poll(&asked, 1, 0), 1);
+  }
+  std::signal(SIGINT, previous);
+}
 
 TEST(ToolTree, HangsADeviceFromTheNearestListedHub) {
   strings paths = {"",      "300-1", "usb2", "1-2.3",   "1-4",   "1-16.1",
