@@ -3,6 +3,7 @@
 
 #include <csignal>
 
+#include "commands.h"
 #include "known_devices.h"
 #include "scenario.h"
 #include "stop_signal.h"
@@ -110,4 +111,15 @@ TEST(ToolScenario, SaysWhatIsWrongAndWhere) {
     EXPECT_EQ(error.rfind(two_lines ? "a\\x0Afile:2: " : "a\\x0Afile:1: ", 0), 0u) << error;
     EXPECT_PRED_FORMAT2(IsSubstring, reason, error);
   }
+}
+
+TEST(ToolWait, SeesNothingGoneBeforeTheFirstEnumeration) {
+  player silent({{}, {{step::wait, 0, std::chrono::minutes(10)}}}, make_simulated_bus());
+  yusb::simulator bus;  // replaces the player's
+  yusb::simulated_device slow = make_device(1, 1, 0x01100000);
+  slow.product_name = "slow";
+  slow.replies[2].delay = std::chrono::milliseconds(500);  // the time limit passes before it is listed
+  bus.plug(slow);
+  const char* const arguments[] = {"yusb", "wait", "--gone", "--timeout", "20ms"};
+  EXPECT_EQ(run(*parse_command_line(5, arguments).run, &silent), exit_timed_out);
 }
