@@ -128,6 +128,12 @@ TEST(ToolProgram, FailsWithoutABus) {
       gives("ASAN_OPTIONS=verify_asan_link_order=0 umockdev-run -- \"$p\" list", 1, "--simulate FILE"));
 }
 
+TEST(ToolProgram, RejectsAnInvalidScenario) {
+  EXPECT_TRUE(gives("f=/dev/zero; play list", 2, "larger than"));
+  EXPECT_TRUE(gives("cat \"$f\" | { f=/dev/stdin; play watch; }", 2, "yusb: /dev/stdin:2: 'unplug'",
+                    "attach 1-1 1:1\nunplug"));
+}
+
 TEST(ToolProgram, SaysWhatIsWrongWithACommandLine) {
   for (const std::string arguments :
        {"--nonsense", "look", "list watch", "list --tree --json", "list --filter pear", "list --simulate",
