@@ -70,6 +70,7 @@ if [ "$(cat "$work/complete" 2>/dev/null)" != "$packages" ]; then
     grep -E '^(E|W):' "$work/root.log" >&2 || tail -n 20 "$work/root.log" >&2
     fail "cannot create it; see $work/root.log"
   }
+  printf '::1 localhost\n127.0.0.1 localhost\n' >"$root/etc/hosts"
   echo "$packages" >"$work/complete"
 fi
 

@@ -8,6 +8,8 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "failure.h"
@@ -20,6 +22,19 @@ namespace {
 struct mosquitto_library {
   mosquitto_library() { mosquitto_lib_init(); }
 };
+
+// 0 if the TCP connection was established. Call it when the socket is ready.
+int connect_error(int socket) {
+  int error = 0;
+  socklen_t size = sizeof error;
+  getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size);
+  if (error == ECONNRESET) return 0;  // since then
+  sockaddr_storage peer;
+  size = sizeof peer;
+  // The library may have written to the socket, which clears its error, before the loop watched it.
+  const bool cleared = error == 0 && getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &size) != 0;
+  return cleared ? ECONNREFUSED : error;
+}
 
 struct attempt {
   int result;
@@ -176,7 +191,11 @@ void connection::check(int result) {
 
 void connection::on_socket(std::uint32_t events) {
   if ((events & EPOLLIN) != 0) _heard = loop::clock::now();
-  if ((events & EPOLLERR) == 0) _reached = true;
+  if (!_reached) {
+    // With TLS, the library would write to a refused connection again and again.
+    if (const int error = connect_error(_socket)) return fail(std::strerror(error));
+    _reached = true;
+  }
   const std::shared_ptr<mosquitto> client = _client;  // a handler may call stop()
   // Most brokers leave Nagle's algorithm on. With delayed acknowledgements, the second of two messages would
   // take 40 ms. The kernel forgets this option by itself.

@@ -4,7 +4,7 @@ import signal
 import subprocess
 
 import pytest
-from lab import SHIPPED, Bus, run
+from lab import SHIPPED, Bus, free_port, run
 
 
 def openssl(*arguments):
@@ -51,7 +51,8 @@ CLOSED = 'the broker closed the connection without an answer; does it expect'
     # The broker's alert may arrive before the end of the connection.
     ('a certificate of another authority', rf'{CLOSED} another client certificate\?|TLS: .* alert unknown ca'),
     ('no certificate', rf'{CLOSED} another client certificate\?|TLS: .* alert certificate required'),
-    ('no TLS', rf'{CLOSED} mqtts://\?')])
+    ('no TLS', rf'{CLOSED} mqtts://\?'),
+    ('no broker', 'Connection refused')])
 def test_says_what_is_wrong_with_tls(lab, bus, keys, fault, message):
     lab.broker(f'{tls(keys)}require_certificate true\n', tls=True)
     options = ['--ca', keys / ('other.pem' if fault == 'another authority' else 'ca.pem')]
@@ -61,6 +62,8 @@ def test_says_what_is_wrong_with_tls(lab, bus, keys, fault, message):
         lab.url = lab.url.replace('localhost', '127.0.0.1')
     elif fault == 'no TLS':
         lab.url, options = lab.url.replace('mqtts', 'mqtt'), []
+    elif fault == 'no broker':
+        lab.url = f'mqtts://localhost:{free_port()}'
     bus.plug('1-1')
     assert re.search(message, lab.agent(bus, 'lab1', *options).line('not connected: '))
     status, printed, said = run(*lab.command('list', *options))
