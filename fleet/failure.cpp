@@ -32,6 +32,8 @@ std::string reason_of(int result) {
 }
 
 std::string first_reason_of(int result, bool tls) {
+  // Every fault of a certificate is logged, so the handshake could not even be sent.
+  if (result == MOSQ_ERR_TLS && _logged.empty()) return std::strerror(ECONNREFUSED);
   const bool reset = _logged == "Connection reset by peer";
   const bool closed = result == MOSQ_ERR_CONN_LOST || (result == MOSQ_ERR_ERRNO && errno == EPROTO);
   if (!reset && (!closed || !_logged.empty())) return reason_of(result);
