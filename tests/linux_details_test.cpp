@@ -1,6 +1,4 @@
 // Details on the Linux bus, with umockdev's mocked sysfs; and the parser of descriptors.
-#include <sys/resource.h>
-#include <unistd.h>
 #include <yusb_location.h>
 
 #include "bus/descriptors.h"
@@ -144,36 +142,6 @@ TEST_F(LinuxDetails, AreFoundForALocationMadeFromAHash) {
   EXPECT_EQ(path_of(key("1-22", {"M", "P", "1-174.7"}, 1)), "1-174.7");
   EXPECT_EQ(path_of(key("300-1", {"M", "P", "300-1"})), "300-1");
   EXPECT_EQ(path_of(key("1-22", {"M", "P", "1-22"}, 1000)), "");
-}
-
-TEST_F(LinuxDetails, AreCompleteOrAnErrorWhenOutOfDescriptors) {
-  plug("1-1", {"serial=S\\n", "bConfigurationValue=1\\n"});
-  const record_key wanted = key("1-1", {"", "", "S"});
-  rlimit before;
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  const rlimit lowered = {64, before.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lowered), 0);
-  std::vector<int> taken;
-  for (int made; (made = dup(0)) >= 0;) taken.push_back(made);
-  std::vector<std::optional<usb_details>> found(8);  // umockdev's thread may hold some
-  std::vector<std::error_code> errors(found.size());
-  for (std::size_t left = 0; left < found.size(); ++left) {
-    found[left] = linux_details(wanted, errors[left]);
-    close(taken.back());
-    taken.pop_back();
-  }
-  for (const int each : taken) close(each);
-  setrlimit(RLIMIT_NOFILE, &before);
-
-  // Checked only now, because a sanitizer needs descriptors to check types.
-  int complete = 0;
-  for (std::size_t left = 0; left < found.size(); ++left) {
-    EXPECT_EQ(errors[left], found[left].has_value() ? std::errc{} : std::errc::too_many_files_open) << left;
-    if (!found[left].has_value()) continue;
-    EXPECT_EQ(found[left]->serial_number + found[left]->device_node, "S/dev/bus/usb/001/007");
-    ++complete;
-  }
-  EXPECT_TRUE(complete > 0 && complete < 8);
 }
 
 TEST_F(LinuxDetails, AreReadWholeWhenDescriptorsFillManyPages) {
